@@ -1,0 +1,263 @@
+// AZeusDB: the engine over one record database file (".kdb").
+//
+// A record database is a text file of fixed-size slots grouped in
+// sub-tables of 40 slots each. Every sub-table belongs to one relation and
+// gives each field position a byte length; a field longer than its area runs
+// on in the same field of a further slot, and the slots of one record form a
+// doubly linked chain. The bytes are fixed by the format (see KdbFormat.h);
+// this class decides which of them change for each operation.
+//
+// The record interface is writeFocusableSlot, writeFocusablesSlot,
+// readFocusableSlot and deleteFocusableSlot. Each opens and closes the file
+// itself and returns 1 on success and 0 on failure; the reason stays in the
+// last error (GetLastDBErrorMsgCode, GetLastDBErrorMsg). Nothing here throws.
+// A damaged file makes operations fail with their error codes; it never
+// crashes the caller, hangs, or makes the engine allocate without bound.
+//
+// Thread safety: any thread may call any public operation. Three re-entrant
+// locks guard the state; the order, outer first, is: the record's own lock,
+// then slot_lock_, then open_lock_, then header_lock_.
+//   open_lock_   guards open_count_, the file handle and next_sub_table_id_.
+//   header_lock_ guards the statistics (length_totals_, record_counts_),
+//                db_id_ and header_read_.
+//   slot_lock_   guards the sub-table maps, their flags, the file position
+//                and the scratch buffers.
+// The first mapping of a file runs before slot_lock_ is taken, so two
+// threads that race on the very first use of a file must be kept apart by
+// its owner (the owning controller maps the file at load time).
+
+#ifndef KORDLL_RECORD_AZEUSDB_H_
+#define KORDLL_RECORD_AZEUSDB_H_
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/CCriticalSection.h"
+#include "kordll/platform/CString.h"
+
+namespace kordll {
+
+class DBTaskItem;
+class FieldInfo;
+class Focusable;
+class RGDBTemplate;
+class SlotFile;
+
+// One sub-table as the engine keeps it in memory. Owned by the AZeusDB that
+// mapped or created it.
+struct _struct_SubTableInfo {
+  int id = -1;          // sub-table id; global slot index = 40 x id + place
+  int slotCount = 0;    // 40 in practice
+  int slotSize = -1;    // -1 until GetSlotSize() first sums the lengths
+  int fieldCount = 0;
+  int full = 0;         // read from disk with no free state; skipped by findEmptySlot
+  uint64_t firstSlotPosition = 0;  // file offset of slot 0
+  int relation = 0;
+  std::vector<unsigned char> headFlags;          // 1 for state '1'
+  std::vector<unsigned char> continuationFlags;  // 1 for state '2'
+  std::vector<unsigned short> lengths;           // one per field position
+
+  // Slot size: sum of lengths + field count + 28. Computed on first use.
+  int GetSlotSize();
+  // Bytes of the sub-table header: 42 + (slotCount + 2) + (6 x fieldCount + 1).
+  int GetHeaderSize() const;
+};
+
+// The four numbers of a slot header, "[relation:next:sequence:previous]" on
+// disk. reserved is always 0 and never stored.
+struct _struct_SLOTHEADER {
+  int reserved = 0;
+  int relation = -1;
+  int next = -1;
+  int previous = -1;
+  int sequence = -1;
+};
+
+class AZeusDB {
+ public:
+  // Last-error codes. These numbers are part of the interface and are
+  // written nowhere on disk.
+  enum {
+    kErrNone = 0,
+    kErrCorrupted = 2,    // "DB corrupted!"
+    kErrRead = 3,         // "DB Read Error!"
+    kErrTooLong = 5,      // a header text does not fit its place
+    kErrEmptyRead = 6,    // "Empty Read!"
+    kErrWrite = 8,        // "DB Write Error!"
+    kErrNoData = 9,       // readItem only: the field has no data in this slot
+    kErrNoEntry = 10,     // "No Valid Entry!"
+    kErrNoTemplate = 11,
+    kErrRelation = 12,
+    kErrVersion = 13,
+    kErrDeleted = 14,
+  };
+
+  // The file is directory + "/" + name + ".kdb" (no "/" is added when the
+  // directory is empty or ends in "/" or "\"). The file is not touched here.
+  // reserved is kept and never read; optimizeLengths, when not 0, sizes each
+  // new sub-table from the statistics of the records written so far.
+  AZeusDB(CString directory, CString name, int reserved, int optimizeLengths);
+  AZeusDB(const AZeusDB&) = delete;
+  AZeusDB& operator=(const AZeusDB&) = delete;
+  // Writes the database header if its statistics changed (unless the
+  // database was deleted, in which case the file is removed).
+  virtual ~AZeusDB();
+
+  // Adds one to the open count; the first opener opens the file (read-only
+  // or read-write: a later writer may find a read-only handle) and creates
+  // it when it does not exist, also for a read-only open. Returns the error
+  // of reading the database header (13 for a wrong version, 2 or 3 for a
+  // damaged one), 14 after deleteDB, otherwise 0. An existing file that
+  // cannot be opened is left alone and gives 3.
+  int openDB(int readOnly);
+  // Subtracts one from the open count and closes the file at 0.
+  void closeDB();
+  // Removes the file if it is not open and marks the database deleted:
+  // every later operation fails with error 14.
+  void deleteDB();
+  // Moves the file to directory + "//" + name + ".kdb" and keeps that path.
+  void renameDB(CString name, CString directory);
+  // Recreates the file empty (header only). The sub-tables in memory are
+  // dropped; the open count is left as it was.
+  void clearDB();
+  // The name given to the constructor.
+  CString GetDBFile();
+
+  // The database id stored in the header; -1 until one is set. Reads the
+  // header first if it was never read.
+  int GetDBID();
+  // Stores the id; with writeNow not 0 it is written to the file at once.
+  void SetDBID(int id, int writeNow);
+  // Writes the database header now. Returns 1, or 0 on failure.
+  int updateDBHeader();
+
+  // Saves the fields of the record that the task covers (null task: the
+  // changed fields). A null template means that of the record's relation in
+  // the catalogue. A new record (slot index -1) is given a slot. Returns 1
+  // on success, 0 on failure, and, when a field write fails half way, the
+  // error code 8 itself: the record's changed flags then stay set so that
+  // the next save tries again. On success the record's database is this.
+  int writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // The same for many records under one hold of the slot lock. The result
+  // is the bitwise AND of the single results, so a half-way failure (8)
+  // counts as failure here. A failure does not stop the loop.
+  int writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTemplate* tmpl,
+                          DBTaskItem* task);
+  // Reads the fields that the task wants (null task: all of them, and the
+  // record becomes fully loaded). A record with slot index -1 and a task
+  // scans: each call reads the next head after the task's slot position and
+  // gives the record that slot index; the scan ends with 0 and error 10.
+  int readFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // Frees the record's chain. The caller must not pass a record with slot
+  // index -1.
+  int deleteFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+
+  // The text of the last error, "" for codes without one.
+  CString GetLastDBErrorMsg();
+  int GetLastDBErrorMsgCode();
+
+  // Converts text in the system's ANSI code page (windows-1252) to 16-bit
+  // units; an empty result if the conversion fails. A null text gives "".
+  static void ConvertCharToWString(char* text, std::u16string& out);
+
+  // Diagnostics for tests and tools; they take the lock of what they read.
+  int GetOpenCount();
+  int IsMapped();
+  CString GetDBPath();
+  // Copies of the mapped sub-tables in id order.
+  std::vector<_struct_SubTableInfo> GetSubTableInfos();
+
+ private:
+  using InfoMap = std::map<int, std::unique_ptr<_struct_SubTableInfo>>;
+
+  // One field of a save: mode 0 narrow text, 1 marked (string) text, 2 not
+  // covered by this save.
+  struct FieldPlan {
+    int mode = 2;
+    int position = 0;  // read position in text, for mode 1
+    CString text;
+  };
+
+  int writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  int readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  int deleteSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  int readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
+               uint64_t position, int* more);
+  int writeItem(CString* text, int length, int* status, int* more, int* changed);
+  int writeItem_wstring(const CString& text, int* position, int length, int* status,
+                        int* more, int* changed);
+  void ConvertToWChar(const unsigned char* bytes, int length, int type, std::u16string* out);
+  int readItemsStatus(_struct_SubTableInfo* info, int place, std::vector<int>* status);
+  int writeItemsStatus(_struct_SubTableInfo* info, int place, const std::vector<int>& status);
+  int readSlotHeader(int slot, _struct_SLOTHEADER* header);
+  int writeSlotHeader(int slot, const _struct_SLOTHEADER& header);
+  int writeEmptySlot(int slot, int updateState);
+  int deleteEntry(int slot, int wholeChain);
+  int updateSubTableSlotStatus(_struct_SubTableInfo* info, int place, int state);
+  int createDB();
+  int mapDB();
+  int readDBHeader();
+  int writeDBHeader();
+  int readSubTable(uint64_t position, _struct_SubTableInfo* info);
+  int writeEmptySubTable(_struct_SubTableInfo* info, int64_t position);
+  int expandTable(RGDBTemplate* tmpl);
+  void resetTable();
+  int findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,
+                    const std::vector<FieldPlan>* plans, int* place);
+  int findNextActiveSlot(_struct_SubTableInfo** info, int* place, DBTaskItem* task);
+  _struct_SubTableInfo* getSubTable(int slot);
+  uint64_t getSlotBytePosition(_struct_SubTableInfo* info, int place, int afterHeader,
+                               int afterStatus);
+  int64_t getSlotBytePosition_bySlotIndex(int slot, int afterHeader, int afterStatus);
+  void getOptimumFieldLengths(RGDBTemplate* tmpl, std::vector<int>* lengths);
+  void registerNewSubTableInfo(std::unique_ptr<_struct_SubTableInfo> info);
+  int getNextAvailableSubTableID();
+
+  // The statistics pass of a save: counts a new record and adds the lengths
+  // of the fields that the save covers. REQUIRES: header_lock_ not held by
+  // another thread in a conflicting order (it is taken here).
+  void countStatistics(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // Flushes what the current operation has written to the operating system.
+  void finishIO();
+  void setError(int code) { last_error_ = code; }
+
+  // Immutable after construction.
+  const int reserved_;
+  const int optimize_lengths_;
+  const CString name_;
+
+  CCriticalSection slot_lock_;
+  CCriticalSection open_lock_;
+  CCriticalSection header_lock_;
+
+  int last_error_ = 0;  // written by whichever operation ran last
+
+  // Guarded by open_lock_.
+  int open_count_ = 0;
+  int next_sub_table_id_ = 0;
+  std::unique_ptr<SlotFile> file_;
+  CString path_;
+  int deleted_ = 0;
+
+  // Guarded by header_lock_.
+  int header_read_ = 0;
+  int header_dirty_ = 0;
+  int db_id_ = -1;
+  std::map<int, std::vector<int>> length_totals_;  // sorted: same data, same bytes
+  std::map<int, int> record_counts_;
+
+  // Guarded by slot_lock_.
+  int mapped_ = 0;
+  uint64_t end_of_file_ = 1000;  // where the next sub-table goes
+  InfoMap sub_tables_;
+  std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
+  std::vector<unsigned char> byte_buffer_;
+  std::u16string wide_buffer_;
+};
+
+}  // namespace kordll
+
+#endif  // KORDLL_RECORD_AZEUSDB_H_
