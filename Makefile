@@ -1,0 +1,60 @@
+# Two commands for a fresh machine:
+#   make demo   configure, build and run `kordll demo`
+#   make test   build with AddressSanitizer and UndefinedBehaviorSanitizer and run every test
+# Further targets: bench (optimised build, runs the benchmarks), fuzz (clang libFuzzer
+# build), tsan (ThreadSanitizer build of the concurrency tests), install.
+
+JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
+BUILD     ?= build
+PACKAGES  := cmake make g++ pkg-config ninja-build libsqlite3-dev libxml2-dev libxslt1-dev \
+             libicu-dev libgtest-dev libbenchmark-dev
+GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
+
+.PHONY: demo test bench fuzz tsan install deps clean
+
+deps:
+	@missing=""; for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  SUDO=""; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
+	fi
+
+demo: deps
+	cmake -S . -B $(BUILD)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
+	cmake --build $(BUILD)/release -j $(JOBS)
+	@mkdir -p $(BUILD)/demo-root
+	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) $(BUILD)/release/kordll demo
+
+test: deps
+	cmake -S . -B $(BUILD)/asan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF
+	cmake --build $(BUILD)/asan -j $(JOBS)
+	cd $(BUILD)/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS) --timeout 300
+
+bench: deps
+	cmake -S . -B $(BUILD)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF
+	cmake --build $(BUILD)/bench -j $(JOBS)
+	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; KORDLL_ROOT=$$(mktemp -d) $$b || exit 1; done
+
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(BUILD)/fuzz $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DKORDLL_SANITIZE=address,undefined -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF -DKORDLL_EXAMPLES=OFF
+	cmake --build $(BUILD)/fuzz -j $(JOBS)
+	@echo "Fuzzers are in $(BUILD)/fuzz; run e.g. $(BUILD)/fuzz/date_fuzz fuzz/corpus/date_fuzz -max_total_time=60"
+
+tsan: deps
+	cmake -S . -B $(BUILD)/tsan $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORDLL_SANITIZE=thread \
+	  -DKORDLL_BENCH=OFF -DKORDLL_EXAMPLES=OFF
+	cmake --build $(BUILD)/tsan -j $(JOBS)
+	cd $(BUILD)/tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS) -R 'Concurren'
+
+install: deps
+	cmake -S . -B $(BUILD)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
+	cmake --build $(BUILD)/release -j $(JOBS)
+	cmake --install $(BUILD)/release
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,47 @@
+// CCriticalSection: a re-entrant lock, as the Win32 critical section is.
+//
+// The owning thread may enter again; it must leave as often as it entered.
+// CSingleLock holds one for a scope.
+
+#ifndef KORDLL_PLATFORM_CCRITICALSECTION_H_
+#define KORDLL_PLATFORM_CCRITICALSECTION_H_
+
+#include <mutex>
+
+namespace kordll {
+
+class CCriticalSection {
+ public:
+  CCriticalSection() = default;
+  CCriticalSection(const CCriticalSection&) = delete;
+  CCriticalSection& operator=(const CCriticalSection&) = delete;
+
+  void Lock() { mutex_.lock(); }
+  void Unlock() { mutex_.unlock(); }
+  // 1 when entered, 0 when another thread holds it.
+  int TryLock() { return mutex_.try_lock() ? 1 : 0; }
+
+  // For std::lock_guard and std::unique_lock.
+  void lock() { mutex_.lock(); }
+  void unlock() { mutex_.unlock(); }
+  bool try_lock() { return mutex_.try_lock(); }
+
+ private:
+  std::recursive_mutex mutex_;
+};
+
+// Holds a critical section from construction to destruction.
+class CSingleLock {
+ public:
+  explicit CSingleLock(CCriticalSection& cs) : cs_(cs) { cs_.Lock(); }
+  ~CSingleLock() { cs_.Unlock(); }
+  CSingleLock(const CSingleLock&) = delete;
+  CSingleLock& operator=(const CSingleLock&) = delete;
+
+ private:
+  CCriticalSection& cs_;
+};
+
+}  // namespace kordll
+
+#endif  // KORDLL_PLATFORM_CCRITICALSECTION_H_
