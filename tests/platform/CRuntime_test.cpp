@@ -1,0 +1,129 @@
+#include "kordll/platform/CRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+
+namespace kordll {
+namespace {
+
+TEST(RuntimeWtoi, WhiteSpaceSignAndDigits) {
+  EXPECT_EQ(_wtoi(CString(u"  \t\n\v\f\r-42abc")), -42);
+  EXPECT_EQ(_wtoi(CString(u"+7")), 7);
+  EXPECT_EQ(_wtoi(CString(u"")), 0);
+  EXPECT_EQ(_wtoi(CString(u"abc")), 0);
+  EXPECT_EQ(_wtoi(CString(u"- 5")), 0);  // a sign must touch the digits
+  // Only C-locale white space is skipped: a no-break space stops the reading.
+  EXPECT_EQ(_wtoi(CString(u"\u00A012")), 0);
+  // Full-width digits are not digits.
+  EXPECT_EQ(_wtoi(CString(u"\uFF11")), 0);
+  EXPECT_EQ(_wtoi(CString(u"12 34")), 12);
+}
+
+TEST(RuntimeWtoi, SaturatesAtTheIntLimits) {
+  EXPECT_EQ(_wtoi(CString(u"2147483647")), INT_MAX);
+  EXPECT_EQ(_wtoi(CString(u"2147483648")), INT_MAX);
+  EXPECT_EQ(_wtoi(CString(u"-2147483648")), INT_MIN);
+  EXPECT_EQ(_wtoi(CString(u"-99999999999999999999")), INT_MIN);
+  EXPECT_EQ(_wtoi64(CString(u"9223372036854775808")), LLONG_MAX);
+  EXPECT_EQ(_atoi("  31x"), 31);
+}
+
+TEST(RuntimeWtof, LocaleFreeStrtodMeaning) {
+  EXPECT_DOUBLE_EQ(_wtof(CString(u" 3.25xyz")), 3.25);
+  EXPECT_DOUBLE_EQ(_wtof(CString(u"-1e3")), -1000.0);
+  EXPECT_DOUBLE_EQ(_wtof(CString(u".5")), 0.5);
+  EXPECT_DOUBLE_EQ(_wtof(CString(u"1,5")), 1.0);  // the comma is never a decimal point
+  EXPECT_DOUBLE_EQ(_wtof(CString(u"x")), 0.0);
+  EXPECT_DOUBLE_EQ(_wtof(CString(u"2\u00B75")), 2.0);  // a unit above 127 ends the number
+}
+
+TEST(RuntimeItow, RadixAndSign) {
+  EXPECT_EQ(_itow(-15), u"-15");
+  EXPECT_EQ(_itow(255, 16), u"ff");
+  EXPECT_EQ(_itow(-1, 16), u"ffffffff");
+  EXPECT_EQ(_itow(5, 2), u"101");
+  EXPECT_EQ(_itow(INT_MIN), u"-2147483648");
+  EXPECT_EQ(_itow(5, 1), u"");
+}
+
+TEST(RuntimeScan, CountsAssignedFieldsAndStopsAtMismatch) {
+  int a = -1, b = -1, c = -1;
+  EXPECT_EQ(swscanf(CString(u"[12:34:56]"), CString(u"[%d:%d:%d]"), {&a, &b, &c}), 3);
+  EXPECT_EQ(a, 12);
+  EXPECT_EQ(c, 56);
+  a = b = -1;
+  EXPECT_EQ(swscanf(CString(u"[12;34]"), CString(u"[%d:%d]"), {&a, &b}), 1);
+  EXPECT_EQ(b, -1);
+  EXPECT_EQ(swscanf(CString(u"x"), CString(u"%d"), {&a}), 0);
+  // Input that ends before the first conversion is EOF.
+  EXPECT_EQ(swscanf(CString(u""), CString(u"%d"), {&a}), -1);
+  EXPECT_EQ(swscanf(CString(u"   "), CString(u"%d"), {&a}), -1);
+  // A literal does not skip white space: a mismatch, not the end of input.
+  EXPECT_EQ(swscanf(CString(u"  ["), CString(u"[%d"), {&a}), 0);
+}
+
+TEST(RuntimeScan, BlankMatchesAnyRunOfWhiteSpaceIncludingNone) {
+  int a = 0, b = 0;
+  EXPECT_EQ(swscanf(CString(u"1,2"), CString(u"%d ,%d"), {&a, &b}), 2);
+  EXPECT_EQ(swscanf(CString(u"1 \t\n ,  2"), CString(u"%d ,%d"), {&a, &b}), 2);
+  EXPECT_EQ(b, 2);
+}
+
+TEST(RuntimeScan, StringReadsAWholeWordWithoutLimit) {
+  std::u16string long_word(5000, u'w');
+  CString word;
+  int n = 0;
+  EXPECT_EQ(swscanf(CString(u"  " + long_word + u" 7"), CString(u"%s %d"), {&word, &n}), 2);
+  EXPECT_EQ(word.GetLength(), 5000);
+  EXPECT_EQ(n, 7);
+  std::string narrow;
+  EXPECT_EQ(sscanf("abc def", "%s", {&narrow}), 1);
+  EXPECT_EQ(narrow, "abc");
+}
+
+TEST(RuntimeScan, SuppressionCharsAndSets) {
+  int a = 0;
+  char16_t ch = 0;
+  CString rest;
+  EXPECT_EQ(swscanf(CString(u"9 x|tail"), CString(u"%*d %c|%[a-z]"), {&ch, &rest}), 2);
+  EXPECT_EQ(ch, u'x');
+  EXPECT_EQ(rest, u"tail");
+  EXPECT_EQ(swscanf(CString(u"0x1A"), CString(u"%x"), {&a}), 1);
+  EXPECT_EQ(a, 26);
+}
+
+TEST(RuntimeTokens, RunsOfDelimitersVanish) {
+  CString text(u";;a;b;;c;");
+  TokenState st;
+  CString tok;
+  std::vector<CString> got;
+  for (int r = wcstok(&tok, &text, CString(u";"), st); r; r = wcstok(&tok, nullptr, CString(u";"), st)) {
+    got.push_back(tok);
+  }
+  EXPECT_EQ(got, (std::vector<CString>{CString(u"a"), CString(u"b"), CString(u"c")}));
+  EXPECT_EQ(wcstok(&tok, nullptr, CString(u";"), st), 0);
+}
+
+TEST(RuntimeTokens, NestedSplitOnTheSharedStateConsumesTheOuterOne) {
+  // The C functions keep one hidden position: an inner split started while
+  // the outer walk is running takes the walk over, and the outer loop ends.
+  CString outer(u"a=1&b=2");
+  CString pair, part;
+  int outer_tokens = 0;
+  for (int r = wcstok(&pair, &outer, CString(u"&")); r; r = wcstok(&pair, nullptr, CString(u"&"))) {
+    ++outer_tokens;
+    CString inner = pair;
+    wcstok(&part, &inner, CString(u"="));
+    EXPECT_EQ(part, outer_tokens == 1 ? CString(u"a") : CString(u"1"));
+  }
+  // After the inner split the shared walk continues inside "a=1": "1".
+  EXPECT_EQ(outer_tokens, 2);
+  EXPECT_EQ(pair, u"1");
+  std::string narrow = "x y", tok;
+  EXPECT_EQ(strtok(&tok, &narrow, " "), 1);
+  EXPECT_EQ(tok, "x");
+}
+
+}  // namespace
+}  // namespace kordll
