@@ -1,0 +1,99 @@
+// SlotFile: the open file of a record or string database, with a page cache
+// and write coalescing.
+//
+// The stores do many small reads and writes at computed offsets: a slot
+// header here, an items status there, a few field areas. SlotFile keeps the
+// pages it has read, serves reads from them, and collects the writes of one
+// operation in those pages; Flush() then hands each run of changed pages to
+// the operating system as one write. The bytes that reach the file are
+// exactly the bytes written: a run may include unchanged bytes between two
+// changes, which are written back as they are.
+//
+// Contract with the stores: every public operation of a store ends with
+// Flush(), so that every byte it wrote is in the file (written to the
+// operating system) when it returns. A failed flush drops the cache, so that
+// later reads see what the file really holds. The cache lives while the file
+// is open and is bounded (kMaxCachedBytes); it assumes that nobody else
+// writes the file meanwhile, as the stores assume one writer.
+//
+// Thread safety: every member is internally locked. Offsets are explicit,
+// so no caller depends on a shared position.
+
+#ifndef KORDLL_RECORD_SLOTFILE_H_
+#define KORDLL_RECORD_SLOTFILE_H_
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include "kordll/platform/CString.h"
+#include "kordll/platform/WinFile.h"
+
+namespace kordll {
+
+class SlotFile {
+ public:
+  enum Mode {
+    kOpenRead,        // existing file, read-only
+    kOpenReadWrite,   // existing file, read-write
+    kCreate,          // new or emptied file, read-write
+  };
+
+  static constexpr int kPageSize = 4096;
+  static constexpr int64_t kMaxCachedBytes = 8 << 20;
+
+  SlotFile() = default;
+  ~SlotFile();  // flushes and closes
+  SlotFile(const SlotFile&) = delete;
+  SlotFile& operator=(const SlotFile&) = delete;
+
+  // Opens path. Returns 1, or 0 with the Win32 code in *error (may be null).
+  int Open(const CString& path, Mode mode, int* error);
+  // Flushes and closes; the cache is dropped.
+  void Close();
+  bool IsOpen();
+  bool IsWritable();
+
+  // The size of the file, pending writes included; -1 when not open.
+  int64_t Size();
+
+  // Reads up to count bytes at offset into buffer; *got (may be null) is the
+  // count read, short at the end of the file. Returns 1, or 0 on failure.
+  int ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* got);
+  // Writes count bytes at offset (into the cache until Flush). Returns 1, or
+  // 0 when the file is not open for writing or a write that had to go out
+  // early failed.
+  int WriteAt(uint64_t offset, const void* buffer, uint32_t count);
+  // Hands every pending write to the operating system. Returns 1, or 0 when
+  // a write failed (the cache is then dropped).
+  int Flush();
+
+ private:
+  struct Page {
+    std::vector<unsigned char> data;  // kPageSize bytes, zero past the file's end
+    int dirty_lo = kPageSize;         // changed range [dirty_lo, dirty_hi)
+    int dirty_hi = 0;
+  };
+
+  // REQUIRES: mu_ held.
+  Page* GetPage(uint64_t index, bool willOverwriteAll);
+  int FlushLocked();
+  void DropCacheLocked();
+
+  std::mutex mu_;
+  // State below is protected by mu_.
+  WinFile file_;
+  bool open_ = false;
+  bool writable_ = false;
+  int64_t size_ = -1;        // logical size: the file's, grown by pending writes
+  int64_t disk_size_ = -1;   // what the file holds now
+  std::unordered_map<uint64_t, std::unique_ptr<Page>> pages_;
+  std::vector<uint64_t> dirty_;  // indexes of pages with a dirty range
+  uint64_t last_loaded_ = UINT64_MAX;
+};
+
+}  // namespace kordll
+
+#endif  // KORDLL_RECORD_SLOTFILE_H_
