@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "kordll/platform/CRuntime.h"
+#include "kordll/record/SettingsEntryPoints.h"
 
 namespace kordll {
 
@@ -377,6 +378,33 @@ CString KorlanHTMLCtrl::EscapeHTML(CString text, CArray<CString, CString>* /*tag
 
 int KorlanHTMLCtrl::GetNextLink(CString text, int length, int from, int& start, int& end) {
   return FindLinkValue(text.view(), length, from, start, end);
+}
+
+int KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString link) {
+  SettingsEntryPoints* settings = SettingsEntryPoints::Get();
+  if (settings->GetCurrentPreferences() == nullptr) return 0;
+  CString extensions = settings->GetCurrentPreferencesStringValue(kDownloadableExtensionsField);
+  extensions.MakeLower();
+  link.MakeLower();
+  if (extensions.IsEmpty()) return 0;
+  const std::u16string_view list = extensions.view();
+  const std::u16string_view text = link.view();
+  size_t pos = 0;
+  while (pos <= list.size()) {
+    size_t semicolon = list.find(u';', pos);
+    if (semicolon == std::u16string_view::npos) semicolon = list.size();
+    std::u16string_view token = list.substr(pos, semicolon - pos);
+    pos = semicolon + 1;
+    if (token.empty() || token[0] != u'.') continue;
+    // The first occurrence has to be the one at the end: "a.mp3.mp3" does
+    // not count for ".mp3".
+    size_t hit = text.find(token);
+    if (hit != std::u16string_view::npos && token.size() <= text.size() &&
+        hit == text.size() - token.size()) {
+      return 1;
+    }
+  }
+  return 0;
 }
 
 CString KorlanHTMLCtrl::NormalizeLinks(CString html, CString baseUrl) {

@@ -73,11 +73,14 @@ class KorlanHTMLCtrl {
   // stay for the applications that pass them.
   static CString EscapeHTML(CString text, CArray<CString, CString>* tags, int flag);
 
+  // The settings field holding the downloadable extensions.
+  static constexpr int kDownloadableExtensionsField = 93;
+
   // 1 if the link ends in one of the downloadable extensions of the current
-  // settings (a ";"-separated list of ".ext" words), compared without regard
-  // to case. It is the first occurrence of the extension in the link that
-  // has to lie at the end, so "a.mp3.mp3" does not count for ".mp3".
-  // 0 without current settings or with an empty list.
+  // settings (settings field 93, a ";"-separated list of ".ext" words; words
+  // not starting with "." are passed over), compared without regard to case. It is the first
+  // occurrence of the extension in the link that has to lie at the end, so "a.mp3.mp3" does not
+  // count for ".mp3". 0 without current settings or with an empty list.
   static int DoesLinkPointToDownloadableFile(CString link);
 
   // Makes the values of "href" and "src" attributes absolute against

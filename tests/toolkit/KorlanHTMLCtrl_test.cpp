@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "kordll/record/SettingsEntryPoints.h"
+
 namespace kordll {
 
 // Prints CStrings readably in failure messages.
@@ -322,6 +324,65 @@ TEST(InitializeKorlanHTML, FillsTheTagWordsAndLeavesTheFlag) {
   EXPECT_EQ(0, KorlanHTMLCtrl::m_bKorlanHTMLCtrlInitialized);
   KorlanHTMLCtrl::InitializeKorlanHTML();
   EXPECT_EQ(34u, KorlanHTMLCtrl::m_mHTMLTags.size());
+}
+
+// --- DoesLinkPointToDownloadableFile -------------------------------------------
+
+// Current settings that hold only the downloadable extensions.
+class ExtensionSettings : public SettingsEntryPoints {
+ public:
+  explicit ExtensionSettings(const char* extensions, bool present = true)
+      : extensions_(extensions), present_(present) {
+    previous_ = SettingsEntryPoints::Install(this);
+  }
+  ~ExtensionSettings() override { SettingsEntryPoints::Install(previous_); }
+
+  CString GetCurrentPreferencesStringValue(int field) override {
+    ++reads_;
+    return field == KorlanHTMLCtrl::kDownloadableExtensionsField ? extensions_ : CString();
+  }
+  // Any non-null record stands for "settings exist"; it is never opened.
+  Preferences* GetCurrentPreferences() override {
+    return present_ ? reinterpret_cast<Preferences*>(&marker_) : nullptr;
+  }
+
+  int reads_ = 0;
+
+ private:
+  CString extensions_;
+  bool present_;
+  int marker_ = 0;
+  SettingsEntryPoints* previous_ = nullptr;
+};
+
+TEST(DoesLinkPointToDownloadableFile, NoSettingsOrEmptyListGivesZero) {
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/a.mp3")));
+  {
+    ExtensionSettings settings(".mp3", false);
+    EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/a.mp3")));
+    EXPECT_EQ(0, settings.reads_);
+  }
+  ExtensionSettings settings("");
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/a.mp3")));
+  EXPECT_EQ(1, settings.reads_);
+}
+
+TEST(DoesLinkPointToDownloadableFile, ExtensionAtTheEndWithoutRegardToCase) {
+  ExtensionSettings settings(";.MP3;;.ogg;zip;.torrent");
+  EXPECT_EQ(1, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/Song.mp3")));
+  EXPECT_EQ(1, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("HTTP://X/A.OGG")));
+  EXPECT_EQ(1, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("f.torrent")));
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/a.mp3?x=1")));
+  // Words without a leading "." are passed over.
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("http://x/a.zip")));
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("mp3")));
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("")));
+}
+
+TEST(DoesLinkPointToDownloadableFile, OnlyTheFirstOccurrenceCounts) {
+  ExtensionSettings settings(".mp3");
+  EXPECT_EQ(0, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("a.mp3.mp3")));
+  EXPECT_EQ(1, KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(CString("a.mp4.mp3")));
 }
 
 TEST(KorlanHTMLCtrl, CallerTextIsUnchanged) {
