@@ -1,0 +1,49 @@
+#include "tests/support/TempRoot.h"
+
+#include "kordll/platform/FaultInjection.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Locations.h"
+
+namespace kordll {
+namespace test {
+
+TempRoot::TempRoot(int options) {
+  CString made;
+  if (!FileSystem::CreateTempFolder("kordll-test-", &made)) {
+    ADD_FAILURE() << "TempRoot: cannot make a temporary folder, error " << GetLastError();
+    return;
+  }
+  root_ = made;
+  Locations::ResetForTesting();
+  Locations::SetRootForTesting(root_);
+  for (const char* sub : {"config", "data", "downloads", "home"}) {
+    if (!FileSystem::CreateDirectory(Path(sub))) {
+      ADD_FAILURE() << "TempRoot: cannot make " << Path(sub).ToUtf8();
+    }
+  }
+  if (options & kWithProgramFolder) {
+    if (!FileSystem::CreateDirectory(Path("program"))) {
+      ADD_FAILURE() << "TempRoot: cannot make " << Path("program").ToUtf8();
+    }
+    Locations::SetProgramFolder(Path("program"));
+  }
+}
+
+TempRoot::~TempRoot() {
+  FaultInjection::DisarmAll();
+  Locations::ResetForTesting();
+  if (root_.IsEmpty()) return;
+  if (!FileSystem::DeleteFolderTree(root_)) {
+    ADD_FAILURE() << "TempRoot: cannot remove " << root_.ToUtf8() << ", error " << GetLastError();
+  }
+}
+
+CString TempRoot::Path(const CString& relative) const { return Locations::Join(root_, relative); }
+
+CString TempRoot::ProfileFolder() const { return Path("config"); }
+CString TempRoot::DataRoot() const { return Path("data"); }
+CString TempRoot::DownloadFolder() const { return Path("downloads"); }
+CString TempRoot::ProgramFolder() const { return Path("program"); }
+
+}  // namespace test
+}  // namespace kordll
