@@ -97,7 +97,7 @@ class ManualClock : public ClockSource {
  private:
   std::mutex mutex_;
   // State below is protected by mutex_.
-  int64_t local_ms_;      // milliseconds since 30 December 1899 00:00, linear
+  int64_t local_ms_;  // milliseconds since 30 December 1899 00:00, linear
   int64_t monotonic_ms_ = 0;
 };
 

@@ -1,0 +1,371 @@
+#include "kordll/platform/COleDateTime.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+
+namespace kordll {
+namespace {
+
+std::string Fmt(const COleDateTime& d, const char* format) { return d.Format(format).ToUtf8(); }
+
+std::string Parts(const COleDateTime& d) {
+  return CString::Formatted("%04d-%02d-%02d %02d:%02d:%02d", d.GetYear(), d.GetMonth(), d.GetDay(),
+                            d.GetHour(), d.GetMinute(), d.GetSecond())
+      .ToUtf8();
+}
+
+// ---- Construction and the day count ----------------------------------------
+
+TEST(COleDateTimeTest, DefaultIsDayZeroAndValid) {
+  COleDateTime d;
+  EXPECT_EQ(COleDateTime::valid, d.GetStatus());
+  EXPECT_EQ(0.0, d.GetDATE());
+  EXPECT_EQ("1899-12-30 00:00:00", Parts(d));
+}
+
+TEST(COleDateTimeTest, DayCountMatchesKnownDates) {
+  EXPECT_EQ(2.0, COleDateTime(1900, 1, 1, 0, 0, 0).GetDATE());
+  EXPECT_EQ(36526.0, COleDateTime(2000, 1, 1, 0, 0, 0).GetDATE());
+  EXPECT_DOUBLE_EQ(38663.5, COleDateTime(2005, 11, 7, 12, 0, 0).GetDATE());
+  // Before day 0 the day is negative and the time fraction stays positive.
+  EXPECT_DOUBLE_EQ(-1.25, COleDateTime(1899, 12, 29, 6, 0, 0).GetDATE());
+  EXPECT_EQ("1899-12-29 06:00:00", Parts(COleDateTime(-1.25)));
+}
+
+TEST(COleDateTimeTest, PartsRoundTripAcrossTheRange) {
+  const int dates[][6] = {{100, 1, 1, 0, 0, 0},    {1600, 2, 29, 23, 59, 59},
+                          {1899, 12, 30, 0, 0, 1}, {1899, 12, 29, 23, 59, 59},
+                          {1970, 1, 1, 0, 0, 0},   {2004, 2, 29, 12, 34, 56},
+                          {2038, 1, 19, 3, 14, 8}, {9999, 12, 31, 23, 59, 59}};
+  for (const auto& p : dates) {
+    COleDateTime d(p[0], p[1], p[2], p[3], p[4], p[5]);
+    ASSERT_EQ(COleDateTime::valid, d.GetStatus()) << p[0];
+    EXPECT_EQ(p[0], d.GetYear());
+    EXPECT_EQ(p[1], d.GetMonth());
+    EXPECT_EQ(p[2], d.GetDay());
+    EXPECT_EQ(p[3], d.GetHour());
+    EXPECT_EQ(p[4], d.GetMinute());
+    EXPECT_EQ(p[5], d.GetSecond());
+  }
+}
+
+TEST(COleDateTimeTest, SetDateTimeRefusesPartsOutsideTheCalendar) {
+  const int bad[][6] = {{2005, 2, 31, 0, 0, 0}, {2005, 2, 29, 0, 0, 0}, {1900, 2, 29, 0, 0, 0},
+                        {2005, 4, 31, 0, 0, 0}, {2005, 13, 1, 0, 0, 0}, {2005, 0, 1, 0, 0, 0},
+                        {2005, 1, 0, 0, 0, 0},  {2005, 1, 32, 0, 0, 0}, {2005, 1, 1, 24, 0, 0},
+                        {2005, 1, 1, -1, 0, 0}, {2005, 1, 1, 0, 60, 0}, {2005, 1, 1, 0, 0, 60},
+                        {99, 1, 1, 0, 0, 0},    {10000, 1, 1, 0, 0, 0}, {-5, 1, 1, 0, 0, 0}};
+  for (const auto& p : bad) {
+    COleDateTime d;
+    EXPECT_EQ(1, d.SetDateTime(p[0], p[1], p[2], p[3], p[4], p[5]))
+        << p[0] << "-" << p[1] << "-" << p[2] << " " << p[3] << ":" << p[4] << ":" << p[5];
+    EXPECT_EQ(COleDateTime::invalid, d.GetStatus());
+    EXPECT_EQ(-1, d.GetYear());
+    EXPECT_EQ(-1, d.GetDayOfWeek());
+  }
+  COleDateTime leap;
+  EXPECT_EQ(0, leap.SetDate(2000, 2, 29));
+  EXPECT_EQ(COleDateTime::valid, leap.GetStatus());
+  EXPECT_EQ(0, leap.GetHour());
+}
+
+TEST(COleDateTimeTest, SetDateTimeMakesAnInvalidDateValidAgain) {
+  COleDateTime d;
+  d.SetStatus(COleDateTime::invalid);
+  EXPECT_EQ(0, d.SetDateTime(2005, 11, 7, 10, 0, 0));
+  EXPECT_EQ(COleDateTime::valid, d.GetStatus());
+}
+
+TEST(COleDateTimeTest, ValueConstructorChecksTheRange) {
+  EXPECT_EQ(COleDateTime::invalid, COleDateTime(-700000.0).GetStatus());
+  EXPECT_EQ(COleDateTime::invalid, COleDateTime(3000000.0).GetStatus());
+  EXPECT_EQ(COleDateTime::invalid, COleDateTime(NAN).GetStatus());
+  EXPECT_EQ(COleDateTime::invalid, COleDateTime(INFINITY).GetStatus());
+  EXPECT_EQ(COleDateTime::valid, COleDateTime(2958465.5).GetStatus());
+}
+
+TEST(COleDateTimeTest, NotValidDatesHaveNoParts) {
+  COleDateTime null_date;
+  null_date.SetStatus(COleDateTime::null);
+  EXPECT_EQ(-1, null_date.GetMonth());
+  EXPECT_EQ(-1, null_date.GetDayOfYear());
+}
+
+TEST(COleDateTimeTest, DayOfWeekAndDayOfYear) {
+  COleDateTime monday(2005, 11, 7, 0, 0, 0);
+  EXPECT_EQ(2, monday.GetDayOfWeek());
+  EXPECT_EQ(311, monday.GetDayOfYear());
+  EXPECT_EQ(1, COleDateTime(2005, 11, 6, 0, 0, 0).GetDayOfWeek());   // Sunday
+  EXPECT_EQ(7, COleDateTime(1899, 12, 30, 0, 0, 0).GetDayOfWeek());  // Saturday
+  EXPECT_EQ(366, COleDateTime(2004, 12, 31, 0, 0, 0).GetDayOfYear());
+  EXPECT_EQ(1, COleDateTime(2005, 1, 1, 23, 0, 0).GetDayOfYear());
+}
+
+TEST(COleDateTimeTest, PartsAreReadToTheNearestSecond) {
+  // 10:00 cannot be held exactly as a fraction of a day.
+  COleDateTime d(2005, 11, 7, 10, 0, 0);
+  EXPECT_EQ(10, d.GetHour());
+  EXPECT_EQ(0, d.GetMinute());
+  EXPECT_EQ(0, d.GetSecond());
+  COleDateTime almost(d.GetDATE() - 0.4 / 86400);
+  EXPECT_EQ("2005-11-07 10:00:00", Parts(almost));
+}
+
+// ---- Arithmetic and comparison ---------------------------------------------
+
+TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
+  COleDateTime d(2005, 2, 28, 23, 30, 0);
+  EXPECT_EQ("2005-03-01 00:30:00", Parts(d + COleDateTimeSpan(0, 1, 0, 0)));
+  EXPECT_EQ("2005-02-27 23:30:00", Parts(d - COleDateTimeSpan(1, 0, 0, 0)));
+  EXPECT_EQ("2004-02-29 23:30:00", Parts(d - COleDateTimeSpan(365, 0, 0, 0)));
+  COleDateTime e = d;
+  e += COleDateTimeSpan(0, 0, 90, 0);
+  EXPECT_EQ("2005-03-01 01:00:00", Parts(e));
+  e -= COleDateTimeSpan(0, 0, 0, 3600);
+  EXPECT_EQ("2005-03-01 00:00:00", Parts(e));
+}
+
+TEST(COleDateTimeTest, ArithmeticAcrossDayZeroUsesTheLinearCount) {
+  COleDateTime d(1899, 12, 30, 3, 0, 0);
+  EXPECT_EQ("1899-12-29 21:00:00", Parts(d - COleDateTimeSpan(0, 6, 0, 0)));
+  COleDateTime before(1899, 12, 29, 6, 0, 0);
+  EXPECT_EQ("1899-12-30 06:00:00", Parts(before + COleDateTimeSpan(1, 0, 0, 0)));
+  COleDateTimeSpan span = COleDateTime(1899, 12, 30, 6, 0, 0) - before;
+  EXPECT_DOUBLE_EQ(1.0, span.GetTotalDays());
+  EXPECT_TRUE(before < COleDateTime(1899, 12, 29, 7, 0, 0));
+  EXPECT_TRUE(COleDateTime(1899, 12, 28, 23, 0, 0) < before);
+}
+
+TEST(COleDateTimeTest, ArithmeticLeavingTheRangeIsInvalid) {
+  EXPECT_EQ(COleDateTime::invalid,
+            (COleDateTime(9999, 12, 31, 23, 0, 0) + COleDateTimeSpan(0, 1, 0, 0)).GetStatus());
+  EXPECT_EQ(COleDateTime::invalid,
+            (COleDateTime(100, 1, 1, 0, 0, 0) - COleDateTimeSpan(0, 0, 0, 1)).GetStatus());
+  EXPECT_EQ(COleDateTime::invalid,
+            (COleDateTime(2005, 1, 1, 0, 0, 0) + COleDateTimeSpan(1e300)).GetStatus());
+  EXPECT_EQ(COleDateTime::valid,
+            (COleDateTime(9999, 12, 31, 22, 0, 0) + COleDateTimeSpan(0, 1, 59, 59)).GetStatus());
+}
+
+TEST(COleDateTimeTest, NullAndInvalidPropagateThroughArithmetic) {
+  COleDateTime valid_date(2005, 1, 1, 0, 0, 0);
+  COleDateTime invalid_date;
+  invalid_date.SetStatus(COleDateTime::invalid);
+  COleDateTime null_date;
+  null_date.SetStatus(COleDateTime::null);
+  COleDateTimeSpan one(1, 0, 0, 0);
+  COleDateTimeSpan null_span;
+  null_span.SetStatus(COleDateTimeSpan::null);
+
+  EXPECT_EQ(COleDateTime::invalid, (invalid_date + one).GetStatus());
+  EXPECT_EQ(COleDateTime::null, (null_date + one).GetStatus());
+  EXPECT_EQ(COleDateTime::null, (valid_date + null_span).GetStatus());
+  EXPECT_EQ(COleDateTimeSpan::invalid, (valid_date - invalid_date).GetStatus());
+  EXPECT_EQ(COleDateTimeSpan::null, (null_date - invalid_date).GetStatus());
+  EXPECT_EQ(0, (valid_date - invalid_date).GetDays());
+}
+
+TEST(COleDateTimeTest, SpanPartsCarryTheSignAndSurviveRounding) {
+  COleDateTime a(2005, 11, 7, 15, 5, 0);
+  COleDateTime b(2005, 11, 7, 13, 35, 0);
+  COleDateTimeSpan s = a - b;
+  EXPECT_EQ(0, s.GetDays());
+  EXPECT_EQ(1, s.GetHours());
+  EXPECT_EQ(30, s.GetMinutes());
+  EXPECT_EQ(0, s.GetSeconds());
+  COleDateTimeSpan back = b - a;
+  EXPECT_EQ(-1, back.GetHours());
+  EXPECT_EQ(-30, back.GetMinutes());
+  COleDateTimeSpan long_span(400, 25, 61, 61);
+  EXPECT_EQ(401, long_span.GetDays());
+  EXPECT_EQ(2, long_span.GetHours());
+  EXPECT_EQ(2, long_span.GetMinutes());
+  EXPECT_EQ(1, long_span.GetSeconds());
+}
+
+TEST(COleDateTimeTest, ComparisonsOrderValidDatesOnly) {
+  COleDateTime early(2005, 1, 1, 0, 0, 0);
+  COleDateTime late(2005, 1, 1, 0, 0, 1);
+  EXPECT_TRUE(early < late);
+  EXPECT_TRUE(late > early);
+  EXPECT_TRUE(early <= early);
+  EXPECT_TRUE(early >= early);
+  EXPECT_FALSE(late < early);
+  EXPECT_TRUE(early == COleDateTime(2005, 1, 1, 0, 0, 0));
+  COleDateTime invalid_a, invalid_b;
+  invalid_a.SetStatus(COleDateTime::invalid);
+  invalid_b.SetDateTime(2005, 2, 30, 0, 0, 0);
+  EXPECT_TRUE(invalid_a == invalid_b);
+  EXPECT_FALSE(invalid_a == early);
+  EXPECT_FALSE(invalid_a < early);
+  EXPECT_FALSE(early < invalid_a);
+}
+
+// ---- Format ----------------------------------------------------------------
+
+TEST(COleDateTimeFormatTest, ConversionsTheLibraryUses) {
+  COleDateTime d(2005, 11, 7, 21, 5, 9);
+  EXPECT_EQ("11/07/05@21:05", Fmt(d, "%m/%d/%y@%H:%M"));
+  EXPECT_EQ("11:07:2005:21:05", Fmt(d, "%m:%d:%Y:%H:%M"));
+  EXPECT_EQ("Monday, November 07, 2005 @ 21:05", Fmt(d, "%A, %B %d, %Y @ %H:%M"));
+  EXPECT_EQ("Mon, November 07, 2005 @ 09:05 PM", Fmt(d, "%a, %B %d, %Y @ %I:%M %p"));
+  EXPECT_EQ("Nov Nov 09 311 1 1", Fmt(d, "%b %h %S %j %w %u"));
+  EXPECT_EQ("7 9", Fmt(d, "%#d %#I"));
+  EXPECT_EQ("100%", Fmt(d, "100%%"));
+}
+
+TEST(COleDateTimeFormatTest, CompositeAndWeekConversions) {
+  COleDateTime d(2005, 1, 2, 8, 3, 4);  // a Sunday, ISO week 53 of 2004
+  EXPECT_EQ("01/02/05 2005-01-02 08:03:04 08:03", Fmt(d, "%D %F %T %R"));
+  EXPECT_EQ("Sun Jan  2 08:03:04 2005", Fmt(d, "%c"));
+  EXPECT_EQ("08:03:04 AM", Fmt(d, "%r"));
+  EXPECT_EQ("2004 04 53", Fmt(d, "%G %g %V"));
+  EXPECT_EQ("01 00 20", Fmt(d, "%U %W %C"));
+  EXPECT_EQ(" 2", Fmt(d, "%e"));
+}
+
+TEST(COleDateTimeFormatTest, MidnightAndNoonInTwelveHourForm) {
+  EXPECT_EQ("12:00 AM", Fmt(COleDateTime(2005, 1, 1, 0, 0, 0), "%I:%M %p"));
+  EXPECT_EQ("12:00 PM", Fmt(COleDateTime(2005, 1, 1, 12, 0, 0), "%I:%M %p"));
+}
+
+TEST(COleDateTimeFormatTest, NamesAreEnglishWhateverTheProcessLocale) {
+  const char* previous = std::setlocale(LC_ALL, nullptr);
+  std::string saved = previous ? previous : "C";
+  // Any of these that the machine has would rename months for strftime.
+  if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) std::setlocale(LC_ALL, "fr_FR.UTF-8");
+  COleDateTime d(2005, 3, 1, 0, 0, 0);
+  EXPECT_EQ("Tuesday March Tue Mar", Fmt(d, "%A %B %a %b"));
+  std::setlocale(LC_ALL, saved.c_str());
+}
+
+TEST(COleDateTimeFormatTest, InvalidNullAndOverlongResults) {
+  COleDateTime d;
+  d.SetStatus(COleDateTime::invalid);
+  EXPECT_EQ("Invalid DateTime", Fmt(d, "%Y"));
+  d.SetStatus(COleDateTime::null);
+  EXPECT_EQ("", Fmt(d, "%Y"));
+  COleDateTime ok(2005, 1, 1, 0, 0, 0);
+  EXPECT_EQ(255u, ok.Format(CString(std::u16string(255, u'x'))).str().size());
+  EXPECT_EQ("", Fmt(ok, std::string(256, 'x').c_str()));
+  // 64 weekday names are far beyond 255 characters.
+  std::string many;
+  for (int i = 0; i < 64; ++i) many += "%A";
+  EXPECT_EQ("", Fmt(ok, many.c_str()));
+}
+
+TEST(COleDateTimeFormatTest, UnknownConversionsAndNonAsciiTextPassThrough) {
+  COleDateTime d(2005, 1, 1, 0, 0, 0);
+  EXPECT_EQ("%Q %", Fmt(d, "%Q %"));
+  EXPECT_EQ("Jänner 2005", Fmt(d, "Jänner %Y"));
+  EXPECT_EQ("2005", Fmt(d, "%EY%Oz"));
+}
+
+TEST(COleDateTimeFormatTest, DefaultShapeReadsBack) {
+  COleDateTime d(2005, 11, 7, 21, 5, 9);
+  EXPECT_EQ("11/7/2005 9:05:09 PM", d.Format().ToUtf8());
+  COleDateTime back;
+  ASSERT_TRUE(back.ParseDateTime(d.Format()));
+  EXPECT_TRUE(back == d);
+  COleDateTime early(150, 1, 1, 0, 0, 0);
+  ASSERT_TRUE(back.ParseDateTime(early.Format()));
+  EXPECT_EQ(150, back.GetYear());
+}
+
+// ---- ParseDateTime ---------------------------------------------------------
+
+struct ParseCase {
+  const char* text;
+  const char* parts;  // nullptr: refused
+};
+
+TEST(COleDateTimeParseTest, AcceptsThePlainLocalShapes) {
+  const ParseCase cases[] = {
+      {"11/7/2005", "2005-11-07 00:00:00"},
+      {"  11/07/2005  ", "2005-11-07 00:00:00"},
+      {"1/2/05", "2005-01-02 00:00:00"},
+      {"1/2/29", "2029-01-02 00:00:00"},
+      {"1/2/30", "1930-01-02 00:00:00"},
+      {"1/2/99", "1999-01-02 00:00:00"},
+      {"2005-11-03", "2005-11-03 00:00:00"},
+      {"2005-11-03 09:15", "2005-11-03 09:15:00"},
+      {"2005-11-03\t9:15:43", "2005-11-03 09:15:43"},
+      {"11/7/2005 10:00", "2005-11-07 10:00:00"},
+      {"11/7/2005 10:00:30 pm", "2005-11-07 22:00:30"},
+      {"11/7/2005 12:00 AM", "2005-11-07 00:00:00"},
+      {"11/7/2005 12:30PM", "2005-11-07 12:30:00"},
+      {"11/7/2005 1:00 Am ", "2005-11-07 01:00:00"},
+  };
+  for (const auto& c : cases) {
+    COleDateTime d;
+    d.SetStatus(COleDateTime::invalid);
+    EXPECT_TRUE(d.ParseDateTime(c.text, 0, LANG_USER_DEFAULT)) << c.text;
+    EXPECT_EQ(COleDateTime::valid, d.GetStatus()) << c.text;
+    EXPECT_EQ(c.parts, Parts(d)) << c.text;
+  }
+}
+
+TEST(COleDateTimeParseTest, RefusesEveryOtherShape) {
+  const char* refused[] = {
+      "",
+      "   ",
+      "Mon, 07 Nov 2005 10:00:00 GMT",
+      "07 Nov 2005 10:00 GMT",
+      "11/03/05 10:00 GMT",
+      "11/03/05@10:00",
+      "11/03/05 @10:00",
+      "2005-11-03T09:15:43Z",
+      "2005-11-03T09:15",
+      "2005-11-03 09:15:43Z",
+      "2005-11-03 09:15:43 +01:00",
+      "2005-11-03 09:15:43.123",
+      "Monday November 7, 2005 @ 10:00",
+      "11:07:2005:10:00",
+      "10:00",
+      "11/7",
+      "11/7/",
+      "11/7/205",
+      "11/7/20055",
+      "111/7/2005",
+      "11/100/2005",
+      "2005-1-3",
+      "05-11-03",
+      "2005/11/03",
+      "11/7/2005 10",
+      "11/7/2005 10:0",
+      "11/7/2005 10:00:0",
+      "11/7/2005 10:00 XM",
+      "11/7/2005 PM",
+      "11/7/2005 13:00 PM",
+      "11/7/2005 0:30 AM",
+      "11/7/2005 10:00 AM x",
+      "2/31/2005",
+      "13/1/2005",
+      "11/7/2005 24:00",
+      "11/7/2005 10:60",
+      "-11/7/2005",
+      "+2005-11-03",
+      "0050-01-01",
+  };
+  for (const char* text : refused) {
+    COleDateTime d(2001, 1, 1, 0, 0, 0);
+    EXPECT_FALSE(d.ParseDateTime(text)) << text;
+    EXPECT_EQ(COleDateTime::invalid, d.GetStatus()) << text;
+  }
+}
+
+TEST(COleDateTimeParseTest, SurvivesHostileText) {
+  COleDateTime d;
+  std::u16string digits(100000, u'9');
+  EXPECT_FALSE(d.ParseDateTime(CString(digits)));
+  EXPECT_FALSE(d.ParseDateTime(CString(u"11/7/2005 10:00 A")));
+  std::u16string with_nul = u"11/7/2005";
+  with_nul.push_back(u'\0');
+  EXPECT_FALSE(d.ParseDateTime(CString(with_nul)));
+  EXPECT_FALSE(d.ParseDateTime(CString(u"\xD800/7/2005")));
+}
+
+}  // namespace
+}  // namespace kordll

@@ -1,0 +1,199 @@
+#include "kordll/platform/Clock.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <string>
+
+#include "kordll/platform/TimeZone.h"
+
+namespace kordll {
+namespace {
+
+std::string Stamp(const COleDateTime& d) { return d.Format("%Y-%m-%d %H:%M:%S").ToUtf8(); }
+
+long RoundMinutes(const COleDateTimeSpan& s) { return std::lround(s.GetTotalMinutes()); }
+
+// ---- The replaceable clock -------------------------------------------------
+
+TEST(ClockTest, ManualClockGivesNowToTheWholeLibrary) {
+  ScopedManualClock clock(2005, 11, 7, 10, 0, 0);
+  EXPECT_EQ("2005-11-07 10:00:00", Stamp(Clock::Now()));
+  EXPECT_EQ("2005-11-07 10:00:00", Stamp(COleDateTime::GetCurrentTime()));
+  EXPECT_EQ(0, Clock::MonotonicMillis());
+}
+
+TEST(ClockTest, AdvanceMovesLocalTimeAndMonotonicCountTogether) {
+  ScopedManualClock clock(2005, 12, 31, 23, 59, 30);
+  clock.Advance(45 * 1000);
+  EXPECT_EQ("2006-01-01 00:00:15", Stamp(Clock::Now()));
+  EXPECT_EQ(45000, Clock::MonotonicMillis());
+  clock.clock().AdvanceSeconds(86400);
+  EXPECT_EQ("2006-01-02 00:00:15", Stamp(Clock::Now()));
+  clock.Advance(0);
+  clock.Advance(-5000);
+  EXPECT_EQ(45000 + 86400000, Clock::MonotonicMillis());
+}
+
+TEST(ClockTest, MillisecondsAccumulateWithoutDrift) {
+  ScopedManualClock clock(2005, 1, 1, 0, 0, 0);
+  for (int i = 0; i < 3600; ++i) clock.Advance(1000);
+  EXPECT_EQ("2005-01-01 01:00:00", Stamp(Clock::Now()));
+  for (int i = 0; i < 999; ++i) clock.Advance(1);
+  EXPECT_EQ("2005-01-01 01:00:01", Stamp(Clock::Now()));  // 999 ms rounds up
+}
+
+TEST(ClockTest, SettingTheDateLeavesTheMonotonicCountAlone) {
+  ScopedManualClock clock;
+  EXPECT_EQ("2000-01-01 00:00:00", Stamp(Clock::Now()));
+  clock.Advance(1500);
+  clock.SetLocalNow(COleDateTime(1999, 6, 1, 12, 0, 0));
+  EXPECT_EQ("1999-06-01 12:00:00", Stamp(Clock::Now()));
+  EXPECT_EQ(1500, Clock::MonotonicMillis());
+  COleDateTime bad;
+  bad.SetStatus(COleDateTime::invalid);
+  clock.SetLocalNow(bad);
+  EXPECT_EQ("1999-06-01 12:00:00", Stamp(Clock::Now()));
+}
+
+TEST(ClockTest, SleepOnManualClockAdvancesInsteadOfWaiting) {
+  ScopedManualClock clock(2005, 1, 1, 0, 0, 0);
+  // A wait bounded by fifteen seconds of clock time ends after 300 passes.
+  int passes = 0;
+  int64_t start = Clock::MonotonicMillis();
+  while (Clock::MonotonicMillis() - start < 15000) {
+    Clock::SleepMillis(50);
+    ++passes;
+  }
+  EXPECT_EQ(300, passes);
+  EXPECT_EQ("2005-01-01 00:00:15", Stamp(Clock::Now()));
+  Clock::SleepMillis(-1);
+  EXPECT_EQ(15000, Clock::MonotonicMillis());
+}
+
+TEST(ClockTest, ScopesRestoreThePreviousClock) {
+  ScopedManualClock outer(2005, 1, 1, 0, 0, 0);
+  {
+    ScopedManualClock inner(2010, 6, 15, 8, 0, 0);
+    EXPECT_EQ("2010-06-15 08:00:00", Stamp(Clock::Now()));
+  }
+  EXPECT_EQ("2005-01-01 00:00:00", Stamp(Clock::Now()));
+}
+
+TEST(ClockTest, MachineClockReturnsWhenNoOverrideIsLeft) {
+  { ScopedManualClock clock(1950, 1, 1, 0, 0, 0); }
+  COleDateTime now = Clock::Now();
+  EXPECT_EQ(COleDateTime::valid, now.GetStatus());
+  EXPECT_GE(now.GetYear(), 2020);
+  int64_t a = Clock::MonotonicMillis();
+  int64_t b = Clock::MonotonicMillis();
+  EXPECT_LE(a, b);
+}
+
+TEST(ClockTest, ListenersHearEveryMoveUntilRemoved) {
+  ScopedManualClock clock(2005, 1, 1, 0, 0, 0);
+  std::atomic<int> heard{0};
+  int id = Clock::AddListener([&heard] { ++heard; });
+  EXPECT_NE(0, id);
+  clock.Advance(10);
+  clock.SetLocalNow(COleDateTime(2006, 1, 1, 0, 0, 0));
+  Clock::SleepMillis(5);
+  EXPECT_EQ(3, heard.load());
+  clock.Advance(0);  // no move, no call
+  EXPECT_EQ(3, heard.load());
+  Clock::RemoveListener(id);
+  clock.Advance(10);
+  EXPECT_EQ(3, heard.load());
+  Clock::RemoveListener(id);  // unknown id: ignored
+}
+
+TEST(ClockTest, ReplacingTheClockIsHeardToo) {
+  std::atomic<int> heard{0};
+  int id = Clock::AddListener([&heard] { ++heard; });
+  { ScopedManualClock clock; }
+  EXPECT_EQ(2, heard.load());
+  Clock::RemoveListener(id);
+}
+
+// ---- Universal time and the zone ---------------------------------------------
+
+TEST(ClockTest, ManualUniversalTimeIsLocalPlusStandardBias) {
+  ScopedTimeZone tz("EST5EDT");
+  ScopedManualClock clock(2005, 7, 1, 10, 0, 0);  // summer: bias still 300
+  EXPECT_EQ("2005-07-01 15:00:00", Stamp(Clock::NowUtc()));
+}
+
+TEST(ClockTest, MachineClockFollowsTheProcessZone) {
+  {
+    ScopedTimeZone tz("UTC0");
+    EXPECT_EQ(0, RoundMinutes(Clock::Now() - Clock::NowUtc()));
+  }
+  {
+    ScopedTimeZone tz("JST-9");
+    EXPECT_EQ(540, RoundMinutes(Clock::Now() - Clock::NowUtc()));
+  }
+  {
+    ScopedTimeZone tz("XYZ3:30");
+    EXPECT_EQ(-210, RoundMinutes(Clock::Now() - Clock::NowUtc()));
+  }
+}
+
+struct BiasCase {
+  const char* tz;
+  int bias;
+};
+
+TEST(TimeZoneTest, BiasIsUtcMinusLocalStandardTime) {
+  const BiasCase cases[] = {
+      {"UTC0", 0},
+      {"", 0},
+      {"EST5EDT", 300},
+      {"PST8PDT", 480},
+      {"CET-1CEST", -60},
+      {"IST-5:30", -330},
+      {"NST3:30NDT", 210},
+      {"JST-9", -540},
+      {"<+1245>-12:45", -765},
+  };
+  for (const auto& c : cases) {
+    ScopedTimeZone tz(c.tz);
+    EXPECT_EQ(c.bias, TimeZone::GetBias()) << c.tz;
+  }
+}
+
+TEST(TimeZoneTest, NamedZonesUseTheirStandardOffset) {
+  if (access("/usr/share/zoneinfo/America/New_York", R_OK) != 0) {
+    GTEST_SKIP() << "no zone database on this machine";
+  }
+  const BiasCase cases[] = {
+      {"America/New_York", 300},
+      {"Europe/Paris", -60},
+      {"Asia/Kolkata", -330},
+      {"Asia/Tokyo", -540},
+  };
+  for (const auto& c : cases) {
+    ScopedTimeZone tz(c.tz);
+    EXPECT_EQ(c.bias, TimeZone::GetBias()) << c.tz;
+  }
+}
+
+TEST(TimeZoneTest, ScopeRestoresTheEnvironment) {
+  {
+    ScopedTimeZone outer("EST5EDT");
+    {
+      ScopedTimeZone inner("JST-9");
+      EXPECT_EQ(-540, TimeZone::GetBias());
+    }
+    EXPECT_STREQ("EST5EDT", getenv("TZ"));
+    EXPECT_EQ(300, TimeZone::GetBias());
+  }
+  unsetenv("TZ");
+  { ScopedTimeZone tz("JST-9"); }
+  EXPECT_EQ(nullptr, getenv("TZ"));
+}
+
+}  // namespace
+}  // namespace kordll
