@@ -333,6 +333,15 @@ int FileSystem::DeleteFolderTree(const CString& path) {
   return Ok();
 }
 
+int FileSystem::CreateSymbolicLink(const CString& link, const CString& target) {
+  std::string l, t;
+  if (!ToSystemPath(link, &l) || !ToSystemPath(target, &t)) return Fail(ERROR_INVALID_NAME);
+  if (::symlink(t.c_str(), l.c_str()) != 0) {
+    return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : WinErrorFromErrno(errno));
+  }
+  return Ok();
+}
+
 bool FileSystem::Exists(const CString& path) {
   std::string p;
   struct stat st;

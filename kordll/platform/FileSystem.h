@@ -64,6 +64,10 @@ class FileSystem {
   // Folders deeper than 256 levels below `path` are left in place (answer 0).
   static int DeleteFolderTree(const CString& path);
 
+  // CreateSymbolicLinkW: makes `link` a symbolic link holding the text
+  // `target` (which need not exist). A taken name gives ERROR_ALREADY_EXISTS.
+  static int CreateSymbolicLink(const CString& link, const CString& target);
+
   // Something (file, folder, link, even a dangling one) has this name.
   static bool Exists(const CString& path);
   // A folder, following a link at the name.

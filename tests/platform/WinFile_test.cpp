@@ -1,0 +1,365 @@
+#include "kordll/platform/WinFile.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kordll/platform/FaultInjection.h"
+#include "kordll/platform/FileSystem.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+class WinFileTest : public test::TempRootTest {
+ protected:
+  CString P(const char* name) { return root_.Path(name); }
+
+  std::string Contents(const CString& path) {
+    std::string s;
+    EXPECT_EQ(1, FileSystem::ReadWholeFile(path, &s));
+    return s;
+  }
+
+  void Put(const CString& path, const std::string& bytes) {
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(path, bytes));
+  }
+
+  static int Write(WinFile& f, const std::string& bytes, uint32_t* written = nullptr) {
+    return f.WriteFile(bytes.data(), static_cast<uint32_t>(bytes.size()), written);
+  }
+
+  static std::string Read(WinFile& f, uint32_t count) {
+    std::string buf(count, '\0');
+    uint32_t got = 0;
+    EXPECT_EQ(1, f.ReadFile(buf.data(), count, &got));
+    buf.resize(got);
+    return buf;
+  }
+};
+
+TEST_F(WinFileTest, CreateNewMakesAFileAndRefusesATakenName) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  EXPECT_EQ(ERROR_SUCCESS, f.GetLastError());
+  EXPECT_EQ(0, f.GetFileSize());
+  ASSERT_EQ(1, Write(f, "abc"));
+  f.Close();
+
+  WinFile g;
+  EXPECT_EQ(0, g.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
+  EXPECT_EQ(ERROR_FILE_EXISTS, g.GetLastError());
+  EXPECT_EQ(ERROR_FILE_EXISTS, GetLastError());
+  EXPECT_FALSE(g.IsOpen());
+  EXPECT_EQ("abc", Contents(P("a")));
+}
+
+TEST_F(WinFileTest, OpenExistingTellsAMissingFileFromAMissingFolder) {
+  WinFile f;
+  EXPECT_EQ(0, f.Open(P("missing"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING));
+  EXPECT_EQ(ERROR_FILE_NOT_FOUND, f.GetLastError());
+  EXPECT_EQ(0, f.Open(P("nofolder/missing"), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(ERROR_PATH_NOT_FOUND, f.GetLastError());
+  EXPECT_FALSE(FileSystem::Exists(P("missing")));
+}
+
+TEST_F(WinFileTest, OpenAlwaysKeepsContentAndSaysItExisted) {
+  Put(P("a"), "hello");
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS));
+  EXPECT_EQ(ERROR_ALREADY_EXISTS, f.GetLastError());
+  EXPECT_EQ(5, f.GetFileSize());
+  EXPECT_EQ(0, f.GetFilePointer());
+  EXPECT_EQ("hello", Read(f, 100));
+
+  WinFile g;
+  ASSERT_EQ(1, g.Open(P("b"), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS));
+  EXPECT_EQ(ERROR_SUCCESS, g.GetLastError());
+  EXPECT_TRUE(FileSystem::IsFile(P("b")));
+}
+
+TEST_F(WinFileTest, CreateAlwaysAndTruncateExistingEmptyTheFile) {
+  Put(P("a"), "hello");
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_ALWAYS));
+  EXPECT_EQ(ERROR_ALREADY_EXISTS, f.GetLastError());
+  EXPECT_EQ(0, f.GetFileSize());
+  f.Close();
+
+  Put(P("a"), "hello");
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, TRUNCATE_EXISTING));
+  EXPECT_EQ(0, f.GetFileSize());
+  f.Close();
+
+  // Emptying needs write access, and a file to empty.
+  Put(P("a"), "hello");
+  EXPECT_EQ(0, f.Open(P("a"), GENERIC_READ, 0, TRUNCATE_EXISTING));
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, f.GetLastError());
+  EXPECT_EQ("hello", Contents(P("a")));
+  EXPECT_EQ(0, f.Open(P("none"), GENERIC_WRITE, 0, TRUNCATE_EXISTING));
+  EXPECT_EQ(ERROR_FILE_NOT_FOUND, f.GetLastError());
+  EXPECT_FALSE(FileSystem::Exists(P("none")));
+}
+
+TEST_F(WinFileTest, RefusesNamesAndObjectsThatAreNotFiles) {
+  WinFile f;
+  EXPECT_EQ(0, f.Open(root_.DataRoot(), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
+  EXPECT_EQ(0, f.Open(root_.DataRoot(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS));
+  EXPECT_EQ(0, f.Open("/dev/null", GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
+
+  EXPECT_EQ(0, f.Open(CString(), GENERIC_READ, 0, OPEN_ALWAYS));
+  EXPECT_EQ(ERROR_INVALID_NAME, f.GetLastError());
+  // U+0000 would cut the name short on the way to the system.
+  CString with_nul = P("ab");
+  with_nul.Insert(with_nul.GetLength() - 1, char16_t(0));
+  EXPECT_EQ(0, f.Open(with_nul, GENERIC_WRITE, 0, CREATE_ALWAYS));
+  EXPECT_EQ(ERROR_INVALID_NAME, f.GetLastError());
+  EXPECT_FALSE(FileSystem::Exists(P("a")));
+  // A lone surrogate has no spelling on disk.
+  EXPECT_EQ(0, f.Open(P("x") + char16_t(0xD800), GENERIC_WRITE, 0, CREATE_ALWAYS));
+  EXPECT_EQ(ERROR_INVALID_NAME, f.GetLastError());
+
+  EXPECT_EQ(0, f.Open(P("a"), 0, 0, OPEN_ALWAYS));
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, f.GetLastError());
+  EXPECT_EQ(0, f.Open(P("a"), GENERIC_WRITE, 0, 9));
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, f.GetLastError());
+  EXPECT_FALSE(FileSystem::Exists(P("a")));
+}
+
+TEST_F(WinFileTest, BackslashIsPartOfTheName) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a\\b"), GENERIC_WRITE, 0, CREATE_NEW));
+  f.Close();
+  EXPECT_TRUE(FileSystem::IsFile(P("a\\b")));
+  EXPECT_FALSE(FileSystem::Exists(P("a")));
+}
+
+TEST_F(WinFileTest, ReadIsShortAtTheEndAndEmptyPastIt) {
+  Put(P("a"), "0123456789");
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING));
+  EXPECT_EQ(6, f.SetFilePointer(6, FILE_BEGIN));
+  EXPECT_EQ("6789", Read(f, 10));
+  EXPECT_EQ(10, f.GetFilePointer());
+  EXPECT_EQ("", Read(f, 10));
+  EXPECT_EQ(100, f.SetFilePointer(100, FILE_BEGIN));
+  EXPECT_EQ("", Read(f, 10));
+  EXPECT_EQ(100, f.GetFilePointer());
+}
+
+TEST_F(WinFileTest, ReadsAndWritesShareOnePosition) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "abcdef"));
+  EXPECT_EQ(6, f.GetFilePointer());
+  EXPECT_EQ(0, f.SetFilePointer(0, FILE_BEGIN));
+  EXPECT_EQ("ab", Read(f, 2));
+  ASSERT_EQ(1, Write(f, "XY"));  // goes where the read stopped
+  EXPECT_EQ(4, f.GetFilePointer());
+  EXPECT_EQ("ef", Read(f, 5));
+  EXPECT_EQ(3, f.SetFilePointer(-3, FILE_CURRENT));
+  EXPECT_EQ(5, f.SetFilePointer(-1, FILE_END));
+  f.Close();
+  EXPECT_EQ("abXYef", Contents(P("a")));
+}
+
+TEST_F(WinFileTest, SeekBeforeTheStartIsRefusedAndKeepsThePosition) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "abc"));
+  EXPECT_EQ(-1, f.SetFilePointer(-4, FILE_END));
+  EXPECT_EQ(ERROR_NEGATIVE_SEEK, f.GetLastError());
+  EXPECT_EQ(3, f.GetFilePointer());
+  EXPECT_EQ(-1, f.SetFilePointer(1, 7));
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, f.GetLastError());
+  EXPECT_EQ(-1, f.SetFilePointer(INT64_MAX, FILE_END));
+  EXPECT_EQ(3, f.GetFilePointer());
+}
+
+TEST_F(WinFileTest, WritePastTheEndFillsTheGapWithZeros) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "ab"));
+  EXPECT_EQ(5, f.SetFilePointer(5, FILE_BEGIN));
+  ASSERT_EQ(1, Write(f, "z"));
+  EXPECT_EQ(6, f.GetFileSize());
+  f.Close();
+  EXPECT_EQ(std::string("ab\0\0\0z", 6), Contents(P("a")));
+}
+
+TEST_F(WinFileTest, PositionsAndSizesAreSixtyFourBit) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("big"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  const int64_t far = (int64_t{5} << 30) + 7;  // beyond any 32-bit offset
+  ASSERT_EQ(far, f.SetFilePointer(far, FILE_BEGIN));
+  if (!Write(f, "x")) GTEST_SKIP() << "the file system keeps no sparse files this large";
+  EXPECT_EQ(far + 1, f.GetFileSize());
+  EXPECT_EQ(far + 1, FileSystem::GetFileSize(P("big")));
+  EXPECT_EQ(far, f.SetFilePointer(-1, FILE_END));
+  EXPECT_EQ("x", Read(f, 4));
+}
+
+TEST_F(WinFileTest, SetEndOfFileCutsAndExtendsAtThePosition) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "abcdef"));
+  f.SetFilePointer(2, FILE_BEGIN);
+  ASSERT_EQ(1, f.SetEndOfFile());
+  EXPECT_EQ(2, f.GetFileSize());
+  EXPECT_EQ(2, f.GetFilePointer());
+  f.SetFilePointer(4, FILE_BEGIN);
+  ASSERT_EQ(1, f.SetEndOfFile());
+  EXPECT_EQ(1, f.FlushFileBuffers());
+  f.Close();
+  EXPECT_EQ(std::string("ab\0\0", 4), Contents(P("a")));
+}
+
+TEST_F(WinFileTest, AccessIsEnforced) {
+  Put(P("a"), "abc");
+  WinFile r;
+  ASSERT_EQ(1, r.Open(P("a"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING));
+  uint32_t written = 99;
+  EXPECT_EQ(0, Write(r, "zz", &written));
+  EXPECT_EQ(0u, written);
+  EXPECT_EQ(ERROR_ACCESS_DENIED, r.GetLastError());
+  EXPECT_EQ(0, r.SetEndOfFile());
+  EXPECT_EQ(1, r.FlushFileBuffers());
+
+  WinFile w;
+  ASSERT_EQ(1, w.Open(P("a"), GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_EXISTING));
+  char c;
+  uint32_t got = 99;
+  EXPECT_EQ(0, w.ReadFile(&c, 1, &got));
+  EXPECT_EQ(0u, got);
+  EXPECT_EQ(ERROR_ACCESS_DENIED, w.GetLastError());
+  EXPECT_EQ("abc", Contents(P("a")));
+}
+
+TEST_F(WinFileTest, AClosedFileAnswersFailureNotACrash) {
+  WinFile f;
+  char c = 0;
+  uint32_t n = 7;
+  EXPECT_EQ(0, f.ReadFile(&c, 1, &n));
+  EXPECT_EQ(0u, n);
+  EXPECT_EQ(ERROR_INVALID_HANDLE, f.GetLastError());
+  EXPECT_EQ(0, f.WriteFile(&c, 1, nullptr));
+  EXPECT_EQ(-1, f.SetFilePointer(0, FILE_BEGIN));
+  EXPECT_EQ(-1, f.GetFileSize());
+  EXPECT_EQ(-1, f.GetFilePointer());
+  EXPECT_EQ(0, f.SetEndOfFile());
+  EXPECT_EQ(0, f.FlushFileBuffers());
+  EXPECT_EQ(0, f.Close());
+
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  EXPECT_EQ(0, f.ReadFile(nullptr, 4, &n));  // no buffer
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, f.GetLastError());
+  EXPECT_EQ(1, f.Close());
+  EXPECT_EQ(0, f.WriteFile(&c, 1, nullptr));
+}
+
+TEST_F(WinFileTest, ReopeningClosesTheFormerFile) {
+  Put(P("a"), "first");
+  Put(P("b"), "second");
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ("fir", Read(f, 3));
+  ASSERT_EQ(1, f.Open(P("b"), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(0, f.GetFilePointer());
+  EXPECT_EQ("second", Read(f, 10));
+  EXPECT_EQ(P("b"), f.GetPath());
+}
+
+// --- injected faults --------------------------------------------------------
+
+TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  FaultInjection::Arm(FaultInjection::kWrite, 1, 1);
+  uint32_t written = 99;
+  EXPECT_EQ(1, Write(f, "one", &written));
+  EXPECT_EQ(3u, written);
+  EXPECT_EQ(0, Write(f, "two", &written));
+  EXPECT_EQ(0u, written);
+  EXPECT_EQ(ERROR_DISK_FULL, f.GetLastError());
+  EXPECT_EQ(ERROR_DISK_FULL, GetLastError());
+  EXPECT_EQ(3, f.GetFilePointer());
+  EXPECT_EQ(1, Write(f, "six", &written));  // transient: the next one passes
+  EXPECT_EQ(1, FaultInjection::Injected(FaultInjection::kWrite));
+  FaultInjection::DisarmAll();
+  f.Close();
+  EXPECT_EQ("onesix", Contents(P("a")));
+}
+
+TEST_F(WinFileTest, InjectedPersistentFullDiskFailsEveryLaterWrite) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
+  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(0, Write(f, "x"));
+  EXPECT_EQ(5, FaultInjection::Injected(FaultInjection::kWrite));
+  FaultInjection::Disarm(FaultInjection::kWrite);
+  EXPECT_EQ(1, Write(f, "y"));
+  EXPECT_EQ(1, f.GetFileSize());
+}
+
+TEST_F(WinFileTest, InjectedShortWriteLeavesHalfAndAdvancesByIt) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  FaultInjection::Arm(FaultInjection::kShortWrite, 0, 1);
+  uint32_t written = 0;
+  EXPECT_EQ(0, Write(f, "abcdefgh", &written));
+  EXPECT_EQ(4u, written);
+  EXPECT_EQ(ERROR_DISK_FULL, f.GetLastError());
+  EXPECT_EQ(4, f.GetFilePointer());
+  FaultInjection::DisarmAll();
+  f.Close();
+  EXPECT_EQ("abcd", Contents(P("a")));
+}
+
+TEST_F(WinFileTest, InjectedReadAndOpenFailures) {
+  Put(P("a"), "abc");
+  FaultInjection::Arm(FaultInjection::kOpen, 0, 1);
+  WinFile f;
+  EXPECT_EQ(0, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
+  EXPECT_EQ(1, f.Open(P("new"), GENERIC_WRITE, 0, CREATE_NEW)) << "one failure only";
+  FaultInjection::Arm(FaultInjection::kOpen, 0, 1);
+  EXPECT_EQ(0, f.Open(P("new2"), GENERIC_WRITE, 0, CREATE_NEW));
+  EXPECT_FALSE(FileSystem::Exists(P("new2")));
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
+
+  FaultInjection::Arm(FaultInjection::kRead, 0, 1);
+  char buf[4];
+  uint32_t got = 9;
+  EXPECT_EQ(0, f.ReadFile(buf, 3, &got));
+  EXPECT_EQ(0u, got);
+  EXPECT_EQ(ERROR_READ_FAULT, f.GetLastError());
+  EXPECT_EQ(0, f.GetFilePointer());
+  EXPECT_EQ("abc", Read(f, 3));
+}
+
+TEST_F(WinFileTest, InjectionCanBeLimitedToOnePath) {
+  WinFile a, b;
+  ASSERT_EQ(1, a.Open(P("x.kdb"), GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, b.Open(P("y.sdb"), GENERIC_WRITE, 0, CREATE_NEW));
+  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, ".sdb");
+  EXPECT_EQ(1, Write(a, "ok"));
+  EXPECT_EQ(0, Write(b, "no"));
+  EXPECT_EQ(1, FaultInjection::Injected(FaultInjection::kWrite));
+}
+
+TEST_F(WinFileTest, FlushFaultFailsFlushAndSetEndOfFile) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "abc"));
+  FaultInjection::Arm(FaultInjection::kFlush, 0, FaultInjection::kForever);
+  EXPECT_EQ(0, f.FlushFileBuffers());
+  EXPECT_EQ(ERROR_WRITE_FAULT, f.GetLastError());
+  f.SetFilePointer(1, FILE_BEGIN);
+  EXPECT_EQ(0, f.SetEndOfFile());
+  EXPECT_EQ(3, f.GetFileSize());
+}
+
+}  // namespace
+}  // namespace kordll
