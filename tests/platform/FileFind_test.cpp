@@ -1,0 +1,161 @@
+#include "kordll/platform/FileFind.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Locations.h"
+#include "kordll/platform/WinError.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+TEST(FileFindMaskTest, MatchesWithoutRegardToAsciiCase) {
+  EXPECT_TRUE(FileFind::MatchMask("X.DLL", "*.dll"));
+  EXPECT_TRUE(FileFind::MatchMask("plugin.Dll", "*.DLL"));
+  EXPECT_TRUE(FileFind::MatchMask("ABC", "abc"));
+  EXPECT_FALSE(FileFind::MatchMask("x.dlls", "*.dll"));
+  EXPECT_FALSE(FileFind::MatchMask("xdll", "*.dll"));
+  // Case folding is ASCII only, as the file system's own comparison here.
+  EXPECT_FALSE(FileFind::MatchMask(u"\u00C9t\u00E9", u"\u00E9t\u00E9"));
+  EXPECT_TRUE(FileFind::MatchMask(u"\u00E9t\u00E9.txt", u"\u00E9t?.TXT"));
+}
+
+TEST(FileFindMaskTest, StarAndQuestionMark) {
+  EXPECT_TRUE(FileFind::MatchMask("", "*"));
+  EXPECT_FALSE(FileFind::MatchMask("", "?"));
+  EXPECT_TRUE(FileFind::MatchMask("a", "?"));
+  EXPECT_FALSE(FileFind::MatchMask("ab", "?"));
+  EXPECT_TRUE(FileFind::MatchMask("abc", "a*c"));
+  EXPECT_TRUE(FileFind::MatchMask("ac", "a*c"));
+  EXPECT_TRUE(FileFind::MatchMask("abcbc", "a*bc"));
+  EXPECT_FALSE(FileFind::MatchMask("abcb", "a*bc"));
+  EXPECT_TRUE(FileFind::MatchMask("a.b.c", "*.*.?"));
+  EXPECT_TRUE(FileFind::MatchMask("a*b", "a*b"));
+  EXPECT_FALSE(FileFind::MatchMask("abc", ""));
+}
+
+TEST(FileFindMaskTest, DotStarMatchesNamesWithoutAnExtension) {
+  EXPECT_TRUE(FileFind::MatchMask("README", "*.*"));
+  EXPECT_TRUE(FileFind::MatchMask("folder", "*.*"));
+  EXPECT_TRUE(FileFind::MatchMask("a.b", "*.*"));
+  EXPECT_TRUE(FileFind::MatchMask("abc", "abc.*"));
+  EXPECT_TRUE(FileFind::MatchMask("abc.txt", "abc.*"));
+  EXPECT_FALSE(FileFind::MatchMask("abd", "abc.*"));
+}
+
+TEST(FileFindMaskTest, HostileMasksFinish) {
+  std::u16string name(4000, u'a');
+  std::u16string mask;
+  for (int i = 0; i < 200; ++i) mask += u"*a";
+  mask += u"b";
+  EXPECT_FALSE(FileFind::MatchMask(CString(name), CString(mask)));
+  name.back() = u'b';
+  EXPECT_TRUE(FileFind::MatchMask(CString(name), CString(mask)));
+}
+
+class FileFindTest : public test::TempRootTest {
+ protected:
+  CString P(const char* name) { return root_.Path(name); }
+  void Touch(const char* name) { ASSERT_EQ(1, FileSystem::WriteWholeFile(P(name), "x")); }
+
+  static std::vector<std::string> Walk(FileFind& finder) {
+    std::vector<std::string> names;
+    int working = 1;
+    while (working) {
+      working = finder.FindNextFile();
+      if (finder.GetEntry() == nullptr) break;
+      names.push_back(finder.GetFileName().ToUtf8());
+    }
+    return names;
+  }
+};
+
+TEST_F(FileFindTest, ListsMatchingNamesInAFixedOrder) {
+  ASSERT_EQ(1, FileSystem::CreateDirectory(P("p")));
+  for (const char* n : {"p/b.DLL", "p/A.dll", "p/c.dll.txt", "p/readme", "p/C.dll"}) Touch(n);
+  ASSERT_EQ(1, FileSystem::CreateDirectory(P("p/sub.dll")));
+
+  FileFind finder;
+  ASSERT_EQ(1, finder.FindFile(P("p/*.dll")));
+  EXPECT_EQ(P("p"), finder.GetRoot());
+  EXPECT_EQ(nullptr, finder.GetEntry()) << "nothing is current before the first step";
+  std::vector<std::string> want = {"A.dll", "b.DLL", "C.dll", "sub.dll"};
+  EXPECT_EQ(want, Walk(finder));
+}
+
+TEST_F(FileFindTest, FindNextFileAnswersZeroOnTheLastEntryWhichIsStillValid) {
+  Touch("only.txt");
+  FileFind finder;
+  ASSERT_EQ(1, finder.FindFile(root_.root(), "*.txt"));
+  EXPECT_EQ(0, finder.FindNextFile());
+  EXPECT_EQ(ERROR_NO_MORE_FILES, GetLastError());
+  EXPECT_EQ("only.txt", finder.GetFileName());
+  EXPECT_EQ(P("only.txt"), finder.GetFilePath());
+  EXPECT_EQ(1, finder.GetLength());
+  EXPECT_TRUE(finder.IsRegularFile());
+  EXPECT_FALSE(finder.IsDirectory());
+  EXPECT_FALSE(finder.IsDots());
+  EXPECT_EQ(0, finder.FindNextFile());
+  EXPECT_EQ(nullptr, finder.GetEntry());
+  EXPECT_EQ("", finder.GetFileName());
+}
+
+TEST_F(FileFindTest, DotEntriesAreNeverListed) {
+  ASSERT_EQ(1, FileSystem::CreateDirectory(P("d")));
+  Touch("d/.hidden");
+  Touch("d/...");
+  FileFind finder;
+  ASSERT_EQ(1, finder.FindFile(P("d"), "*"));
+  std::vector<std::string> want = {"...", ".hidden"};
+  EXPECT_EQ(want, Walk(finder));
+  std::vector<FindEntry> all;
+  ASSERT_EQ(1, FileFind::List(P("d"), "*.*", &all));
+  EXPECT_EQ(2u, all.size());
+}
+
+TEST_F(FileFindTest, NoMatchAndNoFolderAreToldApart) {
+  FileFind finder;
+  EXPECT_EQ(0, finder.FindFile(root_.root(), "*.none"));
+  EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+  EXPECT_EQ(0, finder.FindNextFile());
+  EXPECT_EQ(0, finder.FindFile(P("missing"), "*.*"));
+  EXPECT_EQ(ERROR_PATH_NOT_FOUND, GetLastError());
+  Touch("plain");
+  EXPECT_EQ(0, finder.FindFile(P("plain"), "*.*"));
+  EXPECT_EQ(ERROR_PATH_NOT_FOUND, GetLastError());
+  std::vector<FindEntry> none;
+  EXPECT_EQ(1, FileFind::List(root_.root(), "*.none", &none));
+  EXPECT_TRUE(none.empty());
+}
+
+TEST_F(FileFindTest, LinksAreReportedAsLinksNotFolders) {
+  ASSERT_EQ(1, FileSystem::CreateDirectoryTree(P("outside/deep")));
+  ASSERT_EQ(1, FileSystem::CreateDirectory(P("w")));
+  ASSERT_EQ(1, FileSystem::CreateDirectory(P("w/real")));
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("w/jump"), P("outside")));
+  std::vector<FindEntry> entries;
+  ASSERT_EQ(1, FileFind::List(P("w"), "*.*", &entries));
+  ASSERT_EQ(2u, entries.size());
+  EXPECT_EQ("jump", entries[0].name);
+  EXPECT_TRUE(entries[0].is_symlink);
+  EXPECT_FALSE(entries[0].is_folder);
+  EXPECT_FALSE(entries[0].is_file);
+  EXPECT_EQ("real", entries[1].name);
+  EXPECT_TRUE(entries[1].is_folder);
+  EXPECT_FALSE(entries[1].is_symlink);
+}
+
+TEST_F(FileFindTest, ABackslashIsPartOfAName) {
+  Touch("a\\b.txt");
+  FileFind finder;
+  ASSERT_EQ(1, finder.FindFile(Locations::Join(root_.root(), "*\\*.TXT")));
+  finder.FindNextFile();
+  EXPECT_EQ("a\\b.txt", finder.GetFileName());
+}
+
+}  // namespace
+}  // namespace kordll
