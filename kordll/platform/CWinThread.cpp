@@ -204,7 +204,7 @@ void PostQuitMessage(int exit_code) {
 }
 
 int PeekMessage(MSG* msg, int remove) {
-  std::shared_ptr<MessageQueue> q = MessageQueue::Current(false);
+  std::shared_ptr<MessageQueue> q = MessageQueue::Current(true);
   if (!q || !msg) return 0;
   return q->Peek(msg, remove != kPeekNoRemove);
 }

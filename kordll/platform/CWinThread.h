@@ -28,6 +28,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "kordll/platform/MessageQueue.h"
 
@@ -116,13 +117,13 @@ class CWinThread {
   std::shared_ptr<MessageQueue> queue_;  // guarded by queue_mu_
 };
 
-// Constructs a T (a CWinThread subclass, default-constructible) and starts it.
-// Answers the running thread, or null when no thread could be made (the
-// object is then deleted). The object is deleted by its own thread after its
-// loop unless the caller clears m_bAutoDelete through AfxBeginThread(T*).
-template <class T>
-T* AfxBeginThread() {
-  T* thread = new T();
+// Constructs a T (a CWinThread subclass) from args and starts it. Answers
+// the running thread, or null when no thread could be made (the object is
+// then deleted). The object is deleted by its own thread after its loop;
+// a caller that wants to keep it uses AfxBeginThread(CWinThread*).
+template <class T, class... Args>
+T* AfxBeginThread(Args&&... args) {
+  T* thread = new T(std::forward<Args>(args)...);
   if (!thread->CreateThread()) {
     delete thread;
     return nullptr;
@@ -162,7 +163,8 @@ constexpr int kPeekRemove = 1;
 
 // Looks at the calling thread's queue without waiting (running any waiting
 // sent messages and raising due timers first). 1 when *msg was filled,
-// 0 when nothing waits or the thread has no queue.
+// 0 when nothing waits. As with Win32, this is how a thread asks for a
+// queue: a thread that had none gets one (and answers 0).
 int PeekMessage(MSG* msg, int remove);
 // Takes the next message of the calling thread, waiting for one. Answers 0
 // for message 18, else 1. On a thread with no queue answers 0 at once

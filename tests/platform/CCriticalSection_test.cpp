@@ -1,0 +1,107 @@
+#include "kordll/platform/CCriticalSection.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace kordll {
+namespace {
+
+// Answers TryLock as seen from another thread, releasing at once if entered.
+int TryLockFromOtherThread(CCriticalSection& cs) {
+  int entered = -1;
+  std::thread other([&] {
+    entered = cs.TryLock();
+    if (entered) cs.Unlock();
+  });
+  other.join();
+  return entered;
+}
+
+TEST(CCriticalSectionTest, OwnerEntersAgainAndMustLeaveAsOften) {
+  CCriticalSection cs;
+  cs.Lock();
+  cs.Lock();
+  EXPECT_EQ(1, cs.TryLock());  // a third entry by the owner
+  cs.Unlock();
+  cs.Unlock();
+  // Still held once: another thread is kept out.
+  EXPECT_EQ(0, TryLockFromOtherThread(cs));
+  cs.Unlock();
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));
+}
+
+TEST(CCriticalSectionTest, TryLockFailsWhileAnotherThreadHoldsIt) {
+  CCriticalSection cs;
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));
+  {
+    CSingleLock hold(cs);
+    EXPECT_EQ(0, TryLockFromOtherThread(cs));
+  }
+  // The scope's end left it.
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));
+}
+
+TEST(CCriticalSectionTest, SingleLockNestsOnOneThread) {
+  CCriticalSection cs;
+  {
+    CSingleLock outer(cs);
+    CSingleLock inner(cs);
+    EXPECT_EQ(0, TryLockFromOtherThread(cs));
+  }
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));
+}
+
+TEST(CCriticalSectionConcurrencyTest, ExcludesOtherThreads) {
+  CCriticalSection cs;
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 20000;
+  long counter = 0;  // guarded by cs, deliberately not atomic
+  int inside = 0;    // guarded by cs
+  std::atomic<int> overlaps{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) {
+        CSingleLock lock(cs);
+        CSingleLock again(cs);  // re-entry under contention
+        if (++inside != 1) overlaps.fetch_add(1);
+        long seen = counter;
+        counter = seen + 1;
+        --inside;
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(0, overlaps.load());
+  EXPECT_EQ(static_cast<long>(kThreads) * kRounds, counter);
+}
+
+TEST(CCriticalSectionConcurrencyTest, TryLockNeverLetsTwoIn) {
+  CCriticalSection cs;
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 20000;
+  int inside = 0;  // guarded by cs
+  std::atomic<int> overlaps{0};
+  std::atomic<int> entries{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) {
+        if (!cs.TryLock()) continue;
+        if (++inside != 1) overlaps.fetch_add(1);
+        entries.fetch_add(1);
+        --inside;
+        cs.Unlock();
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(0, overlaps.load());
+  EXPECT_GT(entries.load(), 0);
+}
+
+}  // namespace
+}  // namespace kordll

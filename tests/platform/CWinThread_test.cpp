@@ -1,0 +1,400 @@
+#include "kordll/platform/CWinThread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kordll {
+namespace {
+
+// A generous limit for waiting on another thread; reached only when the code
+// under test is broken (a lost message would otherwise hang the test).
+constexpr auto kPatience = std::chrono::seconds(20);
+
+// What a thread saw, readable from the test thread.
+class Journal {
+ public:
+  void Add(std::string entry) {
+    std::lock_guard<std::mutex> lock(mu_);
+    entries_.push_back(std::move(entry));
+    cv_.notify_all();
+  }
+  void AddMsg(unsigned message, intptr_t w, intptr_t l) {
+    std::lock_guard<std::mutex> lock(mu_);
+    msgs_.push_back(MSG{0, message, w, l});
+    cv_.notify_all();
+  }
+  // Waits until n messages were recorded; false when that never happens.
+  bool WaitForMessages(size_t n) {
+    std::unique_lock<std::mutex> lock(mu_);
+    return cv_.wait_for(lock, kPatience, [&] { return msgs_.size() >= n; });
+  }
+  bool WaitForEntry(const std::string& entry) {
+    std::unique_lock<std::mutex> lock(mu_);
+    return cv_.wait_for(lock, kPatience, [&] {
+      for (const std::string& e : entries_)
+        if (e == entry) return true;
+      return false;
+    });
+  }
+  std::vector<MSG> msgs() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return msgs_;
+  }
+  std::vector<std::string> entries() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return entries_;
+  }
+
+ private:
+  std::mutex mu_;
+  std::condition_variable cv_;
+  std::vector<MSG> msgs_;
+  std::vector<std::string> entries_;
+};
+
+// Records every thread message; message 500 asks it to quit from inside a
+// handler, message 501 pumps the waiting messages from inside a handler.
+class RecordingThread : public CWinThread {
+ public:
+  explicit RecordingThread(Journal* journal, int init_answer = 1)
+      : journal_(journal), init_answer_(init_answer) {}
+  ~RecordingThread() override {
+    journal_->Add(AfxGetThread() == nullptr ? "dtor" : "dtor inside thread");
+  }
+
+  int InitInstance() override {
+    journal_->Add(AfxGetThread() == this ? "init on thread" : "init elsewhere");
+    return init_answer_;
+  }
+  int ExitInstance() override {
+    journal_->Add("exit");
+    return CWinThread::ExitInstance();
+  }
+  int OnThreadMessage(unsigned message, intptr_t w, intptr_t l) override {
+    if (AfxGetThread() != this) journal_->Add("handler on wrong thread");
+    journal_->AddMsg(message, w, l);
+    if (message == 500) PostQuitMessage(static_cast<int>(w));
+    if (message == 501) journal_->Add(PumpWaitingMessages() ? "pumped" : "pump saw quit");
+    return 1;
+  }
+  void OnDiscardedMessage(const MSG& msg) override {
+    journal_->Add("discarded " + std::to_string(msg.message));
+  }
+
+ private:
+  Journal* journal_;
+  int init_answer_;
+};
+
+TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  // Messages posted before the thread runs wait for it.
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
+  ASSERT_EQ(thread, AfxBeginThread(thread));
+  for (int i = 50; i < 500; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 3, 0));
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  EXPECT_EQ(3u, thread->GetExitCode());
+
+  std::vector<MSG> msgs = journal.msgs();
+  ASSERT_EQ(500u, msgs.size());
+  for (int i = 0; i < 500; ++i) {
+    EXPECT_EQ(static_cast<unsigned>(1000 + i), msgs[i].message);
+    EXPECT_EQ(i, msgs[i].wParam);
+    EXPECT_EQ(-i, msgs[i].lParam);
+  }
+  std::vector<std::string> entries = journal.entries();
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit"}), entries);
+  delete thread;
+}
+
+TEST(CWinThreadTest, QuitEndsTheLoopAndLaterMessagesAreHandedBack) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 9, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(2, 0, 0));  // behind the quit: never handled
+  ASSERT_EQ(1, thread->CreateThread());
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  EXPECT_EQ(9u, thread->GetExitCode());
+  std::vector<MSG> msgs = journal.msgs();
+  ASSERT_EQ(1u, msgs.size());
+  EXPECT_EQ(1u, msgs[0].message);
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 2"}), journal.entries());
+  EXPECT_EQ(0, thread->CreateThread());  // a thread runs once
+  delete thread;
+}
+
+TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
+  Journal journal;
+  RecordingThread* thread = AfxBeginThread<RecordingThread>(&journal);
+  ASSERT_NE(nullptr, thread);
+  ASSERT_EQ(1, thread->PostThreadMessage(7, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(500, 4, 0));  // the handler asks to quit
+  ASSERT_TRUE(journal.WaitForEntry("dtor"));
+  // The object was deleted after its last handler and after ExitInstance,
+  // by the thread itself once it no longer counted as a CWinThread.
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "dtor"}), journal.entries());
+  EXPECT_EQ(2u, journal.msgs().size());
+}
+
+TEST(CWinThreadTest, PostToAnEndedThreadAnswersZero) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->CreateThread());
+  unsigned id = thread->GetThreadId();
+  ASSERT_NE(0u, id);
+  EXPECT_EQ(1, PostThreadMessage(id, 12, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  EXPECT_EQ(0, thread->PostThreadMessage(13, 0, 0));
+  EXPECT_EQ(0, PostThreadMessage(id, 13, 0, 0));
+  ASSERT_EQ(1u, journal.msgs().size());
+  delete thread;
+  // By id it stays safe once the object is gone.
+  EXPECT_EQ(0, PostThreadMessage(id, 14, 0, 0));
+  EXPECT_EQ(0, PostThreadMessage(0, 14, 0, 0));
+}
+
+TEST(CWinThreadTest, AutoDeletedThreadRefusesPostsById) {
+  Journal journal;
+  RecordingThread* thread = AfxBeginThread<RecordingThread>(&journal);
+  ASSERT_NE(nullptr, thread);
+  unsigned id = thread->GetThreadId();
+  ASSERT_EQ(1, PostThreadMessage(id, kMsgQuit, 0, 0));
+  ASSERT_TRUE(journal.WaitForEntry("dtor"));
+  EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0));
+}
+
+TEST(CWinThreadTest, InitInstanceRefusingSkipsTheLoop) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal, 0);
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->PostThreadMessage(5, 0, 0));
+  ASSERT_EQ(1, thread->CreateThread());
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  EXPECT_TRUE(journal.msgs().empty());
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 5"}), journal.entries());
+  delete thread;
+}
+
+TEST(CWinThreadTest, PumpInsideAHandlerRunsWaitingMessagesAndKeepsTheQuit) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  // 501 pumps: it runs 20 and 21 from inside its handler, then meets the
+  // quit, puts it back and stops. A put-back quit comes after every posted
+  // message, so the loop still runs 22 before it ends.
+  ASSERT_EQ(1, thread->PostThreadMessage(501, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(20, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(21, 0, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 6, 0));
+  ASSERT_EQ(1, thread->PostThreadMessage(22, 0, 0));
+  ASSERT_EQ(1, thread->CreateThread());
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  std::vector<MSG> msgs = journal.msgs();
+  ASSERT_EQ(4u, msgs.size());
+  EXPECT_EQ(501u, msgs[0].message);
+  EXPECT_EQ(20u, msgs[1].message);
+  EXPECT_EQ(21u, msgs[2].message);
+  EXPECT_EQ(22u, msgs[3].message);
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "pump saw quit", "exit"}),
+            journal.entries());
+  EXPECT_EQ(6u, thread->GetExitCode());
+  delete thread;
+}
+
+TEST(CWinThreadTest, PlainThreadHasNoQueueAndSimplyWaits) {
+  int pumped = -1, peeked = -1, got = -1, waited = -1, pump_one = -1;
+  unsigned id = 1, id_after_pumping = 1, id_after_peek = 0;
+  CWinThread* current = reinterpret_cast<CWinThread*>(1);
+  std::thread plain([&] {
+    current = AfxGetThread();
+    id = GetCurrentThreadId();
+    pumped = PumpWaitingMessages();
+    pump_one = PumpMessage();
+    MSG msg;
+    got = GetMessage(&msg);  // would never return on a queue nobody can post to
+    waited = WaitForMessages(1);
+    PostQuitMessage(0);  // nothing to post to: ignored
+    id_after_pumping = GetCurrentThreadId();
+    // Peeking is how a thread asks for a queue.
+    peeked = PeekMessage(&msg, kPeekRemove);
+    id_after_peek = GetCurrentThreadId();
+  });
+  plain.join();
+  EXPECT_EQ(nullptr, current);
+  EXPECT_EQ(0u, id);
+  EXPECT_EQ(1, pumped);
+  EXPECT_EQ(1, pump_one);
+  EXPECT_EQ(0, got);
+  EXPECT_EQ(0, waited);
+  EXPECT_EQ(0u, id_after_pumping);
+  EXPECT_EQ(0, peeked);
+  EXPECT_NE(0u, id_after_peek);
+}
+
+TEST(CWinThreadTest, PlainThreadQueueClosesWhenTheThreadEnds) {
+  unsigned id = 0;
+  int posted_while_alive = -1;
+  std::thread plain([&] {
+    MSG msg;
+    PeekMessage(&msg, kPeekNoRemove);
+    id = GetCurrentThreadId();
+    posted_while_alive = PostThreadMessage(id, 77, 0, 0);
+    // The plain thread takes its own message like any loop would.
+    posted_while_alive += GetMessage(&msg) == 1 && msg.message == 77 ? 10 : 0;
+  });
+  plain.join();
+  EXPECT_EQ(11, posted_while_alive);
+  EXPECT_EQ(0, PostThreadMessage(id, 78, 0, 0));
+}
+
+TEST(CWinThreadTest, WorkerThreadRunsItsFunctionAndGetsAQueueOnlyWhenItNeedsOne) {
+  std::mutex mu;
+  std::condition_variable cv;
+  int step = 0;  // guarded by mu
+  int posted_before = -1;
+  auto* worker = new CWinThread([&]() -> unsigned {
+    {
+      std::unique_lock<std::mutex> lock(mu);
+      step = 1;
+      cv.notify_all();
+      cv.wait(lock, [&] { return step == 2; });
+    }
+    // Needing a queue (here: to peek) gives the worker one.
+    MSG msg;
+    PeekMessage(&msg, kPeekNoRemove);
+    {
+      std::unique_lock<std::mutex> lock(mu);
+      step = 3;
+      cv.notify_all();
+    }
+    MSG got;
+    return GetMessage(&got) ? static_cast<unsigned>(got.message) : 0u;
+  });
+  worker->m_bAutoDelete = 0;
+  ASSERT_EQ(worker, AfxBeginThread(worker));
+  {
+    std::unique_lock<std::mutex> lock(mu);
+    ASSERT_TRUE(cv.wait_for(lock, kPatience, [&] { return step == 1; }));
+    posted_before = worker->PostThreadMessage(40, 0, 0);
+    EXPECT_EQ(0u, worker->GetThreadId());
+    step = 2;
+    cv.notify_all();
+    ASSERT_TRUE(cv.wait_for(lock, kPatience, [&] { return step == 3; }));
+  }
+  EXPECT_EQ(0, posted_before);
+  EXPECT_NE(0u, worker->GetThreadId());
+  EXPECT_EQ(1, worker->PostThreadMessage(41, 0, 0));
+  ASSERT_EQ(1, worker->WaitForExit(20000));
+  EXPECT_EQ(41u, worker->GetExitCode());
+  EXPECT_EQ(0, worker->PostThreadMessage(42, 0, 0));
+  delete worker;
+}
+
+TEST(CWinThreadTest, HandlerExceptionEndsTheThreadQuietly) {
+  class Throwing : public CWinThread {
+   public:
+    int OnThreadMessage(unsigned, intptr_t, intptr_t) override { throw std::runtime_error("x"); }
+  };
+  auto* thread = new Throwing();
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->CreateThread());
+  ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
+  ASSERT_EQ(1, thread->WaitForExit(20000));
+  EXPECT_EQ(0xFFFFFFFFu, thread->GetExitCode());
+  EXPECT_EQ(0, thread->PostThreadMessage(2, 0, 0));
+  delete thread;
+}
+
+TEST(CWinThreadTest, WaitForExitTimesOutWhileRunning) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->CreateThread());
+  EXPECT_EQ(0, thread->WaitForExit(0));
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
+  EXPECT_EQ(1, thread->WaitForExit(20000));
+  delete thread;
+}
+
+TEST(CWinThreadTest, NeverStartedThreadRefusesPostsOnceDeleted) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  unsigned id = thread->GetThreadId();
+  EXPECT_EQ(1, PostThreadMessage(id, 1, 0, 0));
+  delete thread;
+  EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0));
+  EXPECT_TRUE(journal.msgs().empty());
+}
+
+TEST(CWinThreadConcurrencyTest, EachSendersOrderIsKept) {
+  Journal journal;
+  auto* thread = new RecordingThread(&journal);
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(1, thread->CreateThread());
+  constexpr int kSenders = 4;
+  constexpr int kEach = 2000;
+  std::vector<std::thread> senders;
+  for (int s = 0; s < kSenders; ++s) {
+    senders.emplace_back([thread, s] {
+      for (int i = 0; i < kEach; ++i) thread->PostThreadMessage(2000 + s, i, 0);
+    });
+  }
+  for (std::thread& t : senders) t.join();
+  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
+  ASSERT_EQ(1, thread->WaitForExit(60000));
+  std::vector<MSG> msgs = journal.msgs();
+  ASSERT_EQ(static_cast<size_t>(kSenders * kEach), msgs.size());
+  std::vector<intptr_t> next(kSenders, 0);
+  for (const MSG& m : msgs) {
+    int s = static_cast<int>(m.message) - 2000;
+    ASSERT_GE(s, 0);
+    ASSERT_LT(s, kSenders);
+    EXPECT_EQ(next[s], m.wParam);
+    next[s] = m.wParam + 1;
+  }
+  delete thread;
+}
+
+TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
+  // Every post answered 1 must reach the handler or OnDiscardedMessage; every
+  // post answered 0 must reach neither: no message is lost or run twice.
+  for (int round = 0; round < 20; ++round) {
+    Journal journal;
+    auto* thread = new RecordingThread(&journal);
+    thread->m_bAutoDelete = 0;
+    ASSERT_EQ(1, thread->CreateThread());
+    std::atomic<int> accepted{0};
+    std::vector<std::thread> senders;
+    for (int s = 0; s < 3; ++s) {
+      senders.emplace_back([&, s] {
+        for (int i = 0; i < 300; ++i) accepted += thread->PostThreadMessage(3000 + s, i, 0);
+      });
+    }
+    thread->PostThreadMessage(kMsgQuit, 0, 0);
+    for (std::thread& t : senders) t.join();
+    ASSERT_EQ(1, thread->WaitForExit(60000));
+    size_t discarded = 0;
+    for (const std::string& e : journal.entries())
+      if (e.rfind("discarded", 0) == 0) ++discarded;
+    EXPECT_EQ(static_cast<size_t>(accepted.load()), journal.msgs().size() + discarded);
+    delete thread;
+  }
+}
+
+}  // namespace
+}  // namespace kordll
