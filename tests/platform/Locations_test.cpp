@@ -1,0 +1,250 @@
+#include "kordll/platform/Locations.h"
+
+#include <gtest/gtest.h>
+
+#include "kordll/platform/FileSystem.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+// Every test here runs inside a TempRoot, which masks the real environment.
+class LocationsTest : public test::TempRootTest {
+ protected:
+  CString P(const char* name) { return root_.Path(name); }
+
+  // Leaves the root unset, so that the XDG and home rules apply.
+  void WithoutRoot() {
+    Locations::SetVariableForTesting("KORDLL_ROOT", std::nullopt);
+    Locations::SetVariableForTesting("HOME", CString("/home/someone"));
+  }
+};
+
+TEST_F(LocationsTest, RootGivesConfigDataAndDownloads) {
+  EXPECT_EQ(root_.ProfileFolder(), Locations::GetProfileFolder());
+  EXPECT_EQ(root_.DataRoot(), Locations::GetDataRoot());
+  EXPECT_EQ(root_.DownloadFolder(), Locations::GetDownloadFolder());
+  EXPECT_TRUE(FileSystem::IsFolder(Locations::GetDataRoot()));
+  // A trailing "/" on the variable changes nothing.
+  Locations::SetVariableForTesting("KORDLL_ROOT", root_.root() + "/");
+  EXPECT_EQ(root_.DataRoot(), Locations::GetDataRoot());
+}
+
+TEST_F(LocationsTest, DownloadFolderRules) {
+  // An explicit download folder wins over the root.
+  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("/srv/dl"));
+  EXPECT_EQ("/srv/dl", Locations::GetDownloadFolder());
+  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", std::nullopt);
+  EXPECT_EQ(P("downloads"), Locations::GetDownloadFolder());
+
+  WithoutRoot();
+  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", CString("/media/dl"));
+  EXPECT_EQ("/media/dl/Tidrel Downloads", Locations::GetDownloadFolder());
+  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", std::nullopt);
+  EXPECT_EQ("/home/someone/Downloads/Tidrel Downloads", Locations::GetDownloadFolder());
+  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("/srv/dl"));
+  EXPECT_EQ("/srv/dl", Locations::GetDownloadFolder());
+}
+
+TEST_F(LocationsTest, EmptyOrRelativeVariablesCountAsUnset) {
+  WithoutRoot();
+  Locations::SetVariableForTesting("KORDLL_ROOT", CString(""));
+  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("relative/dl"));
+  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", CString(""));
+  Locations::SetVariableForTesting("XDG_DATA_HOME", CString("data"));
+  EXPECT_EQ("/home/someone/Downloads/Tidrel Downloads", Locations::GetDownloadFolder());
+  EXPECT_EQ("/home/someone/.local/share/kordll", Locations::GetDataRoot());
+}
+
+TEST_F(LocationsTest, ProfileAndDataFollowXdgThenHome) {
+  WithoutRoot();
+  EXPECT_EQ("/home/someone/.config/kordll", Locations::GetProfileFolder());
+  EXPECT_EQ("/home/someone/.local/share/kordll", Locations::GetDataRoot());
+  Locations::SetVariableForTesting("XDG_CONFIG_HOME", CString("/x/conf"));
+  Locations::SetVariableForTesting("XDG_DATA_HOME", CString("/x/share/"));
+  EXPECT_EQ("/x/conf/kordll", Locations::GetProfileFolder());
+  EXPECT_EQ("/x/share/kordll", Locations::GetDataRoot());
+}
+
+TEST_F(LocationsTest, ProgramFolderIsTheExecutablesUnlessSet) {
+  CString exe_folder = Locations::GetProgramFolder();
+  ASSERT_FALSE(exe_folder.IsEmpty());
+  EXPECT_EQ(u'/', exe_folder[0]);
+  EXPECT_TRUE(FileSystem::IsFolder(exe_folder));
+  Locations::SetProgramFolder(P("program/"));
+  EXPECT_EQ(P("program"), Locations::GetProgramFolder());
+  Locations::SetProgramFolder(CString());
+  EXPECT_EQ(exe_folder, Locations::GetProgramFolder());
+}
+
+TEST(LocationsTempRootTest, TempRootSetsAndRestoresTheProgramFolder) {
+  CString before = Locations::GetProgramFolder();
+  CString root;
+  {
+    test::TempRoot temp(test::TempRoot::kWithProgramFolder);
+    root = temp.root();
+    EXPECT_EQ(temp.ProgramFolder(), Locations::GetProgramFolder());
+    EXPECT_TRUE(FileSystem::IsFolder(temp.ProgramFolder()));
+    EXPECT_TRUE(FileSystem::IsFolder(temp.DownloadFolder()));
+  }
+  EXPECT_EQ(before, Locations::GetProgramFolder());
+  EXPECT_FALSE(FileSystem::Exists(root));
+}
+
+TEST(LocationsPathTest, JoinUsesOneSeparator) {
+  EXPECT_EQ("a/b", Locations::Join("a", "b"));
+  EXPECT_EQ("a/b", Locations::Join("a/", "b"));
+  EXPECT_EQ("a/b", Locations::Join("a", "/b"));
+  EXPECT_EQ("a/b", Locations::Join("a", "//b"));  // "dir" + "//" + "name"
+  EXPECT_EQ("/b", Locations::Join("/", "b"));
+  EXPECT_EQ("b", Locations::Join("", "b"));
+  EXPECT_EQ("a", Locations::Join("a", ""));
+  EXPECT_EQ("a\\/b\\c", Locations::Join("a\\", "b\\c"));  // "\" is a character
+}
+
+TEST(LocationsPathTest, ParentAndName) {
+  EXPECT_EQ("/a/b", Locations::GetParent("/a/b/c"));
+  EXPECT_EQ("/", Locations::GetParent("/a"));
+  EXPECT_EQ("", Locations::GetParent("a"));
+  EXPECT_EQ("c", Locations::GetFileName("/a/b/c"));
+  EXPECT_EQ("a\\b", Locations::GetFileName("/x/a\\b"));
+}
+
+TEST(LocationsPathTest, NormalizePathIsLexical) {
+  EXPECT_EQ("/a/c", Locations::NormalizePath("/a/./b/../c/"));
+  EXPECT_EQ("/a", Locations::NormalizePath("//a//"));
+  EXPECT_EQ("/", Locations::NormalizePath("/../.."));
+  EXPECT_EQ("/x", Locations::NormalizePath("/../../x"));
+  EXPECT_EQ("../x", Locations::NormalizePath("a/../../x"));
+  EXPECT_EQ(".", Locations::NormalizePath("a/.."));
+  EXPECT_EQ("", Locations::NormalizePath(""));
+  EXPECT_EQ("/a\\..", Locations::NormalizePath("/a\\.."));
+}
+
+TEST_F(LocationsTest, PathsInsideAFolder) {
+  CString dl = root_.DownloadFolder();
+  EXPECT_TRUE(Locations::IsPathInside(dl, Locations::Join(dl, "file.mp3")));
+  EXPECT_TRUE(Locations::IsPathInside(dl, "file.mp3"));  // relative to the folder
+  EXPECT_TRUE(Locations::IsPathInside(dl, "sub/../file.mp3"));
+  EXPECT_TRUE(Locations::IsPathInside(dl, "not/yet/made.mp3"));
+  EXPECT_TRUE(Locations::IsPathInside(dl, "..\\x"));  // one odd name, not a step up
+  EXPECT_TRUE(Locations::IsPathInside(dl + "/", dl + "//a"));
+}
+
+TEST_F(LocationsTest, PathsEscapingAFolderAreRefused) {
+  CString dl = root_.DownloadFolder();
+  EXPECT_FALSE(Locations::IsPathInside(dl, "../config/registry"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, "a/../../x"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, "/etc/passwd"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, dl));  // the folder itself
+  EXPECT_FALSE(Locations::IsPathInside(dl, "."));
+  EXPECT_FALSE(Locations::IsPathInside(dl, ""));
+  EXPECT_FALSE(Locations::IsPathInside(dl, root_.root() + "/downloads2/x"));  // a prefix only
+  EXPECT_FALSE(Locations::IsPathInside("relative", "relative/x"));
+  CString nul = "a";
+  nul += char16_t(0);
+  EXPECT_FALSE(Locations::IsPathInside(dl, nul));
+}
+
+TEST_F(LocationsTest, LinksLeadingOutAreRefused) {
+  CString dl = root_.DownloadFolder();
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(P("config/secret"), "s"));
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(Locations::Join(dl, "out"), root_.ProfileFolder()));
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(Locations::Join(dl, "file"), P("config/secret")));
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(Locations::Join(dl, "dangling"), P("config/new")));
+  ASSERT_EQ(1, FileSystem::CreateDirectory(Locations::Join(dl, "real")));
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(Locations::Join(dl, "in"), "real"));
+
+  EXPECT_FALSE(Locations::IsPathInside(dl, "out/secret"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, "out/not-yet"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, "file"));
+  EXPECT_FALSE(Locations::IsPathInside(dl, "dangling"));
+  EXPECT_TRUE(Locations::IsPathInside(dl, "in/x"));
+
+  // A folder reached through a link works when the path is built from it;
+  // a path must stay inside both as written and as resolved.
+  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("dl-alias"), dl));
+  EXPECT_TRUE(Locations::IsPathInside(P("dl-alias"), P("dl-alias/a")));
+  EXPECT_FALSE(Locations::IsPathInside(P("dl-alias"), P("dl-alias/out/secret")));
+  EXPECT_FALSE(Locations::IsPathInside(dl, P("dl-alias/a")));
+}
+
+TEST_F(LocationsTest, DrivePathsMapBelowTheDataRoot) {
+  CString data = root_.DataRoot();
+  EXPECT_EQ(data + "/drive_d/Feeds/x.xml", Locations::MapDrivePath("D:\\Feeds\\x.xml"));
+  EXPECT_EQ(data + "/drive_d/Feeds/x.xml", Locations::MapDrivePath("d:/Feeds//x.xml"));
+  EXPECT_EQ(data + "/drive_e", Locations::MapDrivePath("E:\\"));
+  EXPECT_EQ(data + "/drive_e", Locations::MapDrivePath("E:"));
+  // ".." stops at the drive's root.
+  EXPECT_EQ(data + "/drive_e/etc/passwd", Locations::MapDrivePath("E:\\..\\..\\etc\\passwd"));
+  EXPECT_EQ(data + "/drive_c/Program Files", Locations::MapDrivePath("C:\\Program Files\\"));
+}
+
+TEST_F(LocationsTest, TheDesignsDownloadFolderIsTheDownloadFolder) {
+  CString dl = root_.DownloadFolder();
+  EXPECT_EQ(dl, Locations::MapDrivePath("C:\\Tidrel Downloads\\"));
+  EXPECT_EQ(dl, Locations::MapDrivePath("c:\\Tidrel Downloads"));
+  EXPECT_EQ(dl + "/show/ep1.mp3", Locations::MapDrivePath("C:\\TIDREL DOWNLOADS\\show\\ep1.mp3"));
+  EXPECT_EQ(dl + "/x", Locations::MapDrivePath("C:\\Tidrel Downloads\\..\\Tidrel Downloads\\x"));
+  EXPECT_EQ(root_.DataRoot() + "/drive_d/Tidrel Downloads",
+            Locations::MapDrivePath("D:\\Tidrel Downloads"));
+}
+
+TEST(LocationsPathTest, OtherTextsAreNotDrivePaths) {
+  EXPECT_EQ("/usr/x", Locations::MapDrivePath("/usr/x"));
+  EXPECT_EQ("relative\\x", Locations::MapDrivePath("relative\\x"));
+  EXPECT_EQ("CC:\\x", Locations::MapDrivePath("CC:\\x"));
+  EXPECT_EQ("1:\\x", Locations::MapDrivePath("1:\\x"));
+  EXPECT_EQ("C:x", Locations::MapDrivePath("C:x"));
+  EXPECT_EQ("", Locations::MapDrivePath(""));
+  EXPECT_EQ("http://x/y", Locations::MapDrivePath("http://x/y"));
+}
+
+TEST(LocationsNamesTest, DownloadFileNamesFromAddresses) {
+  EXPECT_EQ("episode 1.mp3", Locations::SafeDownloadFileName("episode 1.mp3"));
+  EXPECT_EQ("a_b_c_d", Locations::SafeDownloadFileName("a/b\\c:d"));
+  EXPECT_EQ(".._etc_passwd", Locations::SafeDownloadFileName("../etc/passwd"));
+  CString controls = "x";
+  controls += char16_t(0);
+  controls += char16_t(0x1F);
+  controls += char16_t(0x7F);
+  controls += char16_t(0x85);
+  controls += u"\u00E9";
+  EXPECT_EQ(CString(u"x____\u00E9"), Locations::SafeDownloadFileName(controls));
+  EXPECT_EQ("download", Locations::SafeDownloadFileName(""));
+  EXPECT_EQ("download", Locations::SafeDownloadFileName("."));
+  EXPECT_EQ("download", Locations::SafeDownloadFileName(".."));
+  EXPECT_EQ("...", Locations::SafeDownloadFileName("..."));
+  EXPECT_EQ("_", Locations::SafeDownloadFileName("/"));
+}
+
+TEST(LocationsNamesTest, LoginsUsableAsFolderNames) {
+  EXPECT_TRUE(Locations::IsUsableLoginName("alice"));
+  EXPECT_TRUE(Locations::IsUsableLoginName(u"J\u00F6rg Smith"));
+  EXPECT_TRUE(Locations::IsUsableLoginName("..."));
+  EXPECT_FALSE(Locations::IsUsableLoginName(""));
+  EXPECT_FALSE(Locations::IsUsableLoginName("."));
+  EXPECT_FALSE(Locations::IsUsableLoginName(".."));
+  EXPECT_FALSE(Locations::IsUsableLoginName("a/b"));
+  EXPECT_FALSE(Locations::IsUsableLoginName("a\\b"));
+  EXPECT_FALSE(Locations::IsUsableLoginName("tab\there"));
+  CString nul = "a";
+  nul += char16_t(0);
+  EXPECT_FALSE(Locations::IsUsableLoginName(nul));
+}
+
+TEST(LocationsNamesTest, SkinEntryNames) {
+  EXPECT_TRUE(Locations::IsUsableSkinEntryName("button.bmp"));
+  EXPECT_TRUE(Locations::IsUsableSkinEntryName("a~b"));
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName("~temp"));
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName(""));
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName(".."));
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName("a/b"));
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName("a\\b"));
+  CString nul = "a";
+  nul += char16_t(0);
+  EXPECT_FALSE(Locations::IsUsableSkinEntryName(nul));
+}
+
+}  // namespace
+}  // namespace kordll
