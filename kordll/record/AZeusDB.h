@@ -29,9 +29,11 @@
 #ifndef KORDLL_RECORD_AZEUSDB_H_
 #define KORDLL_RECORD_AZEUSDB_H_
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,10 @@ struct _struct_SubTableInfo {
   std::vector<unsigned char> headFlags;          // 1 for state '1'
   std::vector<unsigned char> continuationFlags;  // 1 for state '2'
   std::vector<unsigned short> lengths;           // one per field position
+  // Bookkeeping of the engine, not stored: places with neither flag, and
+  // the place of this info in its relation's list.
+  int freePlaces = 0;
+  int listIndex = -1;
 
   // Slot size: sum of lengths + field count + 28. Computed on first use.
   int GetSlotSize();
@@ -221,7 +227,11 @@ class AZeusDB {
   // another thread in a conflicting order (it is taken here).
   void countStatistics(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
   // Flushes what the current operation has written to the operating system.
-  void finishIO();
+  int finishIO();
+  // Keeps available_by_relation_ in step with the flags of info.
+  void refreshAvailability(_struct_SubTableInfo* info);
+  // The slot count of the mapped file: the bound of every chain walk.
+  int totalSlots() const { return static_cast<int>(sub_tables_.size()) * 40; }
   void setError(int code) { last_error_ = code; }
 
   // Immutable after construction.
@@ -233,27 +243,32 @@ class AZeusDB {
   CCriticalSection open_lock_;
   CCriticalSection header_lock_;
 
-  int last_error_ = 0;  // written by whichever operation ran last
+  std::atomic<int> last_error_{0};  // written by whichever operation ran last
 
   // Guarded by open_lock_.
   int open_count_ = 0;
   int next_sub_table_id_ = 0;
   std::unique_ptr<SlotFile> file_;
   CString path_;
-  int deleted_ = 0;
+  std::atomic<int> deleted_{0};
 
   // Guarded by header_lock_.
   int header_read_ = 0;
   int header_dirty_ = 0;
   int db_id_ = -1;
-  std::map<int, std::vector<int>> length_totals_;  // sorted: same data, same bytes
+  std::map<int, std::vector<int64_t>> length_totals_;  // sorted: same data, same bytes
   std::map<int, int> record_counts_;
 
   // Guarded by slot_lock_.
   int mapped_ = 0;
   uint64_t end_of_file_ = 1000;  // where the next sub-table goes
+  uint64_t position_ = 0;  // the one file position that item reads and writes use
   InfoMap sub_tables_;
   std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
+  // For each relation, the list places of infos that are not full and have
+  // a free place: findEmptySlot takes the first that suits without walking
+  // every sub-table of a large file.
+  std::map<int, std::set<int>> available_by_relation_;
   std::vector<unsigned char> byte_buffer_;
   std::u16string wide_buffer_;
 };

@@ -1,0 +1,140 @@
+#include "kordll/record/MarkedText.h"
+
+namespace kordll {
+
+namespace {
+
+// Bytes that the unit takes in the encoding.
+int EncodedSize(char16_t ch) {
+  if (ch < 127) return 1;
+  if (ch < 2048) return 2;
+  return 3;
+}
+
+bool Fits(int size, int used, int length, MarkedText::Fit fit) {
+  if (fit == MarkedText::kRecordArea) {
+    switch (size) {
+      case 1:
+        return length > used;
+      case 2:
+        return length > used + 2;
+      default:
+        return length > used + 3;
+    }
+  }
+  switch (size) {
+    case 1:
+      return used + 1 < length;
+    case 2:
+      return used + 3 < length;
+    default:
+      return used + 4 < length;
+  }
+}
+
+int Put(char16_t ch, unsigned char* out) {
+  if (ch < 127) {
+    out[0] = static_cast<unsigned char>(ch);
+    return 1;
+  }
+  if (ch < 2048) {
+    out[0] = static_cast<unsigned char>(0xC0 | (ch >> 6));
+    out[1] = static_cast<unsigned char>(0x80 | (ch & 0x3F));
+    return 2;
+  }
+  out[0] = static_cast<unsigned char>(0xE0 | (ch >> 12));
+  out[1] = static_cast<unsigned char>(0x80 | ((ch >> 6) & 0x3F));
+  out[2] = static_cast<unsigned char>(0x80 | (ch & 0x3F));
+  return 3;
+}
+
+int LeadingOnes(unsigned char b) {
+  int n = 0;
+  while (n < 8 && (b & (0x80 >> n)) != 0) ++n;
+  return n;
+}
+
+}  // namespace
+
+int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* area, int length,
+                       Fit fit) {
+  const int size = static_cast<int>(text.size());
+  if (*position < 0) *position = 0;
+  if (length < 2) {
+    *position = size;
+    return length < 0 ? 0 : length;
+  }
+  area[0] = ' ';
+  area[1] = ' ';
+  int used = 2;
+  bool multi = false;
+  while (*position < size) {
+    const char16_t ch = text[*position];
+    const int need = EncodedSize(ch);
+    if (!Fits(need, used, length, fit)) {
+      if (used > 2) break;  // the rest goes on in the next piece
+      // An empty piece that cannot take this character would never advance:
+      // a "?" stands in for it.
+      if (!Fits(1, used, length, fit)) {
+        *position = size;
+        break;
+      }
+      area[used++] = '?';
+      ++*position;
+      continue;
+    }
+    used += Put(ch, area + used);
+    if (need > 1) multi = true;
+    ++*position;
+  }
+  if (multi) {
+    area[0] = '!';
+    area[1] = ':';
+  }
+  return used;
+}
+
+void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
+  int i = 0;
+  while (i < length && bytes[i] != 0) {
+    const unsigned char b = bytes[i];
+    switch (LeadingOnes(b)) {
+      case 0:
+        out->push_back(b);
+        ++i;
+        break;
+      case 2:
+        if (i + 1 >= length) return;
+        out->push_back(static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F)));
+        i += 2;
+        break;
+      case 3:
+        if (i + 2 >= length) return;
+        out->push_back(static_cast<char16_t>(((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) |
+                                             (bytes[i + 2] & 0x3F)));
+        i += 3;
+        break;
+      default:
+        ++i;  // not a lead byte: skipped
+        break;
+    }
+  }
+}
+
+void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,
+                              std::u16string* out) {
+  for (int i = 0; i < length && bytes[i] != 0; ++i) {
+    if (skipBlanks && i < 2 && bytes[i] == ' ') continue;
+    out->push_back(bytes[i]);
+  }
+}
+
+void MarkedText::AppendPiece(const unsigned char* bytes, int length, std::u16string* out) {
+  if (length >= 2 && bytes[0] == '!' && bytes[1] == ':') {
+    AppendMultiByte(bytes + 2, length - 2, out);
+  } else {
+    AppendNarrow(bytes, length, true, out);
+  }
+}
+
+}  // namespace kordll
