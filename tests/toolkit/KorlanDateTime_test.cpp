@@ -1,0 +1,263 @@
+// Reading dates: the forms in their order, the two year rules, validation,
+// the day reader and the internal shape.
+
+#include "kordll/toolkit/KorlanDateTime.h"
+
+#include <gtest/gtest.h>
+
+#include "kordll/platform/Clock.h"
+#include "kordll/platform/TimeZone.h"
+
+namespace kordll {
+namespace {
+
+std::string Show(const COleDateTime& d) {
+  if (d.GetStatus() != COleDateTime::valid) return "invalid";
+  return d.Format("%Y-%m-%d %H:%M:%S").ToUtf8();
+}
+
+// Every test reads with "now" at 15 June 2010 15:05 in a zone without offset.
+class KorlanReadTest : public ::testing::Test {
+ protected:
+  KorlanReadTest() : tz_("UTC0"), clock_(2010, 6, 15, 15, 5, 0) {}
+
+  static std::string Read(const char* text) {
+    return Show(KorlanDateTime::StringToDateTime(CString(text), 0));
+  }
+  static int Form(const char* text) {
+    KorlanDateTime::ReadInfo info;
+    KorlanDateTime::StringToDateTimeExplained(CString(text), 0, &info);
+    return info.form;
+  }
+
+  ScopedTimeZone tz_;
+  ScopedManualClock clock_;
+};
+
+struct FormCase {
+  const char* text;
+  int form;
+  const char* date;
+};
+
+// ---- The forms, as feeds write dates -------------------------------------------
+
+TEST_F(KorlanReadTest, EachFormTakesItsShape) {
+  const FormCase cases[] = {
+      {"11/7/2005 10:00", 0, "2005-11-07 10:00:00"},
+      {"2005-11-03 09:15:43", 0, "2005-11-03 09:15:43"},
+      {"Mon, 07 Nov 2005 10:00:00 GMT", 1, "2005-11-07 10:00:00"},
+      {"Tue, 08 Nov 2005 23:59:59 +0100", 1, "2005-11-08 23:59:59"},
+      {"Mon, 07 Nov 2005 10:00 GMT", 2, "2005-11-07 10:00:00"},
+      {"Mon, 07 Nov 2005 10:00 -0500", 2, "2005-11-07 10:00:00"},
+      {"2005-11-03T09:15:43Z", 3, "2005-11-03 09:15:43"},
+      {"2005-11-03T09:15:43-05:00", 3, "2005-11-03 09:15:43"},
+      {"2005-11-03T09:15:43+01:00", 3, "2005-11-03 09:15:43"},
+      {"2005-11-03T09:15:43.123+01:00", 3, "2005-11-03 09:15:43"},
+      {"07 Nov 2005 10:00:00 GMT", 5, "2005-11-07 10:00:00"},
+      {"11/07/05@10:00", 6, "2005-11-07 10:00:00"},
+      {"11/07/2005 @ 10:00", 6, "2005-11-07 10:00:00"},
+      {"11/03/05 10:00 GMT", 7, "2005-11-03 10:00:00"},
+      {"2005-11-03T09:15Z", 8, "2005-11-03 09:15:00"},
+      {"2005-11-03T09:15+01:00", 8, "2005-11-03 09:15:00"},
+      {"Monday November 7, 2005 @ 10:00", 9, "2005-11-07 10:00:00"},
+      {"07 Nov 2005 10:00 GMT", 10, "2005-11-07 10:00:00"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.form, Form(c.text)) << c.text;
+    EXPECT_EQ(c.date, Read(c.text)) << c.text;
+  }
+}
+
+TEST_F(KorlanReadTest, EmptyAndUnreadableTextsAreInvalid) {
+  for (const char* text : {"", " ", "hello", "yesterday", "10:00", "2005", "11/7", "Nov 7 2005",
+                           "07 Nov 2005", "2005-11-03T", "Monday, November 7, 2005 10:00"}) {
+    EXPECT_EQ("invalid", Read(text)) << text;
+    EXPECT_EQ(-1, Form(text)) << text;
+  }
+}
+
+TEST_F(KorlanReadTest, IsoWithoutSecondsTailLosesTheSeconds) {
+  // Forms 3 and 4 find no tail behind the seconds; form 8 takes ":43" for a
+  // zone word, which is no zone, and the seconds are gone.
+  KorlanDateTime::ReadInfo info;
+  COleDateTime d =
+      KorlanDateTime::StringToDateTimeExplained(CString("2005-11-03T09:15:43"), 0, &info);
+  EXPECT_EQ(8, info.form);
+  EXPECT_EQ("2005-11-03 09:15:00", Show(d));
+  EXPECT_EQ(CString(":43"), info.zone_word);
+}
+
+TEST_F(KorlanReadTest, SecondsLeftByAFailedFormStayForTheNext) {
+  // Form 1 stores 30 seconds and fails for want of a zone; form 2 then takes
+  // ":30" as its zone word and keeps those seconds.
+  EXPECT_EQ(2, Form("Mon, 07 Nov 2005 10:00:30"));
+  EXPECT_EQ("2005-11-07 10:00:30", Read("Mon, 07 Nov 2005 10:00:30"));
+}
+
+TEST_F(KorlanReadTest, FormsSixToTenNeverCarrySeconds) {
+  // Form 3 stored 59 seconds before failing; form 6 clears them.
+  EXPECT_EQ("2005-11-03 09:15:00", Read("2005-11-03T09:15:59"));
+  EXPECT_EQ("2005-11-03 10:00:00", Read("11/03/2005 10:00 GMT"));
+}
+
+TEST_F(KorlanReadTest, WeekdayWordIsNotChecked) {
+  EXPECT_EQ("2005-11-07 10:00:00", Read("Fri, 07 Nov 2005 10:00:00 GMT"));
+  EXPECT_EQ("2005-11-07 10:00:00", Read("xyz 07 Nov 2005 10:00:00 GMT"));
+}
+
+TEST_F(KorlanReadTest, HostileTextEndsInAnAnswer) {
+  std::u16string long_word(200000, u'A');
+  EXPECT_EQ("invalid", Show(KorlanDateTime::StringToDateTime(CString(long_word), 1)));
+  std::u16string long_zone = u"Mon, 07 Nov 2005 10:00:00 " + std::u16string(100000, u'+');
+  EXPECT_EQ("2005-11-07 10:00:00", Show(KorlanDateTime::StringToDateTime(CString(long_zone), 1)));
+  EXPECT_EQ("invalid", Read("99999999999/99999999999/99999999999 @99999999999:1"));
+  EXPECT_EQ("invalid", Read("-2147483648-1-1T0:0:0Z"));
+  std::u16string with_nul = u"Mon, 07 Nov 2005 10:00:00 G";
+  with_nul.push_back(u'\0');
+  with_nul += u"MT";
+  EXPECT_EQ("2005-11-07 10:00:00", Show(KorlanDateTime::StringToDateTime(CString(with_nul), 0)));
+}
+
+// ---- Widening the year ----------------------------------------------------------
+
+TEST_F(KorlanReadTest, NearestPastCenturyForFormsOneTwoTenAndSix) {
+  // The current year is 2010: 05 lies before it, 15 after it.
+  EXPECT_EQ("2005-11-07 10:00:00", Read("Mon, 07 Nov 05 10:00:00 GMT"));
+  EXPECT_EQ("1915-11-07 10:00:00", Read("Mon, 07 Nov 15 10:00:00 GMT"));
+  EXPECT_EQ("1915-11-07 10:00:00", Read("Mon, 07 Nov 15 10:00 GMT"));
+  EXPECT_EQ("1915-11-07 10:00:00", Read("07 Nov 15 10:00 GMT"));
+  EXPECT_EQ("1915-11-03 10:00:00", Read("11/03/15@10:00"));
+  EXPECT_EQ("2010-11-03 10:00:00", Read("11/03/10@10:00"));
+  EXPECT_EQ("2000-11-03 10:00:00", Read("11/03/0@10:00"));
+}
+
+TEST_F(KorlanReadTest, NearestPastCenturyFollowsTheClock) {
+  clock_.SetLocalNow(COleDateTime(2016, 1, 1, 0, 0, 0));
+  EXPECT_EQ("2015-11-03 10:00:00", Read("11/03/15@10:00"));
+  EXPECT_EQ("2015-11-07 10:00:00", Read("07 Nov 15 10:00 GMT"));
+  // The fixed window of form 7 does not look at the clock.
+  EXPECT_EQ("1915-11-03 10:00:00", Read("11/03/15 10:00 GMT"));
+}
+
+TEST_F(KorlanReadTest, FixedWindowForTheOtherForms) {
+  EXPECT_EQ("2005-11-03 10:00:00", Read("11/03/05 10:00 GMT"));
+  EXPECT_EQ("1915-11-03 10:00:00", Read("11/03/15 10:00 GMT"));
+  EXPECT_EQ("1999-11-03 10:00:00", Read("11/03/99 10:00 GMT"));
+  EXPECT_EQ("2009-11-03 09:15:43", Read("9-11-03T09:15:43Z"));
+  EXPECT_EQ("1910-11-03 09:15:43", Read("10-11-03T09:15:43Z"));
+  EXPECT_EQ("1915-11-07 10:00:00", Read("07 Nov 15 10:00:00 GMT"));
+  EXPECT_EQ("1915-11-03 09:15:00", Read("15-11-03T09:15Z"));
+  EXPECT_EQ("1915-11-07 10:00:00", Read("Monday November 7, 15 @ 10:00"));
+  EXPECT_EQ("2005-11-07 10:00:00", Read("Monday November 7, 5 @ 10:00"));
+  // A negative year below 10 gets 2000 added too.
+  EXPECT_EQ("1999-11-03 09:15:43", Read("-1-11-03T09:15:43Z"));
+}
+
+TEST_F(KorlanReadTest, FormOneHasNoFixedWindow) {
+  // Years from 100 are kept as written and then refused below 1901.
+  EXPECT_EQ("invalid", Read("Mon, 07 Nov 150 10:00:00 GMT"));
+  EXPECT_EQ("invalid", Read("Mon, 07 Nov 150 10:00 GMT"));
+}
+
+// ---- Validation -----------------------------------------------------------------
+
+TEST_F(KorlanReadTest, DateOutsideTheCalendarIsInvalid) {
+  for (const char* text :
+       {"2005-13-03T09:15:43Z", "2005-00-03T09:15:43Z", "2005-11-32T09:15:43Z",
+        "2005-11-00T09:15:43Z", "1900-12-31T23:59:59Z", "Mon, 07 Foo 2005 10:00:00 GMT",
+        "Mon, 07 Mrz 2005 10:00:00 GMT", "Mon, 31 Feb 2005 10:00:00 GMT", "13/03/05@10:00",
+        "02/30/05 10:00 GMT"}) {
+    EXPECT_EQ("invalid", Read(text)) << text;
+  }
+  EXPECT_EQ("1901-01-01 00:00:00", Read("1901-01-01T00:00:00Z"));
+}
+
+TEST_F(KorlanReadTest, TimeOutOfRangeKeepsTheDay) {
+  EXPECT_EQ("2005-11-03 00:00:00", Read("2005-11-03T24:00:00Z"));
+  EXPECT_EQ("2005-11-03 00:00:00", Read("2005-11-03T09:60:00Z"));
+  EXPECT_EQ("2005-11-03 00:00:00", Read("2005-11-03T09:15:60Z"));
+  EXPECT_EQ("2005-11-07 00:00:00", Read("Mon, 07 Nov 2005 -1:00:00 GMT"));
+  EXPECT_EQ("2005-11-07 00:00:00", Read("11/07/05@25:00"));
+}
+
+TEST(KorlanMonthTest, FirstThreeLettersCount) {
+  EXPECT_EQ(1, KorlanDateTime::GetMonth(CString("Jan")));
+  EXPECT_EQ(1, KorlanDateTime::GetMonth(CString("JANUARY")));
+  EXPECT_EQ(9, KorlanDateTime::GetMonth(CString("Sept")));
+  EXPECT_EQ(3, KorlanDateTime::GetMonth(CString("Marzo")));
+  EXPECT_EQ(12, KorlanDateTime::GetMonth(CString("dec.")));
+  EXPECT_EQ(-1, KorlanDateTime::GetMonth(CString("Mrz")));
+  EXPECT_EQ(-1, KorlanDateTime::GetMonth(CString("ja")));
+  EXPECT_EQ(-1, KorlanDateTime::GetMonth(CString(" jan")));
+  EXPECT_EQ(-1, KorlanDateTime::GetMonth(CString("")));
+}
+
+// ---- Reading the day alone ----------------------------------------------------
+
+class KorlanDateOnlyTest : public KorlanReadTest {
+ protected:
+  static std::string Day(const char* text) {
+    return Show(KorlanDateTime::StringToDate(CString(text)));
+  }
+};
+
+TEST_F(KorlanDateOnlyTest, ScannedFormsKeepTheDayOnly) {
+  EXPECT_EQ("2005-11-07 00:00:00", Day("Mon, 07 Nov 2005 10:00:00 GMT"));
+  EXPECT_EQ("2005-11-03 00:00:00", Day("2005-11-03T09:15:43Z"));
+  EXPECT_EQ("2005-11-03 00:00:00", Day("2005-11-03T09:15:43+01:00"));
+  EXPECT_EQ("2005-11-03 00:00:00", Day("2005-11-03T09:15:43"));
+  EXPECT_EQ("2005-11-07 00:00:00", Day("07 Nov 2005 10:00:00 GMT"));
+  EXPECT_EQ("2005-11-03 00:00:00", Day("11/03/05 10:00 GMT"));
+  EXPECT_EQ("2005-11-03 00:00:00", Day("2005-11-03T09:15Z"));
+  // The time is not checked at all.
+  EXPECT_EQ("2005-11-03 00:00:00", Day("2005-11-03T99:99:99Z"));
+}
+
+TEST_F(KorlanDateOnlyTest, PlainReaderKeepsTheTime) {
+  EXPECT_EQ("2005-11-07 10:30:00", Day("11/7/2005 10:30"));
+}
+
+TEST_F(KorlanDateOnlyTest, StoredShapeAlwaysGetsTwoThousandYears) {
+  EXPECT_EQ("2005-12-25 00:00:00", Day("12/25/05 @10:00"));
+  EXPECT_EQ("2005-12-25 00:00:00", Day("12/25/05@10:00"));
+  EXPECT_EQ("4005-12-25 00:00:00", Day("12/25/2005 @10:00"));
+  // Unlike the full reader, the stored shape is not widened by the clock.
+  EXPECT_EQ("2015-12-25 00:00:00", Day("12/25/15@10:00"));
+}
+
+TEST_F(KorlanDateOnlyTest, ShapesOfTheFullReaderItLacks) {
+  EXPECT_EQ("invalid", Day(""));
+  EXPECT_EQ("invalid", Day("Mon, 07 Nov 2005 10:00 GMT"));
+  EXPECT_EQ("invalid", Day("07 Nov 2005 10:00 GMT"));
+  EXPECT_EQ("invalid", Day("Monday November 7, 2005 @ 10:00"));
+  EXPECT_EQ("invalid", Day("2005-13-03T09:15:43Z"));
+  EXPECT_EQ("invalid", Day("12/25/2147483647 @10:00"));
+}
+
+// ---- The internal shape ------------------------------------------------------
+
+TEST(KorlanHtmlFormatTest, WritesAndReadsBack) {
+  COleDateTime d(2005, 11, 7, 9, 5, 0);
+  CString text = KorlanDateTime::GetDateTimeInHTMLFormat(d);
+  EXPECT_EQ("11:07:2005:09:05", text.ToUtf8());
+  EXPECT_EQ("2005-11-07 09:05:00", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(text)));
+  COleDateTime bad;
+  bad.SetStatus(COleDateTime::invalid);
+  EXPECT_EQ("::::", KorlanDateTime::GetDateTimeInHTMLFormat(bad).ToUtf8());
+  EXPECT_EQ("invalid", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("::::"))));
+}
+
+TEST(KorlanHtmlFormatTest, OnlyFiveFieldsOfACalendarDateRead) {
+  EXPECT_EQ("invalid",
+            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("11:07:2005:09"))));
+  EXPECT_EQ("invalid",
+            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("2:30:2005:1:1"))));
+  EXPECT_EQ("invalid",
+            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("11:07:2005:24:00"))));
+  EXPECT_EQ("150-01-02 03:04:00",
+            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString(" 1: 2:150:3:4 tail"))));
+}
+
+}  // namespace
+}  // namespace kordll
