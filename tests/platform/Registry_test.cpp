@@ -1,0 +1,404 @@
+#include "kordll/platform/Registry.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Host.h"
+#include "kordll/platform/TestHost.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+constexpr RegHive kUser = RegHive::kCurrentUser;
+
+std::string Utf8(const CString& s) { return s.ToUtf8(); }
+
+class RegistryTest : public ::testing::Test {
+ protected:
+  RegistryTest() {
+    Registry::CloseCurrent();
+    Host::Install(&host_);
+    folder_ = Utf8(root_.ProfileFolder());
+  }
+  ~RegistryTest() override {
+    Registry::CloseCurrent();
+    Host::Install(nullptr);
+  }
+
+  CString RegistryFile() const { return root_.ProfileFolder() + "/registry.sqlite3"; }
+
+  test::TempRoot root_;
+  TestHost host_;
+  std::string folder_;
+};
+
+TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypes) {
+  {
+    Registry r(folder_);
+    ASSERT_FALSE(r.in_memory());
+    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Count", RegValue::Dword(0xFFFFFFFFu), true),
+              ERROR_SUCCESS);
+    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Big", RegValue::Qword(1ull << 40), true),
+              ERROR_SUCCESS);
+    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Name", RegValue::String("Tidrel"), true),
+              ERROR_SUCCESS);
+    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Blob",
+                         RegValue::Binary(std::string("\0\x01\xFF", 3)), true),
+              ERROR_SUCCESS);
+  }
+  Registry r(folder_);
+  RegValue v;
+  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Count", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_DWORD);
+  EXPECT_EQ(v.integer, 0xFFFFFFFFu);
+  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Big", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_QWORD);
+  EXPECT_EQ(v.integer, 1ull << 40);
+  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Name", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_SZ);
+  EXPECT_EQ(v.text, CString("Tidrel"));
+  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Blob", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_BINARY);
+  EXPECT_EQ(v.bytes, std::string("\0\x01\xFF", 3));
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0);
+}
+
+TEST_F(RegistryTest, KeysAndValueNamesIgnoreCaseAndKeepTheirSpelling) {
+  Registry r(folder_);
+  ASSERT_EQ(r.SetValue(kUser, "Software\\Kor\\Über", "Größe", RegValue::Dword(7), true),
+            ERROR_SUCCESS);
+  RegValue v;
+  ASSERT_EQ(r.QueryValue(kUser, "SOFTWARE\\kor\\über", "GRÖSSE", &v), ERROR_FILE_NOT_FOUND)
+      << "simple case mapping does not turn ß into SS";
+  ASSERT_EQ(r.QueryValue(kUser, "SOFTWARE\\kor\\über", "GRößE", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.integer, 7u);
+
+  // Writing through another spelling replaces the same value.
+  ASSERT_EQ(r.SetValue(kUser, "software\\KOR\\ÜBER", "größe", RegValue::Dword(8), true),
+            ERROR_SUCCESS);
+  std::vector<CString> names;
+  ASSERT_EQ(r.EnumValues(kUser, "Software\\Kor\\Über", &names), ERROR_SUCCESS);
+  ASSERT_EQ(names.size(), 1u);
+  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\Über", "Größe", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.integer, 8u);
+
+  // The key keeps the spelling it was created with.
+  ASSERT_EQ(r.EnumKeys(kUser, "software\\kor", &names), ERROR_SUCCESS);
+  ASSERT_EQ(names.size(), 1u);
+  EXPECT_EQ(names[0], CString("Über"));
+  // Hives are apart.
+  EXPECT_FALSE(r.KeyExists(RegHive::kLocalMachine, "Software\\Kor"));
+}
+
+TEST_F(RegistryTest, StringsKeepEveryUnitAcrossReopen) {
+  const std::u16string tricky = {u'a', 0x0000, u'b', 0xD800, u'c', 0xDFFF, 0xDBFF, 0x0000};
+  {
+    Registry r(folder_);
+    ASSERT_EQ(r.SetValue(kUser, "K", "Password", RegValue::String(CString(tricky)), true),
+              ERROR_SUCCESS);
+    ASSERT_EQ(r.SetValue(kUser, "K", "Empty", RegValue::String(CString()), true), ERROR_SUCCESS);
+  }
+  Registry r(folder_);
+  RegValue v;
+  ASSERT_EQ(r.QueryValue(kUser, "K", "Password", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.text.str(), tricky);
+  ASSERT_EQ(r.QueryValue(kUser, "K", "Empty", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_SZ);
+  EXPECT_TRUE(v.text.IsEmpty());
+}
+
+TEST_F(RegistryTest, OnlyWrittenKeysOpenAndParentsComeWithThem) {
+  Registry r(folder_);
+  EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor"));
+  EXPECT_TRUE(r.KeyExists(kUser, "")) << "the hive itself always exists";
+  RegValue v;
+  EXPECT_EQ(r.QueryValue(kUser, "Software\\Kor", "x", &v), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(r.SetValue(kUser, "Software\\Kor", "x", RegValue::Dword(1), false),
+            ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor")) << "a refused write makes no key";
+
+  bool created = false;
+  ASSERT_EQ(r.CreateKey(kUser, "Software\\Kor\\App\\Section", &created), ERROR_SUCCESS);
+  EXPECT_TRUE(created);
+  ASSERT_EQ(r.CreateKey(kUser, "Software\\Kor\\App\\Section", &created), ERROR_SUCCESS);
+  EXPECT_FALSE(created);
+  EXPECT_TRUE(r.KeyExists(kUser, "Software"));
+  EXPECT_TRUE(r.KeyExists(kUser, "Software\\Kor\\App"));
+  // Empty parts are ignored.
+  EXPECT_TRUE(r.KeyExists(kUser, "\\Software\\\\Kor\\App\\"));
+}
+
+TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNames) {
+  Registry r(folder_);
+  for (const char* key : {"A\\B", "A\\B\\C", "A\\B\\C\\D", "A\\B]", "A\\Bz", "A\\B2\\C"}) {
+    ASSERT_EQ(r.SetValue(kUser, key, "v", RegValue::String(key), true), ERROR_SUCCESS) << key;
+  }
+  EXPECT_EQ(r.DeleteKey(kUser, "A\\B"), ERROR_ACCESS_DENIED) << "it has subkeys";
+  EXPECT_EQ(r.DeleteKey(kUser, ""), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(r.DeleteKey(kUser, "A\\Missing"), ERROR_FILE_NOT_FOUND);
+  ASSERT_EQ(r.DeleteKey(kUser, "A\\B\\C\\D"), ERROR_SUCCESS);
+  EXPECT_FALSE(r.KeyExists(kUser, "A\\B\\C\\D"));
+  RegValue v;
+  EXPECT_EQ(r.QueryValue(kUser, "A\\B\\C\\D", "v", &v), ERROR_FILE_NOT_FOUND);
+
+  ASSERT_EQ(r.DeleteTree(kUser, "a\\b"), ERROR_SUCCESS);
+  EXPECT_FALSE(r.KeyExists(kUser, "A\\B"));
+  EXPECT_FALSE(r.KeyExists(kUser, "A\\B\\C"));
+  EXPECT_EQ(r.QueryValue(kUser, "A\\B\\C", "v", &v), ERROR_FILE_NOT_FOUND);
+  for (const char* key : {"A\\B]", "A\\Bz", "A\\B2\\C"}) {
+    ASSERT_EQ(r.QueryValue(kUser, key, "v", &v), ERROR_SUCCESS) << key;
+    EXPECT_EQ(v.text, CString(key));
+  }
+  std::vector<CString> names;
+  ASSERT_EQ(r.EnumKeys(kUser, "A", &names), ERROR_SUCCESS);
+  EXPECT_EQ(names, (std::vector<CString>{"B2", "B]", "Bz"}));
+  ASSERT_EQ(r.EnumKeys(kUser, "", &names), ERROR_SUCCESS);
+  EXPECT_EQ(names, (std::vector<CString>{"A"}));
+  EXPECT_EQ(r.EnumKeys(kUser, "A\\B", &names), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(RegistryTest, DeleteValueAndTypeChanges) {
+  Registry r(folder_);
+  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(3), true), ERROR_SUCCESS);
+  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::String("3"), true), ERROR_SUCCESS);
+  RegValue v;
+  ASSERT_EQ(r.QueryValue(kUser, "K", "V", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.type, REG_SZ);
+  EXPECT_EQ(r.DeleteValue(kUser, "K", "V"), ERROR_SUCCESS);
+  EXPECT_EQ(r.DeleteValue(kUser, "K", "v"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(r.QueryValue(kUser, "K", "v", &v), ERROR_FILE_NOT_FOUND);
+  EXPECT_TRUE(r.KeyExists(kUser, "K")) << "a key outlives its values";
+}
+
+TEST_F(RegistryTest, TwoConnectionsSeeEachOthersWrites) {
+  // As two applications of the family would, each with its own connection.
+  Registry first(folder_);
+  Registry second(folder_);
+  ASSERT_EQ(first.SetValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", RegValue::String("1"),
+                           true),
+            ERROR_SUCCESS);
+  RegValue v;
+  ASSERT_EQ(second.QueryValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.text, CString("1"));
+}
+
+TEST_F(RegistryTest, GarbageFileIsSetAsideAndTheHostHears) {
+  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.ProfileFolder()), 1);
+  std::string garbage(5000, 'x');
+  garbage.replace(0, 20, "not a database file ");
+  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), garbage), 1);
+
+  {
+    Registry r(folder_);
+    EXPECT_FALSE(r.in_memory());
+    EXPECT_EQ(r.set_aside_path(), folder_ + "/registry.sqlite3.damaged");
+    ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(5), true), ERROR_SUCCESS);
+  }
+  std::string kept;
+  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
+  EXPECT_EQ(kept, garbage) << "the damaged file is renamed, never changed";
+  ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+  auto box = host_.LastOf(TestHost::CallKind::kMessageBox);
+  EXPECT_EQ(box->caption, CString("Registry"));
+  EXPECT_NE(box->text.Find(CString("registry.sqlite3.damaged")), -1);
+
+  // The fresh file works and keeps what was written.
+  Registry again(folder_);
+  RegValue v;
+  ASSERT_EQ(again.QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.integer, 5u);
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+
+  // A second damage does not replace the first one set aside.
+  Registry::CloseCurrent();
+  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), "junk junk junk junk junk junk"), 1);
+  Registry third(folder_);
+  EXPECT_EQ(third.set_aside_path(), folder_ + "/registry.sqlite3.damaged-2");
+  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
+  EXPECT_EQ(kept, garbage);
+}
+
+TEST_F(RegistryTest, DamagedPagesInsideARealRegistryAreDetected) {
+  {
+    Registry r(folder_);
+    for (int i = 0; i < 400; ++i) {
+      ASSERT_EQ(r.SetValue(kUser, CString::Formatted("Software\\Kor\\Key%d", i), "value",
+                           RegValue::String(CString(u'x', 200)), true),
+                ERROR_SUCCESS);
+    }
+  }
+  std::string bytes;
+  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &bytes), 1);
+  ASSERT_GT(bytes.size(), 40000u) << "the closing connection folds the journal into the file";
+  // Overwrite every page but the first (the header and schema) with noise.
+  for (size_t i = 4096; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 131) & 0xFF);
+  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), bytes), 1);
+
+  Registry r(folder_);
+  EXPECT_FALSE(r.in_memory());
+  EXPECT_FALSE(r.set_aside_path().empty());
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+  EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor\\Key1"));
+  EXPECT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
+}
+
+TEST_F(RegistryTest, NoUsableFolderKeepsTheSessionInMemory) {
+  // The profile folder's name is taken by a file.
+  ASSERT_EQ(FileSystem::WriteWholeFile(root_.Path("notafolder"), "x"), 1);
+  Registry r(Utf8(root_.Path("notafolder")));
+  EXPECT_TRUE(r.in_memory());
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(9), true), ERROR_SUCCESS);
+  RegValue v;
+  ASSERT_EQ(r.QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.integer, 9u);
+  std::string content;
+  ASSERT_EQ(FileSystem::ReadWholeFile(root_.Path("notafolder"), &content), 1);
+  EXPECT_EQ(content, "x");
+}
+
+TEST_F(RegistryTest, CurrentFollowsTheProfileFolderAndOldPointersFailSafely) {
+  Registry* first = Registry::Current();
+  EXPECT_EQ(first->file_path(), folder_ + "/registry.sqlite3");
+  EXPECT_EQ(Registry::Current(), first);
+  ASSERT_EQ(first->SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
+  Registry::CloseCurrent();
+  RegValue v;
+  EXPECT_EQ(first->QueryValue(kUser, "K", "v", &v), ERROR_REGISTRY_IO_FAILED);
+  ASSERT_EQ(Registry::Current()->QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
+  EXPECT_EQ(v.integer, 1u);
+}
+
+// ---- The Win32-shaped calls --------------------------------------------------
+
+TEST_F(RegistryTest, Win32OpenCreateAndClose) {
+  HKEY key = nullptr;
+  EXPECT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\Kor", 0, KEY_READ, &key),
+            ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(key, nullptr);
+  uint32_t disposition = 0;
+  ASSERT_EQ(RegCreateKeyEx(HKEY_CURRENT_USER, "Software\\Kor", 0, nullptr, 0, KEY_ALL_ACCESS,
+                           nullptr, &key, &disposition),
+            ERROR_SUCCESS);
+  EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
+  HKEY sub = nullptr;
+  ASSERT_EQ(RegCreateKeyEx(key, "App", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub,
+                           &disposition),
+            ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(sub), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
+  uint32_t dummy = 0;
+  EXPECT_EQ(RegSetValueEx(key, "x", 0, REG_DWORD, reinterpret_cast<uint8_t*>(&dummy), 4),
+            ERROR_INVALID_HANDLE);
+  ASSERT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "software\\kor\\app", 0, KEY_READ, &key),
+            ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+}
+
+TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
+  // Written without a terminator, as the start-up entry writer does.
+  const char16_t text[] = u"abc";
+  ASSERT_EQ(RegSetValueEx(key, "NoTerm", 0, REG_SZ, reinterpret_cast<const uint8_t*>(text), 6),
+            ERROR_SUCCESS);
+  // Written with one, as most writers do.
+  ASSERT_EQ(RegSetValueEx(key, "Term", 0, REG_SZ, reinterpret_cast<const uint8_t*>(text), 8),
+            ERROR_SUCCESS);
+  for (const char* name : {"NoTerm", "Term"}) {
+    uint32_t type = 0, size = 0;
+    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, nullptr, &size), ERROR_SUCCESS);
+    EXPECT_EQ(type, REG_SZ);
+    EXPECT_EQ(size, 8u) << name;
+    char16_t buffer[8] = {u'?', u'?', u'?', u'?', u'?', u'?', u'?', u'?'};
+    size = 6;
+    EXPECT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer),
+                              &size),
+              ERROR_MORE_DATA);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(buffer[0], u'?') << "nothing is copied into a short buffer";
+    size = sizeof(buffer);
+    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer),
+                              &size),
+              ERROR_SUCCESS);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(std::u16string(buffer, 4), std::u16string(u"abc\0", 4));
+  }
+  RegValue v;
+  ASSERT_EQ(Registry::Current()->QueryValue(RegHive::kCurrentUser, "Software\\Kor", "Term", &v),
+            ERROR_SUCCESS);
+  EXPECT_EQ(v.text, CString("abc")) << "the terminator is not part of the text";
+  uint32_t size = 8;
+  EXPECT_EQ(RegQueryValueEx(key, "Missing", nullptr, nullptr, nullptr, &size),
+            ERROR_FILE_NOT_FOUND);
+  RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, Win32IntegersAndAccessRights) {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
+  const uint8_t four[4] = {0x78, 0x56, 0x34, 0x12};
+  EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 3), ERROR_INVALID_PARAMETER);
+  ASSERT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_SUCCESS);
+  RegCloseKey(key);
+
+  ASSERT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\Kor", 0, KEY_READ, &key), ERROR_SUCCESS);
+  uint32_t type = 0, value = 0, size = sizeof(value);
+  ASSERT_EQ(RegQueryValueEx(key, "N", nullptr, &type, reinterpret_cast<uint8_t*>(&value), &size),
+            ERROR_SUCCESS);
+  EXPECT_EQ(type, REG_DWORD);
+  EXPECT_EQ(value, 0x12345678u);
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_ACCESS_DENIED);
+  RegCloseKey(key);
+
+  ASSERT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\Kor", 0, KEY_WRITE, &key), ERROR_SUCCESS);
+  EXPECT_EQ(RegQueryValueEx(key, "n", nullptr, &type, nullptr, &size), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_SUCCESS);
+  EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_FILE_NOT_FOUND);
+  RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, Win32HandleToADeletedKey) {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor\\Gone", &key), ERROR_SUCCESS);
+  ASSERT_EQ(RegDeleteKey(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_ACCESS_DENIED);
+  ASSERT_EQ(RegDeleteTree(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_SUCCESS);
+  const uint8_t four[4] = {1, 0, 0, 0};
+  EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_KEY_DELETED);
+  EXPECT_FALSE(Registry::Current()->KeyExists(RegHive::kCurrentUser, "Software\\Kor\\Gone"))
+      << "a write through a stale handle does not bring the key back";
+  RegCloseKey(key);
+}
+
+TEST_F(RegistryTest, Win32Enumeration) {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
+  HKEY child = nullptr;
+  ASSERT_EQ(RegCreateKey(key, "Beta", &child), ERROR_SUCCESS);
+  RegCloseKey(child);
+  ASSERT_EQ(RegCreateKey(key, "alpha", &child), ERROR_SUCCESS);
+  RegCloseKey(child);
+  const uint8_t four[4] = {1, 0, 0, 0};
+  ASSERT_EQ(RegSetValueEx(key, "Count", 0, REG_DWORD, four, 4), ERROR_SUCCESS);
+  CString name;
+  ASSERT_EQ(RegEnumKeyEx(key, 0, &name), ERROR_SUCCESS);
+  EXPECT_EQ(name, CString("alpha"));
+  ASSERT_EQ(RegEnumKeyEx(key, 1, &name), ERROR_SUCCESS);
+  EXPECT_EQ(name, CString("Beta"));
+  EXPECT_EQ(RegEnumKeyEx(key, 2, &name), ERROR_NO_MORE_ITEMS);
+  uint32_t type = 0;
+  ASSERT_EQ(RegEnumValue(key, 0, &name, &type), ERROR_SUCCESS);
+  EXPECT_EQ(name, CString("Count"));
+  EXPECT_EQ(type, REG_DWORD);
+  EXPECT_EQ(RegEnumValue(key, 1, &name, &type), ERROR_NO_MORE_ITEMS);
+  RegCloseKey(key);
+}
+
+}  // namespace
+}  // namespace kordll
