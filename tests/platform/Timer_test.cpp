@@ -1,0 +1,323 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "kordll/platform/CWinThread.h"
+#include "kordll/platform/Clock.h"
+#include "kordll/platform/TimerTable.h"
+
+namespace kordll {
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(20);
+constexpr unsigned kMarker = 0x4000;
+
+// A thread that sets timers of the given periods in InitInstance and records
+// every thread message it handles.
+class TimerThread : public CWinThread {
+ public:
+  explicit TimerThread(std::vector<std::int64_t> periods) : periods_(std::move(periods)) {
+    m_bAutoDelete = 0;
+  }
+
+  int InitInstance() override {
+    std::vector<unsigned> ids;
+    for (std::int64_t period : periods_) ids.push_back(SetTimer(period));
+    ready_.set_value(ids);
+    return 1;
+  }
+  int OnThreadMessage(unsigned message, intptr_t w, intptr_t l) override {
+    std::lock_guard<std::mutex> lock(mu_);
+    msgs_.push_back(MSG{0, message, w, l});
+    cv_.notify_all();
+    return 1;
+  }
+
+  // Starts the thread; answers the ids of its timers (empty on failure).
+  std::vector<unsigned> Start() {
+    std::future<std::vector<unsigned>> ids = ready_.get_future();
+    if (!CreateThread()) return {};
+    if (ids.wait_for(kPatience) != std::future_status::ready) return {};
+    return ids.get();
+  }
+  // Posts a marker and waits until the thread has handled it, so that
+  // everything queued before it has been handled too.
+  bool Sync() {
+    int number;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      number = ++markers_;
+    }
+    if (!PostThreadMessage(kMarker, number, 0)) return false;
+    std::unique_lock<std::mutex> lock(mu_);
+    return cv_.wait_for(lock, kPatience, [&] {
+      for (const MSG& m : msgs_)
+        if (m.message == kMarker && m.wParam == number) return true;
+      return false;
+    });
+  }
+  // The timer messages handled so far.
+  std::vector<MSG> Timers() {
+    std::lock_guard<std::mutex> lock(mu_);
+    std::vector<MSG> out;
+    for (const MSG& m : msgs_)
+      if (m.message == kMsgTimer) out.push_back(m);
+    return out;
+  }
+  void Stop() {
+    PostThreadMessage(kMsgQuit, 0, 0);
+    WaitForExit(20000);
+  }
+
+ private:
+  std::vector<std::int64_t> periods_;
+  std::promise<std::vector<unsigned>> ready_;
+  std::mutex mu_;
+  std::condition_variable cv_;
+  std::vector<MSG> msgs_;
+  int markers_ = 0;
+};
+
+// Takes every message now waiting on the calling thread and answers the
+// timer messages among them.
+std::vector<MSG> DrainTimers() {
+  std::vector<MSG> out;
+  MSG msg;
+  while (PeekMessage(&msg, kPeekRemove))
+    if (msg.message == kMsgTimer) out.push_back(msg);
+  return out;
+}
+
+TEST(TimerTest, MessageReachesTheOwningThreadOnlyEachPeriodWithoutCatchUp) {
+  ScopedManualClock clock;
+  TimerThread owner({100});
+  TimerThread other({});
+  std::vector<unsigned> ids = owner.Start();
+  ASSERT_EQ(1u, ids.size());
+  ASSERT_NE(0u, ids[0]);
+  ASSERT_TRUE(other.Start().empty());
+  const intptr_t id = ids[0];
+
+  clock.Advance(99);
+  ASSERT_TRUE(owner.Sync());
+  EXPECT_TRUE(owner.Timers().empty());
+
+  clock.Advance(1);  // t = 100
+  ASSERT_TRUE(owner.Sync());
+  std::vector<MSG> seen = owner.Timers();
+  ASSERT_EQ(1u, seen.size());
+  EXPECT_EQ(id, seen[0].wParam);
+  EXPECT_EQ(100, seen[0].lParam);  // the clock's time when it fired
+
+  clock.Advance(100);  // t = 200
+  ASSERT_TRUE(owner.Sync());
+  ASSERT_EQ(2u, owner.Timers().size());
+  EXPECT_EQ(200, owner.Timers()[1].lParam);
+
+  // Three periods at once give one message, and the next period counts from
+  // that firing.
+  clock.Advance(250);  // t = 450
+  ASSERT_TRUE(owner.Sync());
+  ASSERT_EQ(3u, owner.Timers().size());
+  EXPECT_EQ(450, owner.Timers()[2].lParam);
+  clock.Advance(99);  // t = 549
+  ASSERT_TRUE(owner.Sync());
+  EXPECT_EQ(3u, owner.Timers().size());
+  clock.Advance(1);  // t = 550
+  ASSERT_TRUE(owner.Sync());
+  EXPECT_EQ(4u, owner.Timers().size());
+
+  ASSERT_TRUE(other.Sync());
+  EXPECT_TRUE(other.Timers().empty());
+  owner.Stop();
+  other.Stop();
+}
+
+TEST(TimerTest, PeriodIsClampedBetweenTenMillisecondsAndIntMax) {
+  std::thread plain([] {
+    ScopedManualClock clock;
+    struct Case {
+      std::int64_t asked;
+      std::int64_t used;
+    } cases[] = {
+        {0, 10}, {-5, 10}, {9, 10}, {10, 10}, {250, 250}, {INT_MAX, INT_MAX}, {1LL << 40, INT_MAX}};
+    for (const Case& c : cases) {
+      unsigned id = SetTimer(c.asked);
+      ASSERT_NE(0u, id);
+      EXPECT_EQ(c.used, TimerTable::Instance().PeriodOf(id)) << "asked " << c.asked;
+      KillTimer(id);
+    }
+    // A timer of 0 ms fires after 10 ms of clock time, not before.
+    unsigned id = SetTimer(0);
+    clock.Advance(9);
+    EXPECT_TRUE(DrainTimers().empty());
+    clock.Advance(1);
+    std::vector<MSG> seen = DrainTimers();
+    ASSERT_EQ(1u, seen.size());
+    EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
+    KillTimer(id);
+  });
+  plain.join();
+}
+
+TEST(TimerTest, NoSecondMessageWhileOneIsStillQueued) {
+  std::thread plain([] {
+    ScopedManualClock clock;
+    unsigned id = SetTimer(10);
+    unsigned other = SetTimer(10);
+    for (int i = 0; i < 5; ++i) clock.Advance(10);
+    std::vector<MSG> seen = DrainTimers();
+    // One of each timer, though five periods passed.
+    ASSERT_EQ(2u, seen.size());
+    EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
+    EXPECT_EQ(static_cast<intptr_t>(other), seen[1].wParam);
+    // Once taken, the next period queues again.
+    clock.Advance(10);
+    EXPECT_EQ(2u, DrainTimers().size());
+    KillTimer(id);
+    KillTimer(other);
+  });
+  plain.join();
+}
+
+TEST(TimerTest, KillTimerStopsItButLeavesAQueuedMessage) {
+  std::thread plain([] {
+    ScopedManualClock clock;
+    int before = TimerTable::Instance().Count();
+    unsigned id = SetTimer(100);
+    EXPECT_EQ(before + 1, TimerTable::Instance().Count());
+    clock.Advance(100);  // one message queued
+    EXPECT_EQ(1, KillTimer(id));
+    EXPECT_EQ(0, KillTimer(id));
+    EXPECT_EQ(0, KillTimer(0));
+    EXPECT_EQ(before, TimerTable::Instance().Count());
+    clock.Advance(1000);
+    std::vector<MSG> seen = DrainTimers();
+    ASSERT_EQ(1u, seen.size());
+    EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
+    clock.Advance(1000);
+    EXPECT_TRUE(DrainTimers().empty());
+  });
+  plain.join();
+}
+
+TEST(TimerTest, TimerSetForAnotherThreadGoesToThatThread) {
+  ScopedManualClock clock;
+  TimerThread target({});
+  ASSERT_TRUE(target.Start().empty());
+  std::vector<MSG> on_caller;
+  std::thread caller([&] {
+    unsigned id = SetTimer(&target, 50);
+    ASSERT_NE(0u, id);
+    MSG msg;
+    PeekMessage(&msg, kPeekNoRemove);  // the caller has a queue too
+    clock.Advance(50);
+    on_caller = DrainTimers();
+    ASSERT_TRUE(target.Sync());
+    std::vector<MSG> seen = target.Timers();
+    ASSERT_EQ(1u, seen.size());
+    EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
+    KillTimer(id);
+  });
+  caller.join();
+  EXPECT_TRUE(on_caller.empty());
+  EXPECT_EQ(0u, SetTimer(nullptr, 50));
+  target.Stop();
+  EXPECT_EQ(0u, SetTimer(&target, 50));  // it has ended
+}
+
+TEST(TimerTest, TimersOfAnEndedThreadAreRemoved) {
+  ScopedManualClock clock;
+  int before = TimerTable::Instance().Count();
+  TimerThread owner({100, 200});
+  ASSERT_EQ(2u, owner.Start().size());
+  EXPECT_EQ(before + 2, TimerTable::Instance().Count());
+  owner.Stop();
+  EXPECT_EQ(before, TimerTable::Instance().Count());
+  clock.Advance(1000);  // nothing to deliver to, nothing breaks
+}
+
+TEST(TimerTest, TimersCarryOverWhenAnotherClockIsInstalled) {
+  // A timer set on one clock keeps what is left of its period when a test
+  // installs its own clock, instead of waiting for the old count.
+  std::thread plain([] {
+    unsigned id = SetTimer(1000);
+    {
+      ScopedManualClock clock;
+      clock.Advance(1000);
+      std::vector<MSG> seen = DrainTimers();
+      ASSERT_EQ(1u, seen.size());
+      EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
+    }
+    KillTimer(id);
+  });
+  plain.join();
+}
+
+TEST(TimerTest, MachineClockTimerWakesAWaitingThread) {
+  // No manual clock: the thread waits for messages and is woken by its own
+  // 10 ms timer (bounded by a generous limit in case it never comes).
+  int woke = 0;
+  std::vector<MSG> seen;
+  std::thread plain([&] {
+    unsigned id = SetTimer(10);
+    woke = WaitForMessages(20000);
+    seen = DrainTimers();
+    KillTimer(id);
+  });
+  plain.join();
+  EXPECT_EQ(1, woke);
+  EXPECT_EQ(1u, seen.size());
+}
+
+TEST(TimerConcurrencyTest, ManyThreadsGetOnlyTheirOwnTimers) {
+  ScopedManualClock clock;
+  constexpr int kThreads = 4;
+  constexpr int kSteps = 25;
+  std::vector<std::unique_ptr<TimerThread>> threads;
+  std::vector<std::vector<unsigned>> ids;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.push_back(std::make_unique<TimerThread>(std::vector<std::int64_t>{10, 20}));
+    ids.push_back(threads.back()->Start());
+    ASSERT_EQ(2u, ids.back().size());
+  }
+  // Other threads set and kill timers meanwhile; they must not disturb.
+  std::atomic<bool> stop{false};
+  std::thread churn([&] {
+    while (!stop) {
+      unsigned id = SetTimer(10);
+      KillTimer(id);
+      DrainTimers();
+    }
+  });
+  for (int step = 0; step < kSteps; ++step) {
+    clock.Advance(10);
+    for (auto& thread : threads) ASSERT_TRUE(thread->Sync());
+  }
+  stop = true;
+  churn.join();
+  for (int t = 0; t < kThreads; ++t) {
+    int fast = 0, slow = 0;
+    for (const MSG& m : threads[t]->Timers()) {
+      if (m.wParam == static_cast<intptr_t>(ids[t][0])) {
+        ++fast;
+      } else if (m.wParam == static_cast<intptr_t>(ids[t][1])) {
+        ++slow;
+      } else {
+        ADD_FAILURE() << "thread " << t << " got timer " << m.wParam;
+      }
+    }
+    EXPECT_EQ(kSteps, fast);
+    EXPECT_EQ(kSteps / 2, slow);
+    threads[t]->Stop();
+  }
+}
+
+}  // namespace
+}  // namespace kordll
