@@ -1,0 +1,123 @@
+#include "kordll/platform/CWinApp.h"
+
+#include <gtest/gtest.h>
+
+#include "kordll/platform/Registry.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+class CWinAppTest : public ::testing::Test {
+ protected:
+  CWinAppTest() { Registry::CloseCurrent(); }
+  ~CWinAppTest() override {
+    CWinApp::SetCurrent(nullptr);
+    Registry::CloseCurrent();
+  }
+
+  RegValue Raw(const CString& key, const CString& name) {
+    RegValue v;
+    v.type = 0xFFFF;
+    Registry::Current()->QueryValue(RegHive::kCurrentUser, key, name, &v);
+    return v;
+  }
+
+  test::TempRoot root_;
+};
+
+TEST_F(CWinAppTest, ProfileIsTheApplicationKeyWithSectionsAsSubkeys) {
+  CWinApp app("Korlan", "Tidrel");
+  EXPECT_EQ(app.GetProfileKey(), CString("Software\\Korlan\\Tidrel"));
+  ASSERT_EQ(app.WriteProfileString("", "Users", "ann|bob|"), 1);
+  ASSERT_EQ(app.WriteProfileInt("User-ann\\IDRolls", "LRID-3", 120), 1);
+
+  RegValue users = Raw("Software\\Korlan\\Tidrel", "Users");
+  EXPECT_EQ(users.type, REG_SZ);
+  EXPECT_EQ(users.text, CString("ann|bob|"));
+  RegValue roll = Raw("Software\\Korlan\\Tidrel\\User-ann\\IDRolls", "LRID-3");
+  EXPECT_EQ(roll.type, REG_DWORD);
+  EXPECT_EQ(roll.integer, 120u);
+  EXPECT_TRUE(Registry::Current()->KeyExists(RegHive::kCurrentUser,
+                                             "Software\\Korlan\\Tidrel\\User-ann"));
+  // A section written with a leading "\" is the same section.
+  EXPECT_EQ(app.GetProfileInt("\\User-ann\\IDRolls", "lrid-3", -1), 120);
+}
+
+TEST_F(CWinAppTest, DefaultsWhenMissingOrOfTheOtherType) {
+  CWinApp app("Korlan", "Tidrel");
+  EXPECT_EQ(app.GetProfileInt("Nowhere", "x", -1), -1);
+  EXPECT_EQ(app.GetProfileString("Nowhere", "x", "dflt"), CString("dflt"));
+  EXPECT_EQ(app.GetProfileString("Nowhere", "x"), CString());
+  ASSERT_EQ(app.WriteProfileInt("S", "Number", 5), 1);
+  ASSERT_EQ(app.WriteProfileString("S", "Text", "5"), 1);
+  EXPECT_EQ(app.GetProfileString("S", "Number", "dflt"), CString("dflt"));
+  EXPECT_EQ(app.GetProfileInt("S", "Text", -7), -7);
+  EXPECT_EQ(app.GetProfileInt("S", "Number", -7), 5);
+}
+
+TEST_F(CWinAppTest, ValuesSurviveARestart) {
+  const std::u16string secret = {u'x', 0x0000, 0xD800, u'y'};
+  {
+    CWinApp app("Korlan", "Marsek");
+    ASSERT_EQ(app.WriteProfileInt("User-ann", "RankMode", -2), 1);
+    ASSERT_EQ(app.WriteProfileString("User-ann", "UserPassword", CString(secret)), 1);
+    ASSERT_EQ(app.WriteProfileString("User-ann", "SkinName", CString()), 1);
+  }
+  Registry::CloseCurrent();
+  CWinApp app("korlan", "MARSEK");
+  EXPECT_EQ(app.GetProfileInt("user-ANN", "rankmode", 0), -2);
+  EXPECT_EQ(app.GetProfileString("User-ann", "UserPassword").str(), secret);
+  EXPECT_EQ(app.GetProfileString("User-ann", "SkinName", "dflt"), CString())
+      << "a stored empty string is a value, not a missing one";
+}
+
+TEST_F(CWinAppTest, ApplicationsOfTheFamilyKeepApart) {
+  CWinApp tidrel("Korlan", "Tidrel");
+  CWinApp marsek("Korlan", "Marsek");
+  ASSERT_EQ(tidrel.WriteProfileInt("", "UseGecko", 1), 1);
+  EXPECT_EQ(marsek.GetProfileInt("", "UseGecko", 0), 0);
+  EXPECT_EQ(tidrel.GetProfileInt("", "UseGecko", 0), 1);
+}
+
+TEST_F(CWinAppTest, DeletingEntriesAndSections) {
+  CWinApp app("Korlan", "Tidrel");
+  ASSERT_EQ(app.WriteProfileInt("User-ann", "a", 1), 1);
+  ASSERT_EQ(app.WriteProfileInt("User-ann\\DBIDMap", "RC_R3_G7", 104), 1);
+  ASSERT_EQ(app.WriteProfileInt("User-annie", "a", 2), 1);
+  EXPECT_EQ(app.DeleteProfileEntry("User-ann", "A"), 1);
+  EXPECT_EQ(app.GetProfileInt("User-ann", "a", -1), -1);
+  EXPECT_EQ(app.DeleteProfileEntry("User-ann", "a"), 1) << "already gone counts as done";
+  EXPECT_EQ(app.DeleteProfileSection("User-ann"), 1);
+  EXPECT_EQ(app.GetProfileInt("User-ann\\DBIDMap", "RC_R3_G7", -1), -1);
+  EXPECT_EQ(app.GetProfileInt("User-annie", "a", -1), 2);
+  EXPECT_EQ(app.DeleteProfileSection(""), 0) << "the profile itself stays";
+  EXPECT_EQ(app.DeleteProfileSection("\\"), 0);
+}
+
+TEST_F(CWinAppTest, CurrentApplication) {
+  EXPECT_EQ(CWinApp::Current(), nullptr);
+  {
+    CWinApp first("Korlan", "Tidrel");
+    EXPECT_EQ(AfxGetApp(), &first);
+    {
+      CWinApp second("Korlan", "Marsek");
+      EXPECT_EQ(AfxGetApp(), &second);
+      EXPECT_EQ(CWinApp::SetCurrent(&first), &second);
+    }
+    EXPECT_EQ(AfxGetApp(), &first) << "destroying another object leaves the current one";
+  }
+  EXPECT_EQ(AfxGetApp(), nullptr);
+}
+
+TEST_F(CWinAppTest, OwnRegistryInsteadOfTheProcessOne) {
+  Registry own(root_.Path("elsewhere").ToUtf8());
+  CWinApp app("Korlan", "Tidrel", &own);
+  ASSERT_EQ(app.WriteProfileInt("S", "n", 4), 1);
+  EXPECT_EQ(app.GetProfileInt("S", "n", 0), 4);
+  CWinApp plain("Korlan", "Tidrel");
+  EXPECT_EQ(plain.GetProfileInt("S", "n", 0), 0);
+}
+
+}  // namespace
+}  // namespace kordll
