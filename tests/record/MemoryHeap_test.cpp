@@ -1,0 +1,201 @@
+// Pools of field items: chunking, first-in first-out reuse, foreign
+// pointers, and the class-level allocation of the typed items across
+// library start-up and shut-down.
+
+#include "kordll/record/MemoryHeap.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "kordll/record/BoolItem.h"
+#include "kordll/record/DateItem.h"
+#include "kordll/record/DoubleItem.h"
+#include "kordll/record/IntItem.h"
+#include "kordll/record/LibraryLifetime.h"
+
+namespace kordll {
+namespace {
+
+constexpr int kChunk = MemoryHeap::kObjectsPerChunk;
+
+TEST(MemoryHeapTest, FiveHundredBlocksShareOneChunkAndTheNextStartsAnother) {
+  MemoryHeap heap(24);
+  std::vector<char*> blocks;
+  for (int i = 0; i < kChunk; ++i) blocks.push_back(static_cast<char*>(heap.operator_new(24)));
+  EXPECT_EQ(heap.GetChunkCount(), 1);
+  EXPECT_EQ(heap.GetFreeCount(), 0);
+  // One chunk: blocks lie side by side, one object size apart, in order.
+  for (int i = 1; i < kChunk; ++i) ASSERT_EQ(blocks[i] - blocks[i - 1], 24);
+  char* extra = static_cast<char*>(heap.operator_new(24));
+  ASSERT_NE(extra, nullptr);
+  EXPECT_EQ(heap.GetChunkCount(), 2);
+  EXPECT_EQ(heap.GetFreeCount(), kChunk - 1);
+  EXPECT_EQ(heap.GetUsedCount(), kChunk + 1);
+}
+
+TEST(MemoryHeapTest, AFreedBlockWaitsBehindEveryBlockFreeBeforeIt) {
+  MemoryHeap heap(16);
+  std::vector<void*> blocks;
+  for (int i = 0; i <= kChunk; ++i) blocks.push_back(heap.operator_new(16));
+  void* first = blocks[0];
+  heap.operator_delete(first);
+  // Indices 501 to 999 of the second chunk stand ahead of the hole.
+  std::set<void*> taken;
+  for (int i = 0; i < kChunk - 1; ++i) {
+    void* p = heap.operator_new(16);
+    ASSERT_NE(p, first) << "hole refilled too early, at take " << i;
+    taken.insert(p);
+  }
+  EXPECT_EQ(taken.size(), static_cast<size_t>(kChunk - 1));
+  EXPECT_EQ(heap.operator_new(16), first);
+  EXPECT_EQ(heap.GetChunkCount(), 2);
+}
+
+TEST(MemoryHeapTest, FreedBlocksComeBackInTheOrderTheyWereFreed) {
+  MemoryHeap heap(8);
+  std::vector<void*> blocks;
+  for (int i = 0; i < kChunk; ++i) blocks.push_back(heap.operator_new(8));
+  heap.operator_delete(blocks[7]);
+  heap.operator_delete(blocks[3]);
+  heap.operator_delete(blocks[250]);
+  EXPECT_EQ(heap.operator_new(8), blocks[7]);
+  EXPECT_EQ(heap.operator_new(8), blocks[3]);
+  EXPECT_EQ(heap.operator_new(8), blocks[250]);
+  EXPECT_EQ(heap.GetChunkCount(), 1);
+}
+
+TEST(MemoryHeapTest, ForeignInnerAndTwiceFreedPointersChangeNothing) {
+  MemoryHeap heap(32);
+  char* a = static_cast<char*>(heap.operator_new(32));
+  char* b = static_cast<char*>(heap.operator_new(32));
+  int local = 0;
+  std::vector<char> elsewhere(64);
+  heap.operator_delete(&local);
+  heap.operator_delete(elsewhere.data());
+  heap.operator_delete(a + 1);  // inside a block, not its start
+  heap.operator_delete(nullptr);
+  EXPECT_EQ(heap.GetUsedCount(), 2);
+  heap.operator_delete(a);
+  heap.operator_delete(a);  // already free
+  EXPECT_EQ(heap.GetUsedCount(), 1);
+  EXPECT_EQ(heap.GetFreeCount(), kChunk - 1);
+  // The block freed once is queued once: it comes back once, at the end.
+  std::set<void*> seen;
+  for (int i = 0; i < kChunk - 1; ++i) seen.insert(heap.operator_new(32));
+  EXPECT_EQ(seen.size(), static_cast<size_t>(kChunk - 1));
+  EXPECT_TRUE(seen.count(a));
+  EXPECT_FALSE(seen.count(b));
+}
+
+TEST(MemoryHeapTest, ASizeBeyondTheObjectSizeGetsNothing) {
+  MemoryHeap heap(12);
+  EXPECT_EQ(heap.operator_new(13), nullptr);
+  EXPECT_EQ(heap.GetChunkCount(), 0);
+  EXPECT_NE(heap.operator_new(12), nullptr);
+  EXPECT_NE(heap.operator_new(4), nullptr);
+}
+
+TEST(MemoryHeapTest, BlocksOfManyChunksAreWritableAndFoundAgain) {
+  MemoryHeap heap(40);
+  std::vector<char*> blocks;
+  for (int i = 0; i < 5 * kChunk; ++i) {
+    char* p = static_cast<char*>(heap.operator_new(40));
+    ASSERT_NE(p, nullptr);
+    std::memset(p, i & 0xff, 40);
+    blocks.push_back(p);
+  }
+  for (int i = 0; i < 5 * kChunk; ++i) ASSERT_EQ(blocks[i][39], static_cast<char>(i & 0xff));
+  for (char* p : blocks) heap.operator_delete(p);
+  EXPECT_EQ(heap.GetUsedCount(), 0);
+  EXPECT_EQ(heap.GetFreeCount(), 5 * kChunk);
+  EXPECT_EQ(heap.GetChunkCount(), 5);
+}
+
+// --- Class-level allocation of the typed items ------------------------------
+
+class PooledItemTest : public ::testing::Test {
+ protected:
+  void SetUp() override { KordllProcessAttach(); }
+  void TearDown() override { KordllProcessAttach(); }
+};
+
+TEST_F(PooledItemTest, TypedItemsComeFromTheirOwnPools) {
+  MemoryHeap* ints = IntItem::GetIntItemHeap();
+  ASSERT_NE(ints, nullptr);
+  const int before = ints->GetUsedCount();
+  auto* item = new IntItem(CString(u"5"));
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(ints->GetUsedCount(), before + 1);
+  delete item;
+  EXPECT_EQ(ints->GetUsedCount(), before);
+  EXPECT_EQ(ints->GetObjectSize(), static_cast<int>(sizeof(IntItem)));
+  EXPECT_EQ(DoubleItem::GetDoubleItemHeap()->GetObjectSize(), static_cast<int>(sizeof(DoubleItem)));
+  EXPECT_EQ(DateItem::GetDateItemHeap()->GetObjectSize(), static_cast<int>(sizeof(DateItem)));
+  EXPECT_EQ(BoolItem::GetBoolItemHeap()->GetObjectSize(), static_cast<int>(sizeof(BoolItem)));
+  // The string item pool exists, with no user.
+  ASSERT_NE(Item::GetItemHeap(), nullptr);
+  Item* text = Item::CreateTypedItem(Item::kTypeString, CString(u"x"));
+  EXPECT_EQ(Item::GetItemHeap()->GetUsedCount(), 0);
+  delete text;
+}
+
+TEST_F(PooledItemTest, AfterShutDownAllocationsGiveNullAndStartUpMendsThem) {
+  KordllProcessDetach();
+  EXPECT_EQ(KordllIsAttached(), 0);
+  EXPECT_EQ(IntItem::GetIntItemHeap(), nullptr);
+  EXPECT_EQ(new IntItem(CString(u"1")), nullptr);
+  EXPECT_EQ(new DoubleItem(), nullptr);
+  EXPECT_EQ(new DateItem(), nullptr);
+  EXPECT_EQ(new BoolItem(), nullptr);
+  for (int type : {0, 1, 2, 3}) EXPECT_EQ(Item::CreateTypedItem(type, CString(u"1")), nullptr);
+  // A string item needs no pool.
+  Item* text = Item::CreateTypedItem(4, CString(u"still"));
+  ASSERT_NE(text, nullptr);
+  delete text;
+
+  KordllProcessAttach();
+  KordllProcessAttach();  // idempotent
+  EXPECT_EQ(KordllIsAttached(), 1);
+  Item* back = Item::CreateTypedItem(0, CString(u"7"));
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(static_cast<IntItem*>(back)->GetInt(), 7);
+  delete back;
+}
+
+TEST_F(PooledItemTest, DeletingIntoAReleasedPoolDoesNothing) {
+  // A block of the old pool, kept only as an address.
+  const volatile uintptr_t address = reinterpret_cast<uintptr_t>(
+      BoolItem::GetBoolItemHeap()->operator_new(sizeof(BoolItem)));
+  ASSERT_NE(address, 0u);
+  BoolItem::ReleaseBoolItemCache();
+  BoolItem::operator delete(reinterpret_cast<void*>(address));  // no pool: ignored
+  BoolItem::InitializeBoolItemCache();
+  // Foreign to the new pool (or, if the new chunk reuses the old address,
+  // never handed out by it): ignored either way.
+  BoolItem::operator delete(reinterpret_cast<void*>(address));
+  EXPECT_EQ(BoolItem::GetBoolItemHeap()->GetUsedCount(), 0);
+  EXPECT_EQ(BoolItem::GetBoolItemHeap()->GetFreeCount(), 0);
+}
+
+int g_registeredStarts = 0;
+int g_registeredReleases = 0;
+void CountStart() { ++g_registeredStarts; }
+void CountRelease() { ++g_registeredReleases; }
+
+TEST_F(PooledItemTest, RegisteredCachesStartAndStopWithTheLibrary) {
+  KordllRegisterCache(&CountStart, &CountRelease);
+  EXPECT_EQ(g_registeredStarts, 1);  // already started: runs at once
+  KordllRegisterCache(&CountStart, &CountRelease);
+  EXPECT_EQ(g_registeredStarts, 1);  // registered once only
+  KordllProcessDetach();
+  EXPECT_EQ(g_registeredReleases, 1);
+  KordllProcessAttach();
+  EXPECT_EQ(g_registeredStarts, 2);
+}
+
+}  // namespace
+}  // namespace kordll
