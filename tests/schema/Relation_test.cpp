@@ -1,0 +1,151 @@
+// Relation: building a layout field by field, its texts, and copies that
+// share the layout.
+
+#include "kordll/schema/Relation.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "kordll/record/FieldInfo.h"
+#include "kordll/record/RGDBTemplate.h"
+
+namespace kordll {
+namespace {
+
+TEST(RelationTest, NewRelationHasNameOnlyAndNoLayout) {
+  Relation relation(CString("post"));
+  EXPECT_EQ(relation.GetRelationID(), -1);
+  EXPECT_EQ(relation.GetRelationName(), CString("post"));
+  EXPECT_TRUE(relation.GetRelationTitle().IsEmpty());
+  EXPECT_EQ(relation.GetRGDBTemplate(), nullptr);
+  // Questions about fields of a relation without fields answer empty.
+  EXPECT_TRUE(relation.GetFieldDecorationName(0).IsEmpty());
+  EXPECT_TRUE(relation.GetFieldDefaultValueName(0).IsEmpty());
+  relation.SetFieldEditProperties(0, CString("x"), 2);  // ignored, no crash
+  EXPECT_EQ(relation.GetRGDBTemplate(), nullptr);
+}
+
+TEST(RelationTest, LayoutTakesTheIdStandingAtTheFirstField) {
+  Relation early(CString("a"));
+  EXPECT_EQ(early.AddFieldInt(1, 7, 0, CString()), 1);
+  early.SetRelationID(12);
+  ASSERT_NE(early.GetRGDBTemplate(), nullptr);
+  EXPECT_EQ(early.GetRGDBTemplate()->GetRelationID(), -1);
+  EXPECT_EQ(early.GetRelationID(), 12);
+
+  Relation late(CString("b"));
+  late.SetRelationID(12);
+  late.AddFieldDate(2, CString());
+  EXPECT_EQ(late.GetRGDBTemplate()->GetRelationID(), 12);
+}
+
+TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultText) {
+  Relation relation(CString("r"));
+  relation.SetRelationID(40);
+  EXPECT_EQ(relation.AddFieldString(0, 100, 1, CString("dflt"), CString("guid"), 1), 1);
+  EXPECT_EQ(relation.AddFieldInt(1, 7, -12, CString("n")), 1);
+  EXPECT_EQ(relation.AddFieldBool(2, 7, CString("b1")), 1);
+  EXPECT_EQ(relation.AddFieldBool(3, 0, CString("b0")), 1);
+  EXPECT_EQ(relation.AddFieldBool(4, -1, CString()), 1);
+  EXPECT_EQ(relation.AddFieldDate(6, CString("when")), 1);
+  EXPECT_EQ(relation.AddFieldDouble(8, 2.5, CString("ratio")), 1);
+
+  const RGDBTemplate* layout = relation.GetRGDBTemplate();
+  ASSERT_NE(layout, nullptr);
+  EXPECT_EQ(layout->GetFieldCount(), 9);
+
+  struct Expect {
+    int id, type, size, indexable, cdata, editKind;
+    const char* def;
+    const char* key;
+  };
+  const Expect table[] = {
+      {0, 4, 100, 1, 1, 1, "dflt", "guid"},   {1, 0, 7, 0, 0, 3, "-12", "n"},
+      {2, 3, 1, 0, 0, 0, "1", "b1"},          {3, 3, 1, 0, 0, 0, "0", "b0"},
+      {4, 3, 1, 0, 0, 0, "1", ""},            {6, 2, 30, 0, 0, 4, "", "when"},
+      {8, 1, 10, 0, 0, 3, "2.500000", "ratio"},
+  };
+  for (const Expect& e : table) {
+    SCOPED_TRACE(testing::Message() << "field " << e.id);
+    const FieldInfo* field = layout->GetField(e.id);
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->id, e.id);
+    EXPECT_EQ(field->type, e.type);
+    EXPECT_EQ(field->size, e.size);
+    EXPECT_EQ(field->indexable, e.indexable);
+    EXPECT_EQ(field->cdata, e.cdata);
+    EXPECT_EQ(field->editKind, e.editKind);
+    EXPECT_TRUE(field->editLabel.IsEmpty());
+    EXPECT_EQ(field->defaultValue.ToUtf8(), e.def);
+    EXPECT_EQ(relation.GetFieldDefaultValueName(e.id).ToUtf8(), e.def);
+    EXPECT_EQ(relation.GetFieldDecorationName(e.id).ToUtf8(), e.key);
+  }
+  // Holes and ids outside the array answer empty.
+  for (int id : {5, 7, 9, 1000, -1}) {
+    EXPECT_TRUE(relation.GetFieldDecorationName(id).IsEmpty()) << id;
+    EXPECT_TRUE(relation.GetFieldDefaultValueName(id).IsEmpty()) << id;
+  }
+}
+
+TEST(RelationTest, EditPropertiesChangeOnlyFieldsInsideTheArray) {
+  Relation relation(CString("tip"));
+  relation.SetRelationID(24);
+  relation.AddFieldString(4, 50, 1, CString(), CString("tiptitle"), 0);
+  relation.AddFieldString(6, 10, 0, CString(), CString(), 0);
+  relation.SetFieldEditProperties(4, CString("Title"), 2);
+  relation.SetFieldEditProperties(7, CString("Beyond"), 5);   // outside: ignored
+  relation.SetFieldEditProperties(-3, CString("Below"), 5);   // outside: ignored
+  const RGDBTemplate* layout = relation.GetRGDBTemplate();
+  EXPECT_EQ(layout->GetField(4)->editLabel, CString("Title"));
+  EXPECT_EQ(layout->GetField(4)->editKind, 2);
+  EXPECT_TRUE(layout->GetField(6)->editLabel.IsEmpty());
+  EXPECT_EQ(layout->GetField(6)->editKind, 1);
+  EXPECT_EQ(layout->GetFieldCount(), 7);
+}
+
+TEST(RelationTest, CopiesShareTheLayoutAndTheLastOneFreesIt) {
+  auto original = std::make_unique<Relation>(CString("note"));
+  original->SetRelationID(25);
+  original->SetRelationTitle(CString("Note"));
+  original->AddFieldString(5, 50, 1, CString(), CString("title"), 1);
+
+  Relation copy(*original);
+  EXPECT_EQ(copy.GetRelationID(), 25);
+  EXPECT_EQ(copy.GetRelationName(), CString("note"));
+  EXPECT_EQ(copy.GetRelationTitle(), CString("Note"));
+  EXPECT_EQ(copy.GetRGDBTemplate(), original->GetRGDBTemplate());
+
+  Relation assigned(CString("other"));
+  assigned.AddFieldInt(0, 7, 0, CString());
+  assigned = copy;
+  EXPECT_EQ(assigned.GetRGDBTemplate(), original->GetRGDBTemplate());
+  EXPECT_EQ(assigned.GetRelationName(), CString("note"));
+
+  // A field added through one holder is seen by the others.
+  copy.AddFieldInt(6, 7, 3, CString("n"));
+  EXPECT_EQ(original->GetFieldDefaultValueName(6), CString("3"));
+
+  // Destroying the original leaves the copies' layout alive (the sanitizer
+  // would report a use after free otherwise).
+  original.reset();
+  ASSERT_NE(copy.GetRGDBTemplate(), nullptr);
+  EXPECT_EQ(copy.GetFieldDecorationName(5), CString("title"));
+  EXPECT_EQ(assigned.GetRGDBTemplate()->GetFieldCount(), 7);
+}
+
+TEST(RelationTest, ByteSizesPrintInKilobytesOrMegabytes) {
+  EXPECT_EQ(Relation::FormatByteSize(0), CString(""));
+  EXPECT_EQ(Relation::FormatByteSize(1000), CString(""));
+  EXPECT_EQ(Relation::FormatByteSize(1023), CString(""));
+  EXPECT_EQ(Relation::FormatByteSize(1024), CString("1 KBs"));
+  EXPECT_EQ(Relation::FormatByteSize(2047), CString("1 KBs"));
+  EXPECT_EQ(Relation::FormatByteSize(1048576), CString("1024 KBs"));
+  EXPECT_EQ(Relation::FormatByteSize(1048577), CString("1.0 MBs"));
+  EXPECT_EQ(Relation::FormatByteSize(1572864), CString("1.5 MBs"));
+  EXPECT_EQ(Relation::FormatByteSize(5000000000LL), CString("4768.4 MBs"));
+  EXPECT_EQ(Relation::FormatByteSize(-1), CString(""));
+}
+
+}  // namespace
+}  // namespace kordll
