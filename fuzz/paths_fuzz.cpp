@@ -51,8 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CString download = Locations::GetDownloadFolder();
   Check(Locations::IsPathInside(download, Locations::Join(download, safe)));
 
-  if (Locations::IsUsableLoginName(text)) Check(Locations::SafeDownloadFileName(text) == text ||
-                                                 text.Find(u':') >= 0);
+  if (Locations::IsUsableLoginName(text))
+    Check(Locations::SafeDownloadFileName(text) == text || text.Find(u':') >= 0);
   (void)Locations::IsUsableSkinEntryName(text);
 
   CString normal = Locations::NormalizePath(text);
@@ -63,7 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A drive path always lands in the data root or the download folder.
     CString data = Locations::GetDataRoot();
     bool in_data = mapped.Left(data.GetLength() + 7) == data + "/drive_";
-    bool in_downloads = mapped == download || mapped.Left(download.GetLength() + 1) == download + "/";
+    bool in_downloads =
+        mapped == download || mapped.Left(download.GetLength() + 1) == download + "/";
     Check(in_data || in_downloads);
     Check(Locations::NormalizePath(mapped) == mapped);
   }
@@ -71,7 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   size_t split = bytes.find('\n');
   CString name = CString::FromUtf8(bytes.substr(0, split));
-  CString mask = split == std::string::npos ? CString("*.*") : CString::FromUtf8(bytes.substr(split + 1));
+  CString mask =
+      split == std::string::npos ? CString("*.*") : CString::FromUtf8(bytes.substr(split + 1));
   (void)FileFind::MatchMask(name, mask);
   Check(FileFind::MatchMask(name, name));
   Check(FileFind::MatchMask(name, "*"));

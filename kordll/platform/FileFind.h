@@ -37,15 +37,15 @@ namespace kordll {
 
 // One listed entry (what WIN32_FIND_DATAW held).
 struct FindEntry {
-  CString name;                // the name alone
-  bool is_folder = false;      // a real folder, not a link to one
-  bool is_symlink = false;     // a symbolic link (to anything, or dangling)
-  bool is_file = false;        // a regular file, not a link to one
-  int64_t size = 0;            // bytes of a regular file; 0 otherwise
-  int64_t last_write = 0;      // modification time, seconds since 1970 (UTC)
-  int64_t last_access = 0;     // access time, seconds since 1970 (UTC)
-  int64_t change_time = 0;     // status change time, seconds since 1970; Linux
-                               // keeps no creation time, so this stands for it
+  CString name;             // the name alone
+  bool is_folder = false;   // a real folder, not a link to one
+  bool is_symlink = false;  // a symbolic link (to anything, or dangling)
+  bool is_file = false;     // a regular file, not a link to one
+  int64_t size = 0;         // bytes of a regular file; 0 otherwise
+  int64_t last_write = 0;   // modification time, seconds since 1970 (UTC)
+  int64_t last_access = 0;  // access time, seconds since 1970 (UTC)
+  int64_t change_time = 0;  // status change time, seconds since 1970; Linux
+                            // keeps no creation time, so this stands for it
 };
 
 class FileFind {

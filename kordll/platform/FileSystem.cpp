@@ -329,7 +329,8 @@ int FileSystem::DeleteFolderTree(const CString& path) {
   int fd = OpenRetrying(p.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
   if (fd < 0) return Fail(errno == ELOOP ? ERROR_DIRECTORY : WinErrorFromErrno(errno));
   bool emptied = EmptyFolder(fd, 1);
-  if (::rmdir(p.c_str()) != 0) return Fail(emptied ? WinErrorFromErrno(errno) : ERROR_DIR_NOT_EMPTY);
+  if (::rmdir(p.c_str()) != 0)
+    return Fail(emptied ? WinErrorFromErrno(errno) : ERROR_DIR_NOT_EMPTY);
   return Ok();
 }
 

@@ -258,9 +258,7 @@ CString Locations::GetParent(const CString& path) {
   return path.Left(slash);
 }
 
-CString Locations::GetFileName(const CString& path) {
-  return path.Mid(path.ReverseFind(u'/') + 1);
-}
+CString Locations::GetFileName(const CString& path) { return path.Mid(path.ReverseFind(u'/') + 1); }
 
 CString Locations::NormalizePath(const CString& path) {
   if (path.IsEmpty()) return path;

@@ -119,7 +119,7 @@ int WinFile::Open(const CString& path, uint32_t access, uint32_t share, int disp
     // Win32 tells a missing file from a missing folder.
     if (err == ENOENT && disposition != CREATE_NEW) {
       return Fail(FileSystem::IsFolder(Locations::GetParent(path)) ? ERROR_FILE_NOT_FOUND
-                                                                    : ERROR_PATH_NOT_FOUND);
+                                                                   : ERROR_PATH_NOT_FOUND);
     }
     if (err == ENOENT) return Fail(ERROR_PATH_NOT_FOUND);
     if (err == ENXIO || err == ENODEV) return Fail(ERROR_ACCESS_DENIED);
