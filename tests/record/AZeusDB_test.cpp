@@ -1,0 +1,407 @@
+// Behaviour of the record database engine, checked on the bytes of the file.
+
+#include "kordll/record/AZeusDB.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kordll/platform/FaultInjection.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/record/DBTaskItem.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "kordll/record/RelationsEntryPoints.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+// Relation 4 with three fields after the common ones: field 1 status (int,
+// length 10), field 4 a string of length 10, field 5 narrow int of length 10.
+class AZeusDBTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(root_.ok());
+    tmpl_.AddField(0, 20, 4, "", "guid", 0, 0);
+    tmpl_.AddField(1, 10, 0, "", "status", 0, 0);
+    tmpl_.AddField(4, 10, 4, "", "title", 0, 0);
+    RelationsEntryPoints::SetTemplate(4, &tmpl_);
+    other_.AddField(0, 20, 4, "", "guid", 0, 0);
+    other_.AddField(1, 10, 0, "", "status", 0, 0);
+    RelationsEntryPoints::SetTemplate(7, &other_);
+    db_ = std::make_unique<AZeusDB>(root_.root(), "test", 10, 0);
+  }
+  void TearDown() override {
+    for (Focusable* r : records_) delete r;
+    db_.reset();
+    RelationsEntryPoints::ClearTemplates();
+  }
+
+  Focusable* NewRecord(int relation, const char* guid, int status, const char* title) {
+    Focusable* r = new Focusable(relation, nullptr);
+    records_.push_back(r);
+    r->SetValueStr(0, guid, 1);
+    r->SetValueInt(1, status, 1);
+    if (title != nullptr) r->SetValueStr(4, title, 1);
+    return r;
+  }
+  Focusable* Blank() {
+    Focusable* r = new Focusable(-1, nullptr);
+    records_.push_back(r);
+    return r;
+  }
+
+  std::string Bytes() {
+    std::string out;
+    FileSystem::ReadWholeFile(root_.Path("test.kdb"), &out);
+    return out;
+  }
+  // Sub-table 0 of relation 4: f = 5 (fields 0..4, holes 2 and 3 of length
+  // 0), S = 20 + 10 + 10 + 5 + 28 = 73, header 42 + 42 + 31 = 115.
+  static constexpr int kFirstSlot = 1000 + 115;
+  static constexpr int kSlotSize = 73;
+  std::string Slot(int place) { return Bytes().substr(kFirstSlot + kSlotSize * place, kSlotSize); }
+  char State(int place) { return Bytes()[1000 + 42 + 1 + place]; }
+  std::string Area(int place, int offset, int length) {
+    return Slot(place).substr(25 + 7 + offset, length);
+  }
+
+  test::TempRoot root_;
+  RGDBTemplate tmpl_{4};
+  RGDBTemplate other_{7};
+  std::unique_ptr<AZeusDB> db_;
+  std::vector<Focusable*> records_;
+};
+
+TEST_F(AZeusDBTest, NewDatabaseIsHeaderOnly) {
+  EXPECT_EQ(0, db_->openDB(0));
+  db_->closeDB();
+  const std::string bytes = Bytes();
+  ASSERT_EQ(1000u, bytes.size());
+  EXPECT_EQ(std::string("[11:-1:]") + std::string(991, '\0') + "\n", bytes);
+}
+
+TEST_F(AZeusDBTest, FirstWriteAppendsSubTableAndTakesSlotZero) {
+  Focusable* r = NewRecord(4, "R3_G1", 2, "hello");
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(0, r->GetDBSlotIndex());
+  EXPECT_EQ(db_.get(), r->GetDB());
+  EXPECT_EQ(0, r->NeedToSave());
+  const std::string bytes = Bytes();
+  ASSERT_EQ(static_cast<size_t>(kFirstSlot + 40 * kSlotSize), bytes.size());
+  EXPECT_EQ(std::string("[0:40:73:5:4]") + std::string(29, '\0'), bytes.substr(1000, 42));
+  EXPECT_EQ('[', bytes[1042]);
+  EXPECT_EQ("1" + std::string(39, '0') + "]", bytes.substr(1043, 41));
+  EXPECT_EQ(std::string("[20,10,0,0,10]") + std::string(16, '\0') + "\n", bytes.substr(1084, 31));
+  EXPECT_EQ(std::string("[4:-1:0:-1]") + std::string(14, '\0'), Slot(0).substr(0, 25));
+  EXPECT_EQ("[11001]", Slot(0).substr(25, 7));
+  EXPECT_EQ(std::string("  R3_G1") + std::string(13, '\0'), Area(0, 0, 20));
+  EXPECT_EQ(std::string("2") + std::string(9, '\0'), Area(0, 20, 10));
+  EXPECT_EQ(std::string("  hello") + std::string(3, '\0'), Area(0, 30, 10));
+  EXPECT_EQ('\n', Slot(0).back());
+  // A free slot: free header, NUL, newline.
+  EXPECT_EQ(std::string("[-1:-1:-1:-1]") + std::string(59, '\0') + "\n", Slot(1));
+  // The header now carries the statistics of relation 4.
+  EXPECT_EQ(0, bytes.compare(0, 19, "[11:-1:4;1;5;1;0;0;"));
+}
+
+TEST_F(AZeusDBTest, ReadBackAllFieldsAndScan) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "first"), nullptr, nullptr));
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G2", 1, "second"), nullptr, nullptr));
+  AZeusDB again(root_.root(), "test", 10, 0);
+  DBTaskItem task;
+  task.allFields = 1;
+  std::vector<CString> titles;
+  for (;;) {
+    Focusable* r = Blank();
+    if (!again.readFocusableSlot(r, nullptr, &task)) break;
+    EXPECT_EQ(4, r->GetFocusableRelation());
+    EXPECT_EQ(1, r->IsFullyLoaded(0));
+    titles.push_back(r->GetFieldString(4, 0));
+  }
+  EXPECT_EQ(AZeusDB::kErrNoEntry, again.GetLastDBErrorMsgCode());
+  EXPECT_EQ(CString("No Valid Entry!"), again.GetLastDBErrorMsg());
+  ASSERT_EQ(2u, titles.size());
+  EXPECT_EQ(CString("first"), titles[0]);
+  EXPECT_EQ(CString("second"), titles[1]);
+}
+
+TEST_F(AZeusDBTest, LongStringChainsAndShrinksInTwoSaves) {
+  Focusable* r = NewRecord(4, "R3_G1", 2, "abcdefghijklmnopqrstuvwxy");  // 25 characters
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  // 8 + 8 + 8 + 1 characters in four slots, sequence 0 to 3.
+  EXPECT_EQ("  abcdefgh", Area(0, 30, 10));
+  EXPECT_EQ("  ijklmnop", Area(1, 30, 10));
+  EXPECT_EQ("  qrstuvwx", Area(2, 30, 10));
+  EXPECT_EQ(std::string("  y") + std::string(7, '\0'), Area(3, 30, 10));
+  EXPECT_EQ(std::string("[4:1:0:-1]"), Slot(0).substr(0, 10));
+  EXPECT_EQ(std::string("[4:2:1:0]"), Slot(1).substr(0, 9));
+  EXPECT_EQ(std::string("[4:3:2:1]"), Slot(2).substr(0, 9));
+  EXPECT_EQ(std::string("[4:-1:3:2]"), Slot(3).substr(0, 10));
+  EXPECT_EQ("[11002]", Slot(0).substr(25, 7));
+  EXPECT_EQ("[00002]", Slot(1).substr(25, 7));
+  EXPECT_EQ("[00001]", Slot(3).substr(25, 7));
+  EXPECT_EQ('1', State(0));
+  EXPECT_EQ('2', State(3));
+
+  Focusable* back = Blank();
+  back->SetDBSlotIndex(0);
+  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
+  EXPECT_EQ(CString("abcdefghijklmnopqrstuvwxy"), back->GetFieldString(4, 0));
+
+  // Shortening walks the whole chain: the tail is blanked but stays linked.
+  r->SetValueStr(4, "short", 1);
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ("[11001]", Slot(0).substr(25, 7));
+  EXPECT_EQ("[00000]", Slot(1).substr(25, 7));
+  EXPECT_EQ(std::string("  ") + std::string(8, '\0'), Area(1, 30, 10));
+  EXPECT_EQ('2', State(1));
+  EXPECT_EQ(std::string("[4:1:0:-1]"), Slot(0).substr(0, 10));
+
+  // The next save of that field ends at the head and frees the tail.
+  r->SetValueStr(4, "tiny", 1);
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(std::string("[4:-1:0:-1]"), Slot(0).substr(0, 11));
+  for (int place = 1; place <= 3; ++place) {
+    EXPECT_EQ('0', State(place));
+    EXPECT_EQ(std::string("[-1:-1:-1:-1]") + std::string(59, '\0') + "\n", Slot(place));
+  }
+  // Freed slots are reused by the next record.
+  Focusable* next = NewRecord(4, "R3_G2", 2, "x");
+  ASSERT_EQ(1, db_->writeFocusableSlot(next, nullptr, nullptr));
+  EXPECT_EQ(1, next->GetDBSlotIndex());
+}
+
+TEST_F(AZeusDBTest, MultiByteCharactersAndAreaFit) {
+  // U+00E9 takes two bytes, U+20AC three; "!:" marks the piece.
+  Focusable* r = NewRecord(4, "R3_G1", 2, nullptr);
+  r->SetValueStr(4, CString(u"\u00e9\u20ac\u20acz"), 1);
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  // 2 + 2 + 3 = 7 bytes used; a second euro needs L > 7 + 3: it goes on.
+  EXPECT_EQ(std::string("!:\xC3\xA9\xE2\x82\xAC\0\0\0", 10), Area(0, 30, 10));
+  EXPECT_EQ(std::string("!:\xE2\x82\xACz\0\0\0", 10), Area(1, 30, 10));
+  Focusable* back = Blank();
+  back->SetDBSlotIndex(0);
+  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
+  EXPECT_EQ(CString(u"\u00e9\u20ac\u20acz"), back->GetFieldString(4, 0));
+}
+
+TEST_F(AZeusDBTest, ReadErrors) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "a"), nullptr, nullptr));
+  Focusable* r = Blank();
+  r->SetDBSlotIndex(-2);
+  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrNoEntry, db_->GetLastDBErrorMsgCode());
+  r->SetDBSlotIndex(5);  // free slot
+  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrEmptyRead, db_->GetLastDBErrorMsgCode());
+  EXPECT_EQ(CString("Empty Read!"), db_->GetLastDBErrorMsg());
+  r->SetDBSlotIndex(400);  // no such sub-table
+  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrNoEntry, db_->GetLastDBErrorMsgCode());
+}
+
+TEST_F(AZeusDBTest, TaskReadsFrontOnlyAndDoesNotSetFullyLoaded) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 6, "title"), nullptr, nullptr));
+  Focusable* r = Blank();
+  r->SetDBSlotIndex(0);
+  DBTaskItem task;
+  task.DefineFieldTaskType(1, DBTaskItem::kTaskLoad);
+  ASSERT_EQ(1, db_->readFocusableSlot(r, nullptr, &task));
+  EXPECT_EQ(6, r->GetFieldInt(1));
+  EXPECT_EQ(CString(), r->GetFieldString(4, 0));
+  EXPECT_EQ(0, r->IsFullyLoaded(0));
+  EXPECT_EQ(0, task.slotPosition);
+}
+
+TEST_F(AZeusDBTest, DeleteFreesChainAndScanSkipsIt) {
+  Focusable* a = NewRecord(4, "R3_G1", 2, "abcdefghijklmnop");
+  Focusable* b = NewRecord(4, "R3_G2", 2, "b");
+  ASSERT_EQ(1, db_->writeFocusableSlot(a, nullptr, nullptr));
+  ASSERT_EQ(1, db_->writeFocusableSlot(b, nullptr, nullptr));
+  EXPECT_EQ(2, b->GetDBSlotIndex());
+  ASSERT_EQ(1, db_->deleteFocusableSlot(a, nullptr, nullptr));
+  EXPECT_EQ('0', State(0));
+  EXPECT_EQ('0', State(1));
+  Focusable* r = Blank();
+  r->SetDBSlotIndex(0);
+  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrEmptyRead, db_->GetLastDBErrorMsgCode());
+  DBTaskItem task;
+  task.allFields = 1;
+  Focusable* s = Blank();
+  ASSERT_EQ(1, db_->readFocusableSlot(s, nullptr, &task));
+  EXPECT_EQ(2, s->GetDBSlotIndex());
+  EXPECT_EQ(CString("R3_G2"), s->GetGUID());
+}
+
+TEST_F(AZeusDBTest, SubTablesFillAndRelationsStayApart) {
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "t"), nullptr, nullptr));
+  }
+  Focusable* r41 = NewRecord(4, "R3_G41", 2, "t");
+  ASSERT_EQ(1, db_->writeFocusableSlot(r41, nullptr, nullptr));
+  EXPECT_EQ(40, r41->GetDBSlotIndex());
+  Focusable* other = NewRecord(7, "R5_G1", 1, nullptr);
+  ASSERT_EQ(1, db_->writeFocusableSlot(other, nullptr, nullptr));
+  EXPECT_EQ(80, other->GetDBSlotIndex());  // a sub-table of its own
+  std::vector<_struct_SubTableInfo> infos = db_->GetSubTableInfos();
+  ASSERT_EQ(3u, infos.size());
+  EXPECT_EQ(7, infos[2].relation);
+}
+
+TEST_F(AZeusDBTest, KnownSlotIndexExpandsUpToItsSubTable) {
+  Focusable* far = NewRecord(4, "R3_G1", 2, "x");
+  far->SetDBSlotIndex(40 * 25);
+  EXPECT_EQ(0, db_->writeFocusableSlot(far, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrNoEntry, db_->GetLastDBErrorMsgCode());
+  Focusable* near = NewRecord(4, "R3_G2", 2, "x");
+  near->SetDBSlotIndex(40 * 19 + 3);
+  EXPECT_EQ(1, db_->writeFocusableSlot(near, nullptr, nullptr));
+  EXPECT_EQ(20u, db_->GetSubTableInfos().size());
+}
+
+TEST_F(AZeusDBTest, EmptySaveGivesSlotButWritesNothing) {
+  Focusable* r = new Focusable(4, nullptr);
+  records_.push_back(r);
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(0, r->GetDBSlotIndex());
+  EXPECT_EQ('0', State(0));
+}
+
+TEST_F(AZeusDBTest, WrongVersionIsReportedAndReadsProceed) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "a"), nullptr, nullptr));
+  std::string bytes = Bytes();
+  bytes[2] = '0';  // "[11:" becomes "[10:"
+  db_.reset();
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("test.kdb"), bytes));
+  db_ = std::make_unique<AZeusDB>(root_.root(), "test", 10, 0);
+  EXPECT_EQ(AZeusDB::kErrVersion, db_->openDB(0));
+  EXPECT_EQ(AZeusDB::kErrVersion, db_->GetLastDBErrorMsgCode());
+  db_->closeDB();
+  Focusable* r = Blank();
+  r->SetDBSlotIndex(0);
+  EXPECT_EQ(1, db_->readFocusableSlot(r, nullptr, nullptr));
+}
+
+TEST_F(AZeusDBTest, OpenCountAndDelete) {
+  EXPECT_EQ(0, db_->openDB(0));
+  EXPECT_EQ(0, db_->openDB(0));
+  db_->closeDB();
+  EXPECT_EQ(1, db_->GetOpenCount());
+  db_->closeDB();
+  db_->closeDB();  // one close too many does not go below 0
+  EXPECT_EQ(0, db_->GetOpenCount());
+  db_->deleteDB();
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("test.kdb")));
+  EXPECT_EQ(AZeusDB::kErrDeleted, db_->openDB(0));
+  Focusable* r = NewRecord(4, "R3_G1", 2, "a");
+  EXPECT_EQ(0, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrDeleted, db_->GetLastDBErrorMsgCode());
+  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrDeleted, db_->GetLastDBErrorMsgCode());
+}
+
+TEST_F(AZeusDBTest, ClearLeavesOpenCountAndEmptiesFile) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "a"), nullptr, nullptr));
+  db_->clearDB();
+  EXPECT_EQ(0, db_->GetOpenCount());
+  EXPECT_EQ(1000u, Bytes().size());
+  EXPECT_EQ(0, Bytes().compare(0, 8, "[11:-1:]"));
+}
+
+TEST_F(AZeusDBTest, DatabaseIdIsStoredAndReadBack) {
+  db_->SetDBID(123, 1);
+  EXPECT_EQ(0, Bytes().compare(0, 9, "[11:123:]"));
+  AZeusDB again(root_.root(), "test", 10, 0);
+  EXPECT_EQ(123, again.GetDBID());
+}
+
+TEST_F(AZeusDBTest, StatisticsRestoreOnlyTheFirstBlock) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "abcd"), nullptr, nullptr));
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(7, "R5_G1", 1, nullptr), nullptr, nullptr));
+  const std::string header = Bytes().substr(0, 40);
+  EXPECT_EQ(std::string("[11:-1:4;1;5;1;0;0;4:7;1;5;1]") + std::string(11, '\0'), header);
+  db_.reset();  // writes nothing new: the header was written with the last sub-table
+  AZeusDB again(root_.root(), "test", 10, 0);
+  again.SetDBID(9, 1);
+  EXPECT_EQ(std::string("[11:9:4;1;5;1;0;0;4]") + std::string(3, '\0'), Bytes().substr(0, 23));
+}
+
+TEST_F(AZeusDBTest, WriteFailureKeepsChangeFlagsForTheNextSave) {
+  Focusable* r = NewRecord(4, "R3_G1", 2, "abc");
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  r->SetValueStr(4, "changed", 1);
+  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+  const int result = db_->writeFocusableSlot(r, nullptr, nullptr);
+  FaultInjection::DisarmAll();
+  EXPECT_EQ(AZeusDB::kErrWrite, result);
+  EXPECT_EQ(1, r->NeedToSave());
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  Focusable* back = Blank();
+  back->SetDBSlotIndex(0);
+  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
+  EXPECT_EQ(CString("changed"), back->GetFieldString(4, 0));
+}
+
+TEST_F(AZeusDBTest, BatchWriteAndsResults) {
+  std::vector<Focusable*> batch;
+  for (int i = 0; i < 50; ++i) batch.push_back(NewRecord(4, "R3_G1", 2, "batch text"));
+  EXPECT_EQ(1, db_->writeFocusablesSlot(&batch, nullptr, nullptr));
+  EXPECT_EQ(98, batch.back()->GetDBSlotIndex());  // ten characters take two slots each
+  Focusable* unknown = NewRecord(99, "R9_G1", 1, nullptr);
+  batch.push_back(unknown);
+  batch[0]->SetValueStr(4, "again", 1);
+  EXPECT_EQ(0, db_->writeFocusablesSlot(&batch, nullptr, nullptr));
+  EXPECT_EQ(0, batch[0]->NeedToSave());
+}
+
+class AZeusDBConcurrencyTest : public AZeusDBTest {};
+
+TEST_F(AZeusDBConcurrencyTest, ThreadsSaveDifferentRecords) {
+  constexpr int kThreads = 4;
+  constexpr int kPerThread = 60;
+  std::vector<std::vector<Focusable*>> mine(kThreads);
+  for (int t = 0; t < kThreads; ++t) {
+    for (int i = 0; i < kPerThread; ++i) {
+      std::string title = "thread " + std::to_string(t) + " record " + std::to_string(i);
+      mine[t].push_back(NewRecord(4, "R3_G1", t, title.c_str()));
+    }
+  }
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (Focusable* r : mine[t]) ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+      for (Focusable* r : mine[t]) {
+        r->SetValueInt(1, 100 + t, 1);
+        ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+      }
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  AZeusDB again(root_.root(), "test", 10, 0);
+  DBTaskItem task;
+  task.allFields = 1;
+  int count = 0;
+  std::vector<int> seen(kThreads * kPerThread, 0);
+  for (;;) {
+    Focusable* r = Blank();
+    if (!again.readFocusableSlot(r, nullptr, &task)) break;
+    ++count;
+    const std::string title = r->GetFieldString(4, 0).ToUtf8();
+    int t = -1, i = -1;
+    ASSERT_EQ(2, std::sscanf(title.c_str(), "thread %d record %d", &t, &i)) << title;
+    EXPECT_EQ(100 + t, r->GetFieldInt(1));
+    seen[t * kPerThread + i]++;
+  }
+  EXPECT_EQ(kThreads * kPerThread, count);
+  for (int s : seen) EXPECT_EQ(1, s);
+}
+
+}  // namespace
+}  // namespace kordll
