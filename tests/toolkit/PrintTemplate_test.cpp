@@ -1,0 +1,318 @@
+#include "kordll/toolkit/PrintTemplate.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "kordll/platform/Host.h"
+#include "kordll/platform/TestHost.h"
+#include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/MemoryHeap.h"
+#include "kordll/toolkit/CXMLFile.h"
+#include "kordll/toolkit/PrintTag.h"
+
+namespace kordll {
+
+void PrintTo(const CString& s, std::ostream* os) { *os << '"' << s.ToUtf8() << '"'; }
+
+namespace {
+
+struct TemplateDeleter {
+  void operator()(PrintTemplate* t) const { delete t; }
+};
+using TemplatePtr = std::unique_ptr<PrintTemplate, TemplateDeleter>;
+
+TemplatePtr Make(const char* name) {
+  return TemplatePtr(PrintTemplate::GeneratePrintTemplate(CString(name)));
+}
+
+// A post as a record would print it: an enclosing "post" with attributes,
+// plain tags, and an "author" child level.
+TemplatePtr MakePost() {
+  TemplatePtr post = Make("post");
+  post->SetAttribute(CString("guid"), CString("R3_G7"));
+  post->SetAttribute_wInt(CString("status"), 2);
+  post->AddTag(CString("title"), CString("Caf&amp;e"), 0);
+  post->AddTag_wIntValue(CString("rank"), 0);
+  PrintTemplate* author = PrintTemplate::GeneratePrintTemplate(CString("author"));
+  author->AddTag(CString("name"), CString("Ann"), 0);
+  author->SetAttribute(CString("kind"), CString("person"));
+  EXPECT_EQ(1, post->AddPrintTemplate(author));
+  post->AddTag(CString("body"), CString("<b>x</b>"), 1);
+  return post;
+}
+
+// --- Start-up ----------------------------------------------------------------
+
+TEST(PrintTemplatePool, StartsWithTheLibrary) {
+  ASSERT_EQ(1, KordllIsAttached());
+  ASSERT_NE(nullptr, PrintTemplate::GetPrintTemplateCache());
+  ASSERT_NE(nullptr, PrintTag::GetPrintTagCache());
+  TemplatePtr t = Make("x");
+  ASSERT_NE(nullptr, t);
+  EXPECT_EQ(1, PrintTemplate::GetPrintTemplateCache()->GetUsedCount());
+  t.reset();
+  EXPECT_EQ(0, PrintTemplate::GetPrintTemplateCache()->GetUsedCount());
+}
+
+TEST(PrintTemplatePool, NoTemplateWithoutThePool) {
+  PrintTemplate::ReleasePrintTemplateCache();
+  EXPECT_EQ(nullptr, PrintTemplate::GeneratePrintTemplate(CString("x")));
+  PrintTemplate::InitializePrintTemplateCache();
+  MemoryHeap* pool = PrintTemplate::GetPrintTemplateCache();
+  PrintTemplate::InitializePrintTemplateCache();  // a second call keeps the pool
+  EXPECT_EQ(pool, PrintTemplate::GetPrintTemplateCache());
+  EXPECT_NE(nullptr, Make("x"));
+}
+
+// --- Building -------------------------------------------------------------------
+
+TEST(PrintTemplate, TagWithoutValueIsNeverAdded) {
+  TemplatePtr t = Make("r");
+  EXPECT_EQ(nullptr, t->AddTag(CString("x"), CString(""), 0));
+  EXPECT_EQ(nullptr, t->AddTag(CString(""), CString("v"), 0));
+  EXPECT_EQ(nullptr, t->GetTag(CString("x")));
+  EXPECT_EQ(nullptr, t->GetTags(CString("x")));
+  PrintTag* zero = t->AddTag_wIntValue(CString("x"), 0);
+  ASSERT_NE(nullptr, zero);
+  EXPECT_EQ(CString("0"), zero->GetTagValue());
+  EXPECT_EQ(t.get(), zero->GetOwnerTemplate());
+  EXPECT_EQ(CString("<r><x>0</x>\n</r>"), t->FlushTemplate(0));
+}
+
+TEST(PrintTemplate, AttributesOfEmptyValueAreNotWritten) {
+  TemplatePtr t = Make("r");
+  EXPECT_EQ(1, t->SetAttribute(CString("a"), CString("")));
+  EXPECT_EQ(1, t->SetAttribute(CString("b"), CString("2")));
+  EXPECT_EQ(CString("<r b=\"2\"></r>"), t->FlushTemplate(0));
+  PrintTag* root = t->GetRootTag();
+  EXPECT_EQ(CString(), root->GetAttribute(CString("a")));
+  EXPECT_EQ(0, root->AddTagAttribute(CString("a"), CString("now"), 0));
+  EXPECT_EQ(1, root->AddTagAttribute(CString("c"), CString("x"), 1));
+  EXPECT_EQ(CString("<![CDATA[x]]>"), root->GetAttribute(CString("c")));
+  EXPECT_EQ(1, t->RemoveAttribute(CString("c")));
+  EXPECT_EQ(0, t->RemoveAttribute(CString("c")));
+  EXPECT_EQ(CString(), root->GetAttribute(CString("missing")));
+}
+
+TEST(PrintTemplate, WithoutRootTheRootOperationsFail) {
+  TemplatePtr t = Make("");
+  EXPECT_EQ(nullptr, t->GetRootTag());
+  EXPECT_EQ(0, t->SetAttribute(CString("a"), CString("1")));
+  EXPECT_EQ(0, t->SetAttribute_wInt(CString("a"), 1));
+  EXPECT_EQ(0, t->RemoveAttribute(CString("a")));
+  EXPECT_EQ(0, t->SetRootTagName(CString("n")));
+  EXPECT_EQ(nullptr, t->GetParentPrintTemplate());
+  TemplatePtr parent = Make("p");
+  EXPECT_EQ(0, parent->AddPrintTemplate(t.get()));
+  EXPECT_EQ(0, parent->AddPrintTemplate(nullptr));
+}
+
+TEST(PrintTemplate, AddPrintTemplateRefusesLoopsAndSecondOwners) {
+  TemplatePtr top = Make("top");
+  PrintTemplate* mid = PrintTemplate::GeneratePrintTemplate(CString("mid"));
+  ASSERT_EQ(1, top->AddPrintTemplate(mid));
+  EXPECT_EQ(top.get(), mid->GetParentPrintTemplate());
+  EXPECT_EQ(0, top->AddPrintTemplate(mid));        // already added
+  EXPECT_EQ(0, mid->AddPrintTemplate(mid));        // itself
+  EXPECT_EQ(0, mid->AddPrintTemplate(top.get()));  // its ancestor
+  TemplatePtr other = Make("other");
+  EXPECT_EQ(0, other->AddPrintTemplate(mid));
+  EXPECT_EQ(CString("<top><mid></mid>\n</top>"), top->FlushTemplate(0));
+}
+
+TEST(PrintTemplate, RemoveTagTakesEveryTagOfTheNameOutOfTheOrder) {
+  TemplatePtr t = Make("r");
+  t->AddTag(CString("a"), CString("1"), 0);
+  t->AddTag(CString("b"), CString("2"), 0);
+  t->AddTag(CString("a"), CString("3"), 0);
+  PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("a"));
+  child->AddTag(CString("c"), CString("4"), 0);
+  ASSERT_EQ(1, t->AddPrintTemplate(child));
+  ASSERT_EQ(3u, t->GetTags(CString("a"))->size());
+  EXPECT_EQ(1, t->RemoveTag(CString("a")));  // destroys the child level too
+  EXPECT_EQ(0, t->RemoveTag(CString("a")));
+  EXPECT_EQ(nullptr, t->GetTag(CString("a")));
+  EXPECT_EQ(CString("<b>2</b>\n"), t->FlushTemplate(1));
+}
+
+TEST(PrintTemplate, ObjectTagsAreTakenOverWithoutOwner) {
+  TemplatePtr t = Make("r");
+  auto* tag = new PrintTag(CString("x"));
+  tag->SetTagValue(CString("v"));
+  EXPECT_EQ(tag, t->AddTag_wObj(tag));
+  EXPECT_EQ(nullptr, t->AddTag_wObj(tag));  // listed once only
+  EXPECT_EQ(nullptr, t->AddTag_wObj(nullptr));
+  EXPECT_EQ(nullptr, tag->GetOwnerTemplate());
+  EXPECT_EQ(tag, t->GetTag(CString("x")));
+  EXPECT_EQ(CString("<x>v</x>\n"), t->FlushTemplate(1));
+}
+
+TEST(PrintTemplate, ChildDeletedOnItsOwnLeavesTheParentSound) {
+  TemplatePtr t = Make("r");
+  PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
+  ASSERT_EQ(1, t->AddPrintTemplate(child));
+  delete child;
+  EXPECT_EQ(nullptr, t->GetTag(CString("c")));
+  EXPECT_EQ(CString("<r></r>"), t->FlushTemplate(0));
+}
+
+TEST(PrintTemplate, ResetAndReinitialize) {
+  TemplatePtr t = MakePost();
+  t->ResetPrintTemplate();
+  EXPECT_EQ(nullptr, t->GetRootTag());
+  EXPECT_EQ(CString(), t->FlushTemplate(0));
+  t->InitializePrintTemplate(CString("again"));
+  t->InitializePrintTemplate(CString("renamed"));
+  EXPECT_EQ(1, t->SetRootTagName(CString("last")));
+  EXPECT_EQ(CString("<last></last>"), t->FlushTemplate(0));
+}
+
+// --- Text flush -------------------------------------------------------------------
+
+TEST(FlushTemplate, NestedTemplateInTheOrderOfAdding) {
+  TemplatePtr post = MakePost();
+  EXPECT_EQ(CString("<post guid=\"R3_G7\" status=\"2\">"
+                    "<title>Caf&amp;e</title>\n"
+                    "<rank>0</rank>\n"
+                    "<author kind=\"person\"><name>Ann</name>\n</author>\n"
+                    "<body><![CDATA[<b>x</b>]]></body>\n"
+                    "</post>"),
+            post->FlushTemplate(0));
+  // The level alone is what the root encloses.
+  EXPECT_EQ(post->FlushTemplate(0),
+            CString("<post guid=\"R3_G7\" status=\"2\">") + post->FlushTemplate(1) + "</post>");
+}
+
+TEST(FlushTemplate, NamelessTemplateIsItsListOfTags) {
+  TemplatePtr t = Make("");
+  t->AddTag(CString("a"), CString("1"), 0);
+  t->AddTag(CString("b"), CString("2"), 0);
+  EXPECT_EQ(CString("<a>1</a>\n<b>2</b>\n"), t->FlushTemplate(0));
+  EXPECT_EQ(t->FlushTemplate(0), t->FlushTemplate(1));
+  TemplatePtr empty = Make("");
+  EXPECT_EQ(CString(), empty->FlushTemplate(0));
+}
+
+TEST(FlushTemplate, ValueHidesTheChildrenInText) {
+  TemplatePtr t = Make("r");
+  PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
+  child->AddTag(CString("inner"), CString("i"), 0);
+  ASSERT_EQ(1, t->AddPrintTemplate(child));
+  child->GetRootTag()->SetTagValue(CString("shown"));
+  EXPECT_EQ(CString("<r><c>shown</c>\n</r>"), t->FlushTemplate(0));
+}
+
+// --- XML flush ------------------------------------------------------------------
+
+class FlushIntoXML : public ::testing::Test {
+ protected:
+  void SetUp() override { previous_ = Host::Install(&host_); }
+  void TearDown() override {
+    Host::Install(previous_);
+    EXPECT_EQ(0, host_.CountOf(TestHost::CallKind::kMessageBox));
+  }
+
+  // Flushes `t` as the document of a fresh file and reads it back from its
+  // text, so that the check covers what a reader of the saved file sees.
+  void RoundTrip(PrintTemplate* t, CXMLFile& back) {
+    CXMLFile xml;
+    IXMLDOMNode* out = nullptr;
+    ASSERT_EQ(1, t->FlushTemplateIntoXMLFile(&xml, nullptr, &out, 0));
+    ASSERT_NE(nullptr, out);
+    out->Release();
+    CString text;
+    ASSERT_EQ(1, xml.GetXML(text));
+    ASSERT_EQ(1, back.LoadFromString(text)) << text.ToUtf8();
+  }
+
+  TestHost host_;
+  Host* previous_ = nullptr;
+};
+
+TEST_F(FlushIntoXML, PrintedRecordReadsBackByPath) {
+  TemplatePtr post = MakePost();
+  CXMLFile back;
+  RoundTrip(post.get(), back);
+  IXMLDOMElement* root = nullptr;
+  ASSERT_EQ(1, back.GetRootNode(&root));
+  CString value;
+  EXPECT_EQ(1, back.GetAttributeValue(root, CString("guid"), value));
+  EXPECT_EQ(CString("R3_G7"), value);
+  EXPECT_EQ(1, back.GetAttributeValue(root, CString("status"), value));
+  EXPECT_EQ(CString("2"), value);
+  int rank = -1;
+  EXPECT_EQ(1, back.GetChildNodeValue(root, CString("rank"), rank));
+  EXPECT_EQ(0, rank);
+  root->Release();
+  EXPECT_EQ(1, back.GetSingleNodeValue(CString("author/name"), value));
+  EXPECT_EQ(CString("Ann"), value);
+  IXMLDOMNode* author = nullptr;
+  ASSERT_EQ(1, back.GetPathedNode(CString("author"), &author));
+  EXPECT_EQ(1, back.GetAttributeValue(author->AsElement(), CString("kind"), value));
+  EXPECT_EQ(CString("person"), value);
+  author->Release();
+  // Stored text goes in as text: the entity the caller wrote stays written,
+  // and a CDATA wrapper becomes plain text.
+  EXPECT_EQ(1, back.GetSingleNodeValue(CString("title"), value));
+  EXPECT_EQ(CString("Caf&amp;e"), value);
+  EXPECT_EQ(1, back.GetSingleNodeValue(CString("body"), value));
+  EXPECT_EQ(CString("<![CDATA[<b>x</b>]]>"), value);
+}
+
+TEST_F(FlushIntoXML, TagsOfOneNameStandTogether) {
+  TemplatePtr t = Make("r");
+  t->AddTag(CString("b"), CString("1"), 0);
+  t->AddTag(CString("a"), CString("2"), 0);
+  t->AddTag(CString("b"), CString("3"), 0);
+  EXPECT_EQ(CString("<r><b>1</b>\n<a>2</a>\n<b>3</b>\n</r>"), t->FlushTemplate(0));
+  CXMLFile back;
+  RoundTrip(t.get(), back);
+  CString text;
+  ASSERT_EQ(1, back.GetXML(text));
+  EXPECT_NE(std::string::npos, text.ToUtf8().find("<r><a>2</a><b>1</b><b>3</b></r>"))
+      << text.ToUtf8();
+}
+
+TEST_F(FlushIntoXML, ValueDoesNotHideTheChildren) {
+  TemplatePtr t = Make("r");
+  PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
+  child->AddTag(CString("inner"), CString("i"), 0);
+  ASSERT_EQ(1, t->AddPrintTemplate(child));
+  child->GetRootTag()->SetTagValue(CString("shown"));
+  CXMLFile back;
+  RoundTrip(t.get(), back);
+  CString value;
+  EXPECT_EQ(1, back.GetSingleNodeValue(CString("c"), value));
+  EXPECT_EQ(CString("shown"), value);
+  EXPECT_EQ(1, back.GetSingleNodeValue(CString("c/inner"), value));
+  EXPECT_EQ(CString("i"), value);
+}
+
+TEST_F(FlushIntoXML, LevelOnlyUnderAGivenParent) {
+  CXMLFile xml;
+  ASSERT_EQ(1, xml.CreateRootNode(CString("doc")));
+  IXMLDOMElement* root = nullptr;
+  ASSERT_EQ(1, xml.GetRootNode(&root));
+  TemplatePtr t = MakePost();
+  IXMLDOMNode* out = nullptr;
+  EXPECT_EQ(1, t->FlushTemplateIntoXMLFile(&xml, root, &out, 1));
+  ASSERT_NE(nullptr, out);
+  CString name;
+  out->get_nodeName(&name);
+  EXPECT_EQ(CString("title"), name);  // the last name in order: author, body, rank, title
+  out->Release();
+  root->Release();
+  CString value;
+  EXPECT_EQ(1, xml.GetSingleNodeValue(CString("author/name"), value));
+  EXPECT_EQ(CString("Ann"), value);
+  // Nothing of a nameless empty level: the answer starts from 0.
+  TemplatePtr empty = Make("");
+  IXMLDOMNode* none = nullptr;
+  EXPECT_EQ(0, empty->FlushTemplateIntoXMLFile(&xml, nullptr, &none, 0));
+  EXPECT_EQ(nullptr, none);
+}
+
+}  // namespace
+}  // namespace kordll
