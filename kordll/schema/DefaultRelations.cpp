@@ -823,8 +823,7 @@ void AddTableField(Relation* relation, const FieldRow& row) {
       relation->AddFieldBool(row.id, _wtoi(defaultText), decoration);
       break;
     default:
-      relation->AddFieldString(row.id, row.size, row.indexable, defaultText, decoration,
-                               row.cdata);
+      relation->AddFieldString(row.id, row.size, row.indexable, defaultText, decoration, row.cdata);
       break;
   }
 }

@@ -40,8 +40,7 @@ int Relation::AddFieldInt(int id, int size, int defaultValue, CString decoration
 }
 
 int Relation::AddFieldBool(int id, int defaultValue, CString decoration) {
-  return AddField(id, 1, Item::kTypeBool, CString(defaultValue != 0 ? "1" : "0"), decoration, 0,
-                  0);
+  return AddField(id, 1, Item::kTypeBool, CString(defaultValue != 0 ? "1" : "0"), decoration, 0, 0);
 }
 
 int Relation::AddFieldDate(int id, CString decoration) {

@@ -71,9 +71,8 @@ class DefaultRelationsTest : public ::testing::Test {
 };
 
 TEST_F(DefaultRelationsTest, LoaderOrderIsTheTablesOrder) {
-  const std::vector<int> expected = {1,  30, 29, 31, 28, 12, 2,  27, 22, 23, 3,
-                                     4,  25, 26, 11, 5,  13, 6,  14, 7,  15, 8,
-                                     9,  10, 16, 17, 18, 20, 19, 21, 24};
+  const std::vector<int> expected = {1,  30, 29, 31, 28, 12, 2, 27, 22, 23, 3,  4,  25, 26, 11, 5,
+                                     13, 6,  14, 7,  15, 8,  9, 10, 16, 17, 18, 20, 19, 21, 24};
   EXPECT_EQ(GlobalRelationsCtrl::GetDefaultRelationOrder(), expected);
   // The ids in use are 1 to 31 without gaps.
   std::vector<int> ids;
@@ -483,8 +482,8 @@ TEST_F(DefaultRelationsTest, KeyedFieldsOfSmallRelationsAreExactlyTheTables) {
     return ids;
   };
   EXPECT_EQ(keyed(4), (std::set<int>{0, 2, 3, 4, 7, 8, 10, 11, 12, 13, 15, 16}));
-  EXPECT_EQ(keyed(3), (std::set<int>{0, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 20,
-                                     21, 22, 25}));
+  EXPECT_EQ(keyed(3),
+            (std::set<int>{0, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 20, 21, 22, 25}));
   EXPECT_EQ(keyed(13), (std::set<int>{0, 2, 5, 6, 7, 8, 9, 10}));
   EXPECT_EQ(keyed(18), (std::set<int>{0, 1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14}));
   EXPECT_EQ(keyed(17), (std::set<int>{0, 3, 4, 5, 7, 11, 13}));

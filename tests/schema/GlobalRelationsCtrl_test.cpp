@@ -183,8 +183,7 @@ TEST(GlobalRelationsCtrlTest, LoadRelationFieldsAsksToLoadEveryFieldOfOneType) {
   DBTaskItem strings;
   catalogue.LoadRelationFields(4, 4, &strings);
   // Strings of a post: 0, 4-8, 10-13, 15, 16; the others are fillers.
-  EXPECT_EQ(strings.tasks,
-            (std::vector<int>{2, 3, 3, 3, 2, 2, 2, 2, 2, 3, 2, 2, 2, 2, 3, 2, 2}));
+  EXPECT_EQ(strings.tasks, (std::vector<int>{2, 3, 3, 3, 2, 2, 2, 2, 2, 3, 2, 2, 2, 2, 3, 2, 2}));
 
   DBTaskItem dates;
   catalogue.LoadRelationFields(4, 2, &dates);

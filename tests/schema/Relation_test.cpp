@@ -61,9 +61,12 @@ TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultText) {
     const char* key;
   };
   const Expect table[] = {
-      {0, 4, 100, 1, 1, 1, "dflt", "guid"},   {1, 0, 7, 0, 0, 3, "-12", "n"},
-      {2, 3, 1, 0, 0, 0, "1", "b1"},          {3, 3, 1, 0, 0, 0, "0", "b0"},
-      {4, 3, 1, 0, 0, 0, "1", ""},            {6, 2, 30, 0, 0, 4, "", "when"},
+      {0, 4, 100, 1, 1, 1, "dflt", "guid"},
+      {1, 0, 7, 0, 0, 3, "-12", "n"},
+      {2, 3, 1, 0, 0, 0, "1", "b1"},
+      {3, 3, 1, 0, 0, 0, "0", "b0"},
+      {4, 3, 1, 0, 0, 0, "1", ""},
+      {6, 2, 30, 0, 0, 4, "", "when"},
       {8, 1, 10, 0, 0, 3, "2.500000", "ratio"},
   };
   for (const Expect& e : table) {
@@ -94,8 +97,8 @@ TEST(RelationTest, EditPropertiesChangeOnlyFieldsInsideTheArray) {
   relation.AddFieldString(4, 50, 1, CString(), CString("tiptitle"), 0);
   relation.AddFieldString(6, 10, 0, CString(), CString(), 0);
   relation.SetFieldEditProperties(4, CString("Title"), 2);
-  relation.SetFieldEditProperties(7, CString("Beyond"), 5);   // outside: ignored
-  relation.SetFieldEditProperties(-3, CString("Below"), 5);   // outside: ignored
+  relation.SetFieldEditProperties(7, CString("Beyond"), 5);  // outside: ignored
+  relation.SetFieldEditProperties(-3, CString("Below"), 5);  // outside: ignored
   const RGDBTemplate* layout = relation.GetRGDBTemplate();
   EXPECT_EQ(layout->GetField(4)->editLabel, CString("Title"));
   EXPECT_EQ(layout->GetField(4)->editKind, 2);
