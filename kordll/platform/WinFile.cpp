@@ -209,8 +209,7 @@ int64_t WinFile::GetFilePointer() const {
   return fd_ < 0 ? -1 : position_;
 }
 
-int WinFile::ReadFile(void* buffer, uint32_t count, uint32_t* read) {
-  std::lock_guard<std::mutex> l(mu_);
+int WinFile::ReadLocked(int64_t* offset, void* buffer, uint32_t count, uint32_t* read) {
   if (read != nullptr) *read = 0;
   if (fd_ < 0) return Fail(ERROR_INVALID_HANDLE);
   if (!can_read_) return Fail(ERROR_ACCESS_DENIED);
@@ -221,8 +220,8 @@ int WinFile::ReadFile(void* buffer, uint32_t count, uint32_t* read) {
   uint32_t done = 0;
   int code = ERROR_SUCCESS;
   while (done < count) {
-    if (position_ > kMaxPosition - (count - done)) break;  // nothing lies there
-    ssize_t n = ::pread(fd_, out + done, count - done, position_);
+    if (*offset > kMaxPosition - (count - done)) break;  // nothing lies there
+    ssize_t n = ::pread(fd_, out + done, count - done, *offset);
     if (n < 0) {
       if (errno == EINTR) continue;
       code = errno == EIO ? ERROR_READ_FAULT : WinErrorFromErrno(errno);
@@ -230,7 +229,7 @@ int WinFile::ReadFile(void* buffer, uint32_t count, uint32_t* read) {
     }
     if (n == 0) break;  // end of file
     done += static_cast<uint32_t>(n);
-    position_ += n;
+    *offset += n;
   }
   if (read != nullptr) *read = done;
   if (code != ERROR_SUCCESS) return Fail(code);
@@ -238,8 +237,7 @@ int WinFile::ReadFile(void* buffer, uint32_t count, uint32_t* read) {
   return 1;
 }
 
-int WinFile::WriteFile(const void* buffer, uint32_t count, uint32_t* written) {
-  std::lock_guard<std::mutex> l(mu_);
+int WinFile::WriteLocked(int64_t* offset, const void* buffer, uint32_t count, uint32_t* written) {
   if (written != nullptr) *written = 0;
   if (fd_ < 0) return Fail(ERROR_INVALID_HANDLE);
   if (!can_write_) return Fail(ERROR_ACCESS_DENIED);
@@ -247,13 +245,13 @@ int WinFile::WriteFile(const void* buffer, uint32_t count, uint32_t* written) {
   uint32_t limit = count;
   if (FaultInjection::ShouldFail(FaultInjection::kWrite, path_)) return Fail(ERROR_DISK_FULL);
   if (FaultInjection::ShouldFail(FaultInjection::kShortWrite, path_)) limit = count / 2;
-  if (position_ > kMaxPosition - count) return Fail(ERROR_DISK_FULL);
+  if (*offset > kMaxPosition - count) return Fail(ERROR_DISK_FULL);
 
   const char* in = static_cast<const char*>(buffer);
   uint32_t done = 0;
   int code = ERROR_SUCCESS;
   while (done < limit) {
-    ssize_t n = ::pwrite(fd_, in + done, limit - done, position_);
+    ssize_t n = ::pwrite(fd_, in + done, limit - done, *offset);
     if (n < 0) {
       if (errno == EINTR) continue;
       code = WinErrorFromErrno(errno);
@@ -264,13 +262,41 @@ int WinFile::WriteFile(const void* buffer, uint32_t count, uint32_t* written) {
       break;
     }
     done += static_cast<uint32_t>(n);
-    position_ += n;
+    *offset += n;
   }
   if (written != nullptr) *written = done;
   if (code == ERROR_SUCCESS && done < count) code = ERROR_DISK_FULL;  // injected short write
   if (code != ERROR_SUCCESS) return Fail(code);
   Succeed();
   return 1;
+}
+
+int WinFile::ReadFile(void* buffer, uint32_t count, uint32_t* read) {
+  std::lock_guard<std::mutex> l(mu_);
+  return ReadLocked(&position_, buffer, count, read);
+}
+
+int WinFile::WriteFile(const void* buffer, uint32_t count, uint32_t* written) {
+  std::lock_guard<std::mutex> l(mu_);
+  return WriteLocked(&position_, buffer, count, written);
+}
+
+int WinFile::ReadFileAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) {
+  std::lock_guard<std::mutex> l(mu_);
+  if (offset < 0) {
+    if (read != nullptr) *read = 0;
+    return Fail(fd_ < 0 ? ERROR_INVALID_HANDLE : ERROR_NEGATIVE_SEEK);
+  }
+  return ReadLocked(&offset, buffer, count, read);
+}
+
+int WinFile::WriteFileAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) {
+  std::lock_guard<std::mutex> l(mu_);
+  if (offset < 0) {
+    if (written != nullptr) *written = 0;
+    return Fail(fd_ < 0 ? ERROR_INVALID_HANDLE : ERROR_NEGATIVE_SEEK);
+  }
+  return WriteLocked(&offset, buffer, count, written);
 }
 
 int64_t WinFile::GetFileSize() const {

@@ -105,6 +105,13 @@ class WinFile {
   // that much.
   int WriteFile(const void* buffer, uint32_t count, uint32_t* written);
 
+  // The same at an explicit offset (as ReadFile and WriteFile with an
+  // OVERLAPPED offset), leaving the position where it is: for owners that
+  // compute every offset and so need no shared position. A negative offset
+  // fails with ERROR_NEGATIVE_SEEK.
+  int ReadFileAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read);
+  int WriteFileAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written);
+
   // GetFileSize (64-bit): the size of the open file, or -1.
   int64_t GetFileSize() const;
 
@@ -122,6 +129,9 @@ class WinFile {
 
  private:
   int Fail(int code) const;  // sets both last errors; returns 0
+  // REQUIRES: mu_ held. Transfer at *offset, advancing it by what moved.
+  int ReadLocked(int64_t* offset, void* buffer, uint32_t count, uint32_t* read);
+  int WriteLocked(int64_t* offset, const void* buffer, uint32_t count, uint32_t* written);
   void Succeed(int code = ERROR_SUCCESS) const;
 
   mutable std::mutex mu_;

@@ -165,6 +165,27 @@ TEST_F(WinFileTest, ReadsAndWritesShareOnePosition) {
   EXPECT_EQ("abXYef", Contents(P("a")));
 }
 
+TEST_F(WinFileTest, TransfersAtAnOffsetLeaveThePositionAlone) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "abcdef"));
+  f.SetFilePointer(1, FILE_BEGIN);
+  uint32_t n = 0;
+  ASSERT_EQ(1, f.WriteFileAt(8, "XY", 2, &n));
+  EXPECT_EQ(2u, n);
+  char buf[8] = {};
+  ASSERT_EQ(1, f.ReadFileAt(4, buf, 8, &n));
+  EXPECT_EQ(6u, n);
+  EXPECT_EQ(std::string("ef\0\0XY", 6), std::string(buf, n));
+  EXPECT_EQ(1, f.GetFilePointer());
+  EXPECT_EQ(0, f.ReadFileAt(-1, buf, 1, &n));
+  EXPECT_EQ(ERROR_NEGATIVE_SEEK, f.GetLastError());
+  FaultInjection::Arm(FaultInjection::kWrite, 0, 1);
+  EXPECT_EQ(0, f.WriteFileAt(0, "Z", 1, &n));
+  EXPECT_EQ(ERROR_DISK_FULL, f.GetLastError());
+  EXPECT_EQ("bcdef", Read(f, 5));
+}
+
 TEST_F(WinFileTest, SeekBeforeTheStartIsRefusedAndKeepsThePosition) {
   WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
