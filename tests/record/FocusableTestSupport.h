@@ -1,0 +1,163 @@
+// Test doubles for the record core's entry points: a registry, a settings
+// owner and a catalogue that tests fill with answers, installed for the
+// length of a scope.
+
+#ifndef KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
+#define KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
+
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "kordll/record/Focusable.h"
+#include "kordll/record/RegistryEntryPoints.h"
+#include "kordll/record/RelationsEntryPoints.h"
+#include "kordll/record/SettingsEntryPoints.h"
+
+namespace kordll {
+namespace test {
+
+// Installs entry for the life of the scope and puts back what was there.
+template <class Entry>
+class ScopedEntry {
+ public:
+  explicit ScopedEntry(Entry* entry) : previous_(Entry::Install(entry)) {}
+  ~ScopedEntry() { Entry::Install(previous_); }
+  ScopedEntry(const ScopedEntry&) = delete;
+  ScopedEntry& operator=(const ScopedEntry&) = delete;
+
+ private:
+  Entry* previous_;
+};
+
+class FakeSettings : public SettingsEntryPoints {
+ public:
+  int GetCurrentPreferencesIntValue(int field) override {
+    return field == kRankModeField ? rankMode : 0;
+  }
+  int rankMode = 0;
+};
+
+// A controller stand-in: the record core only passes its pointer back.
+struct FakeController {
+  int id = -1;
+  std::map<int, Focusable*> byID;
+  std::map<CString, Focusable*> byGUID;
+  std::function<Focusable*(int)> generate;
+  int refuseRegistration = 0;
+  std::vector<Focusable*> registered;
+};
+
+inline ResourceController* AsController(FakeController* c) {
+  return reinterpret_cast<ResourceController*>(c);
+}
+inline FakeController* FromController(ResourceController* c) {
+  return reinterpret_cast<FakeController*>(c);
+}
+
+class FakeRegistry : public RegistryEntryPoints {
+ public:
+  struct Sent {
+    ResourceController* controller;
+    int message;
+    int kind;
+    Focusable* record;
+    bool posted;
+  };
+
+  int IsGlobalResourceValid() override {
+    ++validityQuestions;
+    if (onValidityQuestion) onValidityQuestion(validityQuestions);
+    return valid;
+  }
+  int AreDBsCleared() override { return cleared; }
+  ResourceController* GetResourceController(int id) override {
+    auto it = controllers.find(id);
+    return it != controllers.end() ? AsController(it->second) : nullptr;
+  }
+  ResourceController* GetPostCtrl(int dbID) override {
+    ++postCtrlQuestions;
+    if (onPostCtrlQuestion) onPostCtrlQuestion(postCtrlQuestions);
+    auto it = byDatabase.find(dbID);
+    return it != byDatabase.end() ? AsController(it->second) : nullptr;
+  }
+  AZeusDB* GetDBCtrl(int dbID) override {
+    auto it = databases.find(dbID);
+    return it != databases.end() ? it->second : nullptr;
+  }
+  IIPanel* GetPanel(int id) override { return id == 1 ? panelOne : nullptr; }
+  int SendRC2PanelMessage(ResourceController* c, int message, int kind, Focusable* r) override {
+    sent.push_back({c, message, kind, r, false});
+    return 7;
+  }
+  int PostRC2PanelMessage(ResourceController* c, int message, int kind, Focusable* r) override {
+    sent.push_back({c, message, kind, r, true});
+    return 9;
+  }
+  long SendPanelMessage_wRequest(IIPanel* panel, unsigned int message,
+                                 const PanelViewRequest& request) override {
+    panelMessages.push_back({panel, message, request});
+    return 1;
+  }
+  int InterpretGUICommand_wRequest(const PanelViewRequest& request, int*) override {
+    commands.push_back(request);
+    return 1;
+  }
+  Focusable* GenerateFocusable(ResourceController* c, int relation) override {
+    FakeController* fake = FromController(c);
+    return fake->generate ? fake->generate(relation) : nullptr;
+  }
+  Focusable* GetFocusable_wID(ResourceController* c, int id) override {
+    auto& m = FromController(c)->byID;
+    auto it = m.find(id);
+    return it != m.end() ? it->second : nullptr;
+  }
+  Focusable* CheckFocusable(ResourceController* c, CString guid, int) override {
+    auto& m = FromController(c)->byGUID;
+    auto it = m.find(guid);
+    return it != m.end() ? it->second : nullptr;
+  }
+  int RegisterFocusable(ResourceController* c, Focusable* record, int, int) override {
+    FakeController* fake = FromController(c);
+    if (fake->refuseRegistration) return 0;
+    fake->registered.push_back(record);
+    fake->byGUID[record->GetGUID()] = record;
+    return 1;
+  }
+  int GetResourceControllerID(ResourceController* c) override { return FromController(c)->id; }
+
+  struct PanelMessage {
+    IIPanel* panel;
+    unsigned int message;
+    PanelViewRequest request;
+  };
+
+  int valid = 1;
+  int cleared = 0;
+  int validityQuestions = 0;
+  int postCtrlQuestions = 0;
+  std::function<void(int)> onValidityQuestion;
+  std::function<void(int)> onPostCtrlQuestion;
+  std::map<int, FakeController*> controllers;
+  std::map<int, FakeController*> byDatabase;
+  std::map<int, AZeusDB*> databases;
+  IIPanel* panelOne = nullptr;
+  std::vector<Sent> sent;
+  std::vector<PanelMessage> panelMessages;
+  std::vector<PanelViewRequest> commands;
+};
+
+// A record that counts its destruction.
+class CountedRecord : public Focusable {
+ public:
+  CountedRecord(int relation, int* deaths) : Focusable(relation, nullptr), deaths_(deaths) {}
+  ~CountedRecord() override { ++*deaths_; }
+
+ private:
+  int* deaths_;
+};
+
+}  // namespace test
+}  // namespace kordll
+
+#endif  // KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_

@@ -1,0 +1,921 @@
+// The record object without a database: lifetime, field reads and writes,
+// lazy parsing, change tracking, status rules, copies, post fields,
+// presentation through the entry points, and the finders.
+
+#include "kordll/record/Focusable.h"
+
+#include <gtest/gtest.h>
+
+#include "kordll/platform/Clock.h"
+#include "kordll/record/DBTaskItem.h"
+#include "kordll/record/IntItem.h"
+#include "kordll/record/Item.h"
+#include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "tests/record/FocusableTestSupport.h"
+
+namespace kordll {
+namespace {
+
+using test::CountedRecord;
+using test::FakeController;
+using test::FakeRegistry;
+using test::FakeSettings;
+using test::ScopedEntry;
+
+class FocusableTest : public ::testing::Test {
+ protected:
+  void SetUp() override { KordllProcessAttach(); }
+};
+
+// --- Lifetime ------------------------------------------------------------------
+
+TEST_F(FocusableTest, ReleaseAtCountZeroReturnsOneAndKeepsTheRecord) {
+  int deaths = 0;
+  auto* record = new CountedRecord(4, &deaths);
+  int destroyed = 0;
+  EXPECT_EQ(record->Release(&destroyed), 1);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(deaths, 0);
+  delete record;
+}
+
+TEST_F(FocusableTest, LastReleaseOfAnUnheldRecordDestroysItWithoutSaving) {
+  int deaths = 0;
+  auto* record = new CountedRecord(4, &deaths);
+  record->SetValueStr(4, CString(u"changed title"), 1);
+  record->Reserve();
+  record->Reserve();
+  int destroyed = 0;
+  EXPECT_EQ(record->Release(&destroyed), 0);  // one reference left: body kept
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(record->GetFieldString(4, 0), CString(u"changed title"));
+  EXPECT_EQ(record->Release(&destroyed), 1);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST_F(FocusableTest, LastReleaseOfAHeldRecordUnloadsTheBodyAndKeepsTheHeader) {
+  int deaths = 0;
+  auto* record = new CountedRecord(4, &deaths);
+  record->SetGUID(CString(u"R3_G17"));
+  record->SetDBSlotIndex(81);
+  record->SetOriginedResourceControllerID(3, 0);
+  record->SetValueStr(4, CString(u"title"), 0);
+  record->SetFullyLoaded(1);
+  EXPECT_EQ(record->IsFullyLoaded(1), 1);  // reserves
+  EXPECT_EQ(record->GetReferenceCount(), 1);
+  int destroyed = 0;
+  EXPECT_EQ(record->Release(&destroyed), 1);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(deaths, 0);
+  EXPECT_EQ(record->GetFieldCount(0), 1);  // no items left
+  EXPECT_EQ(record->IsFullyLoaded(0), 0);
+  EXPECT_EQ(record->GetGUID(), CString(u"R3_G17"));
+  EXPECT_EQ(record->GetDBSlotIndex(), 81);
+  EXPECT_EQ(record->GetFocusableRelation(), 4);
+  // The controller drops the header: nobody else holds it, so it goes.
+  EXPECT_EQ(record->ReleaseHeader(3), 1);
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST_F(FocusableTest, ReleaseHeaderWhileReservedOnlyForgetsTheOrigin) {
+  int deaths = 0;
+  auto* record = new CountedRecord(4, &deaths);
+  record->SetOriginedResourceControllerID(5, 0);
+  record->Reserve();
+  EXPECT_EQ(record->ReleaseHeader(5), 0);
+  EXPECT_EQ(deaths, 0);
+  EXPECT_EQ(record->GetOriginedResourceControllerID(), -1);
+  // Now held by nobody but one reference: the last Release removes it.
+  int destroyed = 0;
+  EXPECT_EQ(record->Release(&destroyed), 1);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST_F(FocusableTest, HeaderPossessorsMayRepeatAndTheLastOneDeletes) {
+  int deaths = 0;
+  auto* record = new CountedRecord(11, &deaths);
+  EXPECT_EQ(record->GetHeaderPossessors(), nullptr);
+  EXPECT_EQ(record->IsInUse(), 0);
+  record->ReserveHeader(7);
+  record->ReserveHeader(13);
+  record->ReserveHeader(7);
+  EXPECT_EQ(record->IsInUse(), 1);
+  ASSERT_NE(record->GetHeaderPossessors(), nullptr);
+  EXPECT_EQ(*record->GetHeaderPossessors(), (std::vector<int>{7, 13, 7}));
+  EXPECT_EQ(record->ReleaseHeader(7), 0);
+  EXPECT_EQ(*record->GetHeaderPossessors(), (std::vector<int>{13, 7}));
+  EXPECT_EQ(record->ReleaseHeader(99), 0);  // not a holder: nothing
+  EXPECT_EQ(record->ReleaseHeader(13), 0);
+  EXPECT_EQ(deaths, 0);
+  EXPECT_EQ(record->ReleaseHeader(7), 1);
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST_F(FocusableTest, AHeaderLeftWithoutHoldersStaysUntilTheNextCall) {
+  int deaths = 0;
+  auto* record = new CountedRecord(4, &deaths);
+  record->ReserveHeader(7);
+  record->SetOriginedResourceControllerID(7, 0);
+  // One entry, but the origin is still set: the object stays.
+  EXPECT_EQ(record->ReleaseHeader(7), 0);
+  EXPECT_EQ(deaths, 0);
+  EXPECT_EQ(record->GetHeaderPossessors(), nullptr);
+  EXPECT_EQ(record->GetOriginedResourceControllerID(), -1);
+  EXPECT_EQ(record->IsInUse(), 0);
+  record->Reserve();
+  EXPECT_EQ(record->Release(nullptr), 1);
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST_F(FocusableTest, ReleaseSkipsTheSaveOnceTheDatabasesAreCleared) {
+  FakeRegistry registry;
+  registry.cleared = 1;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  auto* record = new Focusable(4, nullptr);
+  record->ReserveHeader(3);
+  record->SetValueStr(4, CString(u"x"), 1);
+  record->Reserve();
+  EXPECT_EQ(record->Release(nullptr), 1);
+  EXPECT_EQ(record->NeedToSave(), 1);  // unsaved, body gone
+  EXPECT_EQ(record->ReleaseHeader(3), 1);
+}
+
+// --- Reading fields ----------------------------------------------------------------
+
+TEST_F(FocusableTest, GettersAnswerFallbacksBelowTheirLowestIdAndForAbsentFields) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.GetFieldInt(0), -1);
+  EXPECT_EQ(record.GetFieldDouble(0), -1.0);
+  EXPECT_EQ(record.GetFieldBool(0), -1);
+  EXPECT_EQ(record.GetFieldDate(1).GetStatus(), COleDateTime::invalid);
+  int x = 5;
+  double d = 5.0;
+  COleDateTime date;
+  CString text;
+  EXPECT_EQ(record.GetValueInt(0, &x), 0);
+  EXPECT_EQ(record.GetValueDouble(3, &d), 0);
+  EXPECT_EQ(record.GetValueBOOL(3, &x), 0);
+  EXPECT_EQ(record.GetValueDate(1, &date), 0);
+  EXPECT_EQ(record.GetValueStr(-1, &text), 0);
+  EXPECT_EQ(x, 5);
+  // Absent fields.
+  EXPECT_EQ(record.GetFieldInt(9), -1);
+  EXPECT_EQ(record.GetFieldBool(9), 0);
+  EXPECT_EQ(record.GetFieldDouble(9), 0.0);
+  EXPECT_EQ(record.GetFieldString(9, 0), CString());
+  EXPECT_EQ(record.GetValueStr(9, &text), 0);
+  EXPECT_EQ(record.GetValueInt(9, &x), 0);
+}
+
+TEST_F(FocusableTest, GetFieldsOfAnotherTypeGiveTheirFallbacks) {
+  Focusable record(4, nullptr);
+  record.SetValueStr(5, CString(u"12"), 0);
+  EXPECT_EQ(record.GetFieldInt(5), -1);
+  EXPECT_EQ(record.GetFieldBool(5), 0);
+  int x = 0;
+  EXPECT_EQ(record.GetValueInt(5, &x), 0);
+  CString raw;
+  EXPECT_EQ(record.GetValueStr(5, &raw), 1);
+  EXPECT_EQ(raw, CString(u"12"));
+}
+
+TEST_F(FocusableTest, IdZeroIsTheGuidOutsideTheItemArray) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.SetValueStr(0, CString(u"R3_G9"), 1), 1);
+  EXPECT_EQ(record.GetFieldString(0, 0), CString(u"R3_G9"));
+  CString guid;
+  EXPECT_EQ(record.GetValueStr(0, &guid), 1);
+  EXPECT_EQ(guid, CString(u"R3_G9"));
+  EXPECT_EQ(record.GetFieldCount(0), 1);
+  EXPECT_EQ(record.GetFocusableID(), 9);
+  Item same(CString(u"R3_G9"));
+  Item other(CString(u"r3_g9"));
+  EXPECT_EQ(record.IsFieldItemSame(0, &same), 1);
+  EXPECT_EQ(record.IsFieldItemSame(0, &other), 0);
+}
+
+TEST_F(FocusableTest, FieldStringGivesTheStoredFormOfEachType) {
+  Focusable record(4, nullptr);
+  record.SetValueInt(5, 42, 1);
+  record.SetValueDate(6, COleDateTime(2005, 11, 7, 21, 5, 0), 1);
+  record.SetValueBOOL(7, 5, 1);
+  record.SetValueDouble(8, 2.5, 1);
+  record.SetValueStr(9, CString(u"plain"), 1);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"42"));
+  EXPECT_EQ(record.GetFieldString(6, 0), CString(u"11/07/05@21:05"));
+  EXPECT_EQ(record.GetFieldString(7, 0), CString(u"1"));
+  EXPECT_EQ(record.GetFieldString(8, 0), CString(u"2.500000"));
+  EXPECT_EQ(record.GetFieldString(9, 0), CString(u"plain"));
+  EXPECT_EQ(record.GetFieldCount(0), 10);
+}
+
+// --- Lazy parsing of stored pieces ------------------------------------------------
+
+TEST_F(FocusableTest, PiecesOfALongFieldJoinAndAWholeValueReplacesThem) {
+  Focusable record(4, nullptr);
+  record.SetValue(4, 4, u"Hello, ", 1, 1, 0);
+  record.SetValue(4, 4, u"world", 1, 0, 1);
+  EXPECT_EQ(record.GetFieldString(4, 0), CString(u"Hello, world"));
+  record.SetValue(4, 4, u"again", 0, 0, 1);
+  EXPECT_EQ(record.GetFieldString(4, 0), CString(u"again"));
+  // The GUID is pieced the same way.
+  record.SetValue(0, 4, u"R3_", 1, 1, 0);
+  record.SetValue(0, 4, u"G5", 1, 0, 1);
+  EXPECT_EQ(record.GetGUID(), CString(u"R3_G5"));
+  EXPECT_EQ(record.NeedToSave(), 0);  // what comes from disk is no change
+  EXPECT_EQ(record.IsItemChanged(4, 0), 0);
+}
+
+TEST_F(FocusableTest, AStoredFlagKeepsItsValueNotItsText) {
+  Focusable record(4, nullptr);
+  record.SetValue(12, 3, u"0", 0, 0, 1);
+  EXPECT_EQ(record.GetFieldBool(12), 0);
+  CString raw(u"unset");
+  record.GetValueStr(12, &raw);
+  EXPECT_TRUE(raw.IsEmpty());
+  record.SetValue(13, 3, u"no", 0, 0, 1);
+  EXPECT_EQ(record.GetFieldBool(13), 1);
+  // A long flag field takes only its last piece.
+  record.SetValue(13, 3, u"1", 1, 1, 0);
+  record.SetValue(13, 3, u"0", 1, 0, 1);
+  EXPECT_EQ(record.GetFieldBool(13), 0);
+}
+
+TEST_F(FocusableTest, StoredNumbersAreParsedOnFirstTypedRead) {
+  Focusable record(4, nullptr);
+  record.SetValue(5, 0, u"12abc", 0, 0, 1);
+  record.SetValue(6, 1, u"3.5", 0, 0, 1);
+  record.SetValue(7, 2, u"01/02/10@03:04", 0, 0, 1);
+  double raw = 1.0;
+  EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
+  EXPECT_EQ(raw, 0.0);  // not parsed yet: the native value as it stands
+  EXPECT_EQ(record.GetFieldDouble(6), 3.5);
+  EXPECT_EQ(record.GetFieldInt(5), 12);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"12abc"));  // unchanged text stands
+  COleDateTime date = record.GetFieldDate(7);
+  ASSERT_EQ(date.GetStatus(), COleDateTime::valid);
+  EXPECT_EQ(date.GetYear(), 2010);
+  // A later piece of an existing field is parsed again from the joined text.
+  record.SetValue(5, 0, u"4", 1, 1, 0);
+  record.SetValue(5, 0, u"2", 1, 0, 1);
+  EXPECT_EQ(record.GetFieldInt(5), 42);
+}
+
+TEST_F(FocusableTest, AnUnparsedDoubleIsWrittenAsItsValue) {
+  Focusable record(4, nullptr);
+  record.SetValue(6, 1, u"7.25", 0, 0, 1);
+  EXPECT_EQ(record.GetFieldString(6, 0), CString(u"7.250000"));
+}
+
+TEST_F(FocusableTest, SetValueWithTextAcceptsKnownTypesOnly) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.SetValue_wStr(5, 9, CString(u"x")), 0);
+  EXPECT_EQ(record.IsFieldActive(5, 0), 0);
+  EXPECT_EQ(record.SetValue_wStr(5, 0, CString(u"31")), 1);
+  EXPECT_EQ(record.GetFieldInt(5), 31);
+  EXPECT_EQ(record.SetValue_wStr(5, 0, CString(u"32")), 1);  // existing: parsed at once
+  int value = 0;
+  EXPECT_EQ(record.GetValueInt(5, &value), 1);
+  EXPECT_EQ(value, 32);
+  EXPECT_EQ(record.SetValue_wStr(0, 77, CString(u"R1_G1")), 1);
+  EXPECT_EQ(record.GetGUID(), CString(u"R1_G1"));
+}
+
+TEST_F(FocusableTest, AbsurdFieldIdsStoreNothing) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.SetValueInt(Focusable::kMaxFieldID + 1, 1, 1), 0);
+  EXPECT_EQ(record.SetValue(2000000000, 4, u"x", 0, 0, 1), 0);
+  EXPECT_EQ(record.SetValueStr(-4, CString(u"x"), 1), 0);
+  EXPECT_EQ(record.GetFieldCount(0), 1);
+}
+
+// --- Change tracking ---------------------------------------------------------------
+
+TEST_F(FocusableTest, StatusTakesNoTextButTheRecordIsMarked) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.SetValueStr(1, CString(u"7"), 1), 0);
+  EXPECT_EQ(record.IsFieldActive(1, 0), 0);
+  EXPECT_EQ(record.NeedToSave(), 1);
+}
+
+TEST_F(FocusableTest, DoublesAndFlagsStartAtFieldFour) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.SetValueDouble(3, 1.5, 1), 0);
+  EXPECT_EQ(record.SetValueBOOL(3, 1, 1), 0);
+  EXPECT_EQ(record.IsFieldActive(3, 0), 0);
+  EXPECT_EQ(record.NeedToSave(), 0);
+  EXPECT_EQ(record.SetValueDouble(4, 1.5, 1), 1);
+  EXPECT_EQ(record.GetFieldDouble(4), 1.5);
+}
+
+TEST_F(FocusableTest, AQuietSetOverStoredTextStaysUnseenByTheStoredForm) {
+  Focusable record(4, nullptr);
+  record.SetValue(5, 0, u"10", 0, 0, 1);
+  record.SetValueInt(5, 11, 0);
+  EXPECT_EQ(record.GetFieldInt(5), 11);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"10"));
+  EXPECT_EQ(record.NeedToSave(), 0);
+  record.SetValueInt(5, 12, 1);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"12"));
+  EXPECT_EQ(record.IsItemChanged(5, 0), 1);
+  EXPECT_EQ(record.NeedToSave(), 1);
+  // A setter can clear the item's flag, never the record's.
+  record.SetValueInt(5, 13, 0);
+  EXPECT_EQ(record.IsItemChanged(5, 0), 0);
+  EXPECT_EQ(record.NeedToSave(), 1);
+}
+
+TEST_F(FocusableTest, SavedRecordStillNeedsSavingWhileAnItemIsMarked) {
+  Focusable record(4, nullptr);
+  record.SetValueStr(4, CString(u"a"), 1);
+  record.SetValueStr(5, CString(u"b"), 1);
+  record.ChangeItemChangeStatus(4, 0);  // the store wrote field 4 only
+  record.FocusableSaved();
+  EXPECT_EQ(record.NeedToSave(), 1);
+  record.ChangeItemChangeStatus(5, 0);
+  record.FocusableSaved();
+  EXPECT_EQ(record.NeedToSave(), 0);
+  EXPECT_EQ(record.IsItemChanged(1, 0), 0);  // below 2: the record's flag
+  record.ChangeItemChangeStatus(0, 1);
+  EXPECT_EQ(record.IsItemChanged(0, 0), 1);
+}
+
+TEST_F(FocusableTest, UpdateNeededParsesAndMarksEveryItem) {
+  Focusable record(4, nullptr);
+  record.SetValue(5, 0, u"77", 0, 0, 1);
+  record.SetValue(6, 1, u"1.5", 0, 0, 1);
+  record.UpdateNeeded();
+  EXPECT_EQ(record.NeedToSave(), 1);
+  EXPECT_EQ(record.IsItemChanged(5, 0), 1);
+  EXPECT_EQ(record.IsItemChanged(6, 0), 1);
+  double raw = 0.0;
+  record.GetValueDouble(6, &raw);
+  EXPECT_EQ(raw, 1.5);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"77"));
+}
+
+TEST_F(FocusableTest, SetGuidMarksOnlyARealChange) {
+  Focusable record(4, nullptr);
+  record.SetGUID(CString());
+  EXPECT_EQ(record.NeedToSave(), 0);
+  record.SetGUID(CString(u"R1_G2"));
+  EXPECT_EQ(record.NeedToSave(), 1);
+}
+
+// --- Status rules ----------------------------------------------------------------------
+
+TEST_F(FocusableTest, APostKeepsOneRankOrFlagAtATime) {
+  Focusable post(4, nullptr);
+  post.SetFocusableStatus(516);
+  post.ReSetFocusableStatus(256, 0);
+  EXPECT_EQ(post.GetFocusableStatus(), 256);
+  Focusable other(7, nullptr);
+  other.SetFocusableStatus(516);
+  other.ReSetFocusableStatus(256, 0);
+  EXPECT_EQ(other.GetFocusableStatus(), 772);
+  Focusable read(11, nullptr);
+  read.SetFocusableStatus(2 | 4);
+  read.ReSetFocusableStatus(1, 2);
+  EXPECT_EQ(read.GetFocusableStatus(), 5);
+  EXPECT_EQ(read.NeedToSave(), 1);
+}
+
+TEST_F(FocusableTest, StatusOfARecordWithoutDatabaseOrItemIsZero) {
+  Focusable record(4, nullptr);
+  EXPECT_EQ(record.GetFocusableStatus(), 0);
+  EXPECT_EQ(record.GetReceiveDateTime().GetStatus(), COleDateTime::invalid);
+  EXPECT_EQ(record.GetPublicationDate().GetStatus(), COleDateTime::invalid);
+}
+
+TEST_F(FocusableTest, DatesKeepOnlyTheDayWhenAskedForTheDate) {
+  Focusable record(4, nullptr);
+  record.SetReceiveDateTime(COleDateTime(2006, 3, 4, 15, 30, 0));
+  record.SetPublicationDateTime(COleDateTime(2006, 3, 5, 1, 2, 0));
+  EXPECT_EQ(record.GetReceiveDateTime().GetHour(), 15);
+  COleDateTime day = record.GetReceiveDate();
+  EXPECT_EQ(day.GetDay(), 4);
+  EXPECT_EQ(day.GetHour(), 0);
+  EXPECT_EQ(day.GetMinute(), 0);
+  EXPECT_EQ(record.GetPublicationDate().GetDay(), 5);
+  EXPECT_EQ(record.GetPostReceivedDate().GetHour(), 15);
+}
+
+struct RemovedCase {
+  int rankMode, oldStatus, newBits, added, removed;
+};
+
+TEST_F(FocusableTest, RemovedStatusFollowsTheRankingRules) {
+  FakeSettings settings;
+  ScopedEntry<SettingsEntryPoints> scope(&settings);
+  const RemovedCase cases[] = {
+      // Touching an unread post marks it read.
+      {1, 2, 512, 513, 2},
+      {0, 2, 4, 5, 2},
+      {0, 3, 4, 4, 0},  // already read: nothing moves
+      // Mode 1: a rank given up, and flagging, which ranks 1024.
+      {1, 512, 1024, 1024, 512},
+      {1, 512 | 1, 4, 1028, 512},
+      {1, 1, 4, 1028, 0},
+      // Mode 2: outer ranks only in the first rule.
+      {2, 256 | 1, 2048, 2048, 256},
+      {2, 256 | 1, 512, 512, 0},  // the new bits miss 2306: nothing from this rule
+      {2, 512 | 1, 1024, 1024, 0},  // 2304 misses 512: left alone
+      {2, 512 | 1, 4, 2052, 0},
+      {2, 2048 | 1, 4, 2052, 0},   // flagging: old's rank tested 256, 512, 1024 only
+      {2, 256 | 1, 4, 2052, 256},
+      // Marking unread clears read, rank and flag.
+      {2, 1 | 1024 | 4, 2, 2, 1 | 1024 | 4},
+      {1, 1 | 256 | 512, 2, 2, 1 | 256 | 512},
+  };
+  for (const RemovedCase& c : cases) {
+    settings.rankMode = c.rankMode;
+    int added = 0;
+    int removed = 0;
+    Focusable::GetRemovedStatus(c.oldStatus, c.newBits, added, removed);
+    EXPECT_EQ(added, c.added) << c.rankMode << " " << c.oldStatus << " -> " << c.newBits;
+    EXPECT_EQ(removed, c.removed) << c.rankMode << " " << c.oldStatus << " -> " << c.newBits;
+  }
+  int added = 0;
+  int removed = 8;  // only ever added to
+  Focusable::GetRemovedStatus(2, 1, added, removed);
+  EXPECT_EQ(removed, 10);
+}
+
+TEST_F(FocusableTest, FlagImageTakesTheFirstRankOrFlagBit) {
+  Focusable post(4, nullptr);
+  const std::pair<int, int> cases[] = {{0, -1},     {4, 8},      {256 | 4, 13}, {512, 14},
+                                       {1024, 16},  {2048 | 4, 17}, {2, -1}};
+  for (auto [status, image] : cases) {
+    post.SetFocusableStatus(status);
+    EXPECT_EQ(post.GetFlagImage(), image) << status;
+  }
+  post.SetFocusableStatus(2);
+  EXPECT_EQ(post.IsBoldFocusable(), 1);
+  EXPECT_EQ(post.GetFocusableImage(), 21);
+  EXPECT_EQ(Focusable(25, nullptr).GetFocusableImage(), 28);
+  EXPECT_EQ(Focusable(7, nullptr).GetFocusableImage(), -1);
+}
+
+TEST_F(FocusableTest, KindsFollowTheRelation) {
+  for (int relation : {4, 11, 26}) EXPECT_EQ(Focusable(relation, nullptr).IsPostFocusable(), 1);
+  for (int relation : {8, 16, 25}) EXPECT_EQ(Focusable(relation, nullptr).IsPostFocusable(), 0);
+  for (int relation : {2, 5, 6, 7, 9, 10, 22, 23, 27}) {
+    EXPECT_EQ(Focusable(relation, nullptr).IsTreeItemFocusable(), 1) << relation;
+  }
+  EXPECT_EQ(Focusable(4, nullptr).IsTreeItemFocusable(), 0);
+}
+
+// --- Identity, post fields and tags -------------------------------------------------
+
+TEST_F(FocusableTest, MalformedGuidsHaveNoSerial) {
+  Focusable record(4, nullptr);
+  for (const char16_t* guid : {u"", u"R4", u"R4_", u"X4_G5", u"R4_Gx"}) {
+    record.SetGUID(CString(guid));
+    EXPECT_EQ(record.GetFocusableID(), -1) << CString(guid).ToUtf8();
+  }
+  record.SetGUID(CString(u"R12_G345"));
+  EXPECT_EQ(record.GetFocusableID(), 345);
+  EXPECT_EQ(record.GetParentGUID(), CString(u"R7_G-1"));
+  EXPECT_EQ(Focusable(16, nullptr).GetParentGUID(), CString(u"R13_G-1"));
+}
+
+TEST_F(FocusableTest, PostFieldsAreReadByRelation) {
+  Focusable post(11, nullptr);
+  post.SetPostTitle(CString(u"Title"));
+  post.SetValueStr(10, CString(u"http://example.com/"), 1);
+  post.SetValueStr(7, CString(u"desc"), 1);
+  post.SetValueStr(11, CString(u"<p>content</p>"), 1);
+  post.SetPostPublishedChannel(CString(u"Channel"));
+  EXPECT_EQ(post.GetPostTitle(), CString(u"Title"));
+  EXPECT_EQ(post.GetFocusableTitle(), CString(u"Title"));
+  EXPECT_EQ(post.GetPostLink(), CString(u"http://example.com/"));
+  EXPECT_EQ(post.GetPostDescription(), CString(u"desc"));
+  EXPECT_EQ(post.GetPostEncodedContent(), CString(u"<p>content</p>"));
+  EXPECT_EQ(post.GetPostPublishedChannel(), CString(u"Channel"));
+
+  Focusable talk(25, nullptr);
+  talk.SetPostTitle(CString(u"Talk"));
+  EXPECT_EQ(talk.GetFieldString(5, 0), CString(u"Talk"));
+  EXPECT_EQ(talk.GetPostTitle(), CString(u"Talk"));
+  EXPECT_EQ(talk.GetPostLink(), CString());
+
+  Focusable folder(16, nullptr);
+  folder.SetValueStr(4, CString(u"Folder"), 1);
+  EXPECT_EQ(folder.GetFocusableTitle(), CString(u"Folder"));
+  folder.SetPostTitle(CString(u"ignored"));
+  EXPECT_EQ(folder.GetFieldString(4, 0), CString(u"Folder"));
+
+  Focusable other(3, nullptr);
+  other.SetValueStr(4, CString(u"x"), 1);
+  EXPECT_EQ(other.GetPostTitle(), CString());
+  EXPECT_EQ(other.GetPostPublicationDate().GetStatus(), COleDateTime::invalid);
+}
+
+TEST_F(FocusableTest, TagsLiveInTheFieldOfTheirRelation) {
+  const std::pair<int, int> table[] = {{2, 20}, {4, 16},  {7, 17},  {11, 19}, {18, 13},
+                                       {23, 11}, {25, 9}, {26, 19}, {27, 20}, {30, 5}};
+  for (auto [relation, field] : table) {
+    Focusable record(relation, nullptr);
+    record.SetFocusableTags_InStr(CString(u"a,b"));
+    EXPECT_EQ(record.GetFieldString(field, 0), CString(u"a,b")) << relation;
+    EXPECT_EQ(record.GetFocusableTags_InStr(), CString(u"a,b"));
+    EXPECT_EQ(record.NeedToSave(), 1);
+  }
+  Focusable none(3, nullptr);
+  none.SetFocusableTags_InStr(CString(u"x"));
+  EXPECT_EQ(none.GetFieldCount(0), 1);
+  EXPECT_EQ(none.GetFocusableTags_InStr(), CString());
+}
+
+TEST_F(FocusableTest, AuthorNamesSplitAtBarsAndUnescape) {
+  Focusable post(4, nullptr);
+  post.SetValueStr(5, CString(u"Ann|Bob&898989;Jr||Cy"), 1);
+  CStringArray names;
+  post.GetPostAuthorNames(&names, CString(u"ignored"));
+  EXPECT_EQ(names, (CStringArray{CString(u"Ann"), CString(u"Bob|Jr"), CString(u"Cy")}));
+
+  Focusable mail(11, nullptr);
+  mail.SetValueStr(5, CString(u"Ann:ann@x|Bob&898989;Jr:bob@y|:nobody"), 1);
+  CStringArray mailNames;
+  mail.GetPostAuthorNames(&mailNames, CString());
+  EXPECT_EQ(mailNames, (CStringArray{CString(u"Ann"), CString(u"Bob|Jr")}));
+
+  Focusable other(26, nullptr);
+  other.SetValueStr(5, CString(u"Ann"), 1);
+  CStringArray none;
+  other.GetPostAuthorNames(&none, CString());
+  EXPECT_TRUE(none.empty());
+}
+
+TEST_F(FocusableTest, CategoriesSplitAtTheSeparatorGiven) {
+  Focusable post(4, nullptr);
+  post.SetValueStr(6, CString(u"news|tech||x"), 1);
+  CStringArray plain;
+  post.GetPostCategories(&plain, CString(u"|"));
+  EXPECT_EQ(plain, (CStringArray{CString(u"news"), CString(u"tech"), CString(u"x")}));
+
+  post.SetValueStr(6, CString(u"a, b|c,,d"), 1);
+  CStringArray commas;
+  post.GetPostCategories(&commas, CString(u", "));
+  // Bars are dropped first, then the text splits at comma or blank.
+  EXPECT_EQ(commas, (CStringArray{CString(u"a"), CString(u"bc"), CString(u"d")}));
+
+  Focusable other(7, nullptr);
+  other.SetValueStr(6, CString(u"a|b"), 1);
+  CStringArray none;
+  other.GetPostCategories(&none, CString());
+  EXPECT_TRUE(none.empty());
+}
+
+// --- Copies and moves --------------------------------------------------------------------
+
+TEST_F(FocusableTest, CopyTakesIdentityAndValuesAndFullCopyTakesTheHeader) {
+  Focusable source(4, nullptr);
+  source.SetGUID(CString(u"R3_G8"));
+  source.SetDBSlotIndex(44);
+  source.SetOriginedResourceControllerID(3, 0);
+  source.ReserveHeader(3);
+  source.SetValueStr(4, CString(u"title"), 1);
+  source.SetValueInt(6, 9, 0);
+  Focusable* light = source.CreateCopyFocusable(0);
+  EXPECT_EQ(light->GetGUID(), CString(u"R3_G8"));
+  EXPECT_EQ(light->GetFocusableRelation(), 4);
+  EXPECT_EQ(light->GetDBSlotIndex(), -1);
+  EXPECT_EQ(light->GetOriginedResourceControllerID(), -1);
+  EXPECT_EQ(light->GetHeaderPossessors(), nullptr);
+  EXPECT_EQ(light->GetFieldString(4, 0), CString(u"title"));
+  EXPECT_EQ(light->GetFieldInt(6), 9);
+  EXPECT_EQ(light->GetDB(), nullptr);
+  delete light;
+
+  Focusable* full = source.CreateCopyFocusable(1);
+  EXPECT_EQ(full->GetDBSlotIndex(), 44);
+  EXPECT_EQ(full->GetOriginedResourceControllerID(), 3);
+  ASSERT_NE(full->GetHeaderPossessors(), nullptr);
+  EXPECT_EQ(*full->GetHeaderPossessors(), std::vector<int>{3});
+  EXPECT_EQ(full->NeedToSave(), 1);
+  full->ReleaseHeader(3);  // header only, origin 3: stays
+  delete full;
+  source.ReleaseHeader(3);
+}
+
+TEST_F(FocusableTest, CopyIntoExistingItemsMarksOnlyRealChanges) {
+  Focusable source(4, nullptr);
+  source.SetValueStr(4, CString(u"same"), 0);
+  source.SetValueStr(5, CString(u"new"), 0);
+  Focusable target(4, nullptr);
+  target.SetValueStr(4, CString(u"same"), 0);
+  target.SetValueStr(5, CString(u"old"), 0);
+  target.SetValueStr(9, CString(u"extra"), 0);
+  target.CopyFocusable(&source, 0);
+  // Target had more places than source: its items stay and are compared.
+  EXPECT_EQ(target.IsItemChanged(4, 0), 0);
+  EXPECT_EQ(target.IsItemChanged(5, 0), 1);
+  EXPECT_EQ(target.GetFieldString(5, 0), CString(u"new"));
+  EXPECT_EQ(target.GetFieldString(9, 0), CString(u"extra"));
+
+  // A full copy removes what the source lacks.
+  Focusable sparse(4, nullptr);
+  sparse.SetValueStr(6, CString(u"only"), 0);
+  Focusable dense(4, nullptr);
+  for (int id = 2; id <= 6; ++id) dense.SetValueStr(id, CString(u"v"), 0);
+  dense.CopyFocusable(&sparse, 1);
+  EXPECT_EQ(dense.IsFieldActive(4, 0), 0);
+  EXPECT_EQ(dense.GetFieldString(6, 0), CString(u"only"));
+  EXPECT_EQ(dense.IsItemChanged(6, 0), 1);
+  dense.CopyFocusable(nullptr, 1);  // stops at once
+}
+
+TEST_F(FocusableTest, AMovedAwayRecordAnswersFallbacks) {
+  Focusable plain(4, nullptr);
+  plain.SetGUID(CString(u"R3_G1"));
+  plain.SetValueStr(4, CString(u"title"), 0);
+  plain.SetDBSlotIndex(12);
+  Focusable typed(-1, nullptr);
+  typed.MoveFocusableImpl(&plain);
+  EXPECT_EQ(typed.GetGUID(), CString(u"R3_G1"));
+  EXPECT_EQ(typed.GetFocusableRelation(), 4);
+  EXPECT_EQ(typed.GetFieldString(4, 0), CString(u"title"));
+  EXPECT_EQ(typed.GetDBSlotIndex(), 12);
+
+  EXPECT_EQ(plain.GetGUID(), CString());
+  EXPECT_EQ(plain.GetDBSlotIndex(), -1);
+  EXPECT_EQ(plain.GetFocusableRelation(), 0);
+  EXPECT_EQ(plain.GetFieldCount(0), 0);
+  EXPECT_EQ(plain.GetFieldInt(5), -1);
+  EXPECT_EQ(plain.SetValueStr(4, CString(u"x"), 1), 0);
+  EXPECT_EQ(plain.GetFocusableStatus(), 0);
+  EXPECT_EQ(plain.Reserve(), 0);
+  EXPECT_EQ(plain.Release(nullptr), 1);
+  EXPECT_EQ(plain.ReleaseHeader(3), 0);
+  EXPECT_EQ(plain.SaveFocusable(), 0);
+  EXPECT_EQ(plain.LoadFocusable(nullptr), 0);
+  EXPECT_EQ(plain.GetSourceResourceControllerID(), -1);
+  EXPECT_EQ(plain.IsInUse(), 0);
+  // Copying into it gives it state again.
+  plain.CopyFocusable(&typed, 0);
+  EXPECT_EQ(plain.GetGUID(), CString(u"R3_G1"));
+}
+
+// --- Records without a database -------------------------------------------------------
+
+TEST_F(FocusableTest, SavesLoadsAndDeletesWithoutDatabaseFailPlainly) {
+  Focusable record(4, nullptr);
+  record.SetValueStr(4, CString(u"keep"), 1);
+  EXPECT_EQ(record.SaveFocusable(), 0);
+  EXPECT_EQ(record.LoadFocusable(nullptr), 0);
+  EXPECT_EQ(record.DeleteFocusable(), 0);
+  EXPECT_EQ(record.GetReferenceCount(), 0);
+  EXPECT_EQ(record.NeedToSave(), 1);
+  EXPECT_EQ(record.GetFieldString(4, 0), CString(u"keep"));
+  record.SetSavable(0);
+  EXPECT_EQ(record.SaveFocusable(), 1);  // not savable: succeeds untouched
+  EXPECT_EQ(record.DeleteFocusable(), 1);
+  EXPECT_EQ(record.NeedToSave(), 1);
+}
+
+// --- Entry points -----------------------------------------------------------------------
+
+TEST_F(FocusableTest, DefaultEntryPointsAnswerAsNoOwner) {
+  RegistryEntryPoints* registry = RegistryEntryPoints::Get();
+  ASSERT_NE(registry, nullptr);
+  EXPECT_EQ(registry->IsGlobalResourceValid(), 1);
+  EXPECT_EQ(registry->AreDBsCleared(), 0);
+  EXPECT_EQ(registry->GetResourceController(3), nullptr);
+  EXPECT_EQ(registry->GetPostCtrl(3), nullptr);
+  EXPECT_EQ(registry->GetDBCtrl(3), nullptr);
+  EXPECT_EQ(registry->GetPanel(1), nullptr);
+  EXPECT_EQ(registry->InterpretGUICommand(nullptr, nullptr), 0);
+  EXPECT_EQ(SettingsEntryPoints::Get()->GetCurrentPreferencesIntValue(11), 0);
+  EXPECT_TRUE(SettingsEntryPoints::Get()->GetCurrentPreferencesStringValue(3).IsEmpty());
+  EXPECT_EQ(SettingsEntryPoints::Get()->GetCurrentPreferences(), nullptr);
+  EXPECT_EQ(RelationsEntryPoints::Get()->GetRGDBTemplate(4), nullptr);
+  Focusable post(4, nullptr);
+  EXPECT_EQ(post.DecorateFocusable(0), nullptr);
+  EXPECT_EQ(post.PrintFocusableBackup(), nullptr);
+  EXPECT_EQ(post.BroadCastUpdate(0, 1041), 0);
+}
+
+TEST_F(FocusableTest, InstallReplacesAndGivesBackThePreviousOwner) {
+  FakeRegistry first;
+  FakeRegistry second;
+  EXPECT_EQ(RegistryEntryPoints::Install(&first), nullptr);
+  EXPECT_EQ(RegistryEntryPoints::Get(), &first);
+  EXPECT_EQ(RegistryEntryPoints::Install(&second), &first);
+  EXPECT_EQ(RegistryEntryPoints::Install(nullptr), &second);
+  EXPECT_NE(RegistryEntryPoints::Get(), &second);
+  EXPECT_EQ(RegistryEntryPoints::Get()->IsGlobalResourceValid(), 1);
+}
+
+TEST_F(FocusableTest, FieldTypesComeFromTheTemplateTable) {
+  Focusable post(4, nullptr);
+  EXPECT_EQ(post.GetFieldType(0), 4);
+  EXPECT_EQ(post.GetFieldType(1), 0);
+  EXPECT_EQ(post.GetFieldType(2), 2);
+  EXPECT_EQ(post.GetFieldType(3), 2);
+  EXPECT_EQ(post.GetFieldType(4), -1);  // no template
+  RGDBTemplate layout(4);
+  layout.AddField(4, 60, 4, CString(), CString(), 0, 0);
+  layout.AddField(6, 4, 3, CString(), CString(), 0, 0);
+  RelationsEntryPoints::SetTemplate(4, &layout);
+  EXPECT_EQ(post.GetFieldType(4), 4);
+  EXPECT_EQ(post.GetFieldType(6), 3);
+  EXPECT_EQ(post.GetFieldType(5), -1);
+  EXPECT_EQ(Focusable(11, nullptr).GetFieldType(4), -1);
+  RelationsEntryPoints::SetTemplate(4, nullptr);
+  EXPECT_EQ(post.GetFieldType(4), -1);
+  RelationsEntryPoints::SetTemplate(4, &layout);
+  RelationsEntryPoints::ClearTemplates();
+  EXPECT_EQ(RelationsEntryPoints::Get()->GetRGDBTemplate(4), nullptr);
+}
+
+// A catalogue that gives a dummy print template and records attributes.
+class FakeCatalogue : public RelationsEntryPoints {
+ public:
+  PrintTemplate* DecorateFocusable(Focusable*, int escape) override {
+    lastEscape = escape;
+    return reinterpret_cast<PrintTemplate*>(&dummy);
+  }
+  int AddPrintTemplateAttribute(PrintTemplate* printed, CString name, CString value) override {
+    EXPECT_EQ(printed, reinterpret_cast<PrintTemplate*>(&dummy));
+    attributes.emplace_back(name, value);
+    return 1;
+  }
+  int dummy = 0;
+  int lastEscape = -1;
+  std::vector<std::pair<CString, CString>> attributes;
+};
+
+TEST_F(FocusableTest, DecorationAddsThePostRankLevelByRankMode) {
+  FakeCatalogue catalogue;
+  FakeSettings settings;
+  ScopedEntry<RelationsEntryPoints> c(&catalogue);
+  ScopedEntry<SettingsEntryPoints> s(&settings);
+  Focusable post(4, nullptr);
+  struct Case {
+    int mode, status;
+    const char16_t* level;
+  };
+  const Case cases[] = {{1, 512, u"2"},  {1, 1024, u"3"}, {1, 256, u"1"},   {1, 0, u"1"},
+                        {2, 256, u"5"},  {2, 512, u"6"},  {2, 1024 | 2048, u"7"},
+                        {2, 2048, u"8"}, {2, 4, u"4"}};
+  for (const Case& c : cases) {
+    settings.rankMode = c.mode;
+    post.SetFocusableStatus(c.status);
+    catalogue.attributes.clear();
+    EXPECT_NE(post.DecorateFocusable(1), nullptr);
+    ASSERT_EQ(catalogue.attributes.size(), 1u);
+    EXPECT_EQ(catalogue.attributes[0].first, CString(u"postranklevel"));
+    EXPECT_EQ(catalogue.attributes[0].second, CString(c.level)) << c.mode << " " << c.status;
+  }
+  EXPECT_EQ(catalogue.lastEscape, 1);
+  settings.rankMode = 3;
+  catalogue.attributes.clear();
+  post.DecorateFocusable(0);
+  EXPECT_TRUE(catalogue.attributes.empty());
+  settings.rankMode = 1;
+  Focusable other(26, nullptr);
+  other.DecorateFocusable(0);
+  EXPECT_TRUE(catalogue.attributes.empty());
+}
+
+TEST_F(FocusableTest, OpeningAPostAsksPanelOneToShowItsLink) {
+  FakeRegistry registry;
+  int panelStandIn = 0;
+  registry.panelOne = reinterpret_cast<IIPanel*>(&panelStandIn);
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  Focusable post(4, nullptr);
+  EXPECT_EQ(post.OpenFocusable(), 1);
+  EXPECT_TRUE(registry.panelMessages.empty());  // no link
+  post.SetValueStr(10, CString(u"http://a/"), 1);
+  EXPECT_EQ(post.OpenFocusable(), 1);
+  ASSERT_EQ(registry.panelMessages.size(), 1u);
+  EXPECT_EQ(registry.panelMessages[0].panel, registry.panelOne);
+  EXPECT_EQ(registry.panelMessages[0].message, 1039u);
+  EXPECT_EQ(registry.panelMessages[0].request.message, 1081);
+  EXPECT_EQ(registry.panelMessages[0].request.text, CString(u"http://a/"));
+  Focusable tree(7, nullptr);
+  tree.SetValueStr(10, CString(u"http://b/"), 1);
+  EXPECT_EQ(tree.OpenFocusable(), 1);
+  EXPECT_EQ(registry.panelMessages.size(), 1u);
+}
+
+TEST_F(FocusableTest, PropertiesCommandDependsOnTheRelation) {
+  FakeRegistry registry;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  int panelStandIn = 0;
+  auto* panel = reinterpret_cast<IIPanel*>(&panelStandIn);
+  const std::pair<int, int> table[] = {{4, 29120}, {11, 29120}, {25, 29169}, {26, 29170}};
+  for (auto [relation, command] : table) {
+    Focusable record(relation, nullptr);
+    EXPECT_EQ(record.OpenFocusableProperties(CPoint(3, 4), panel, 0), 1);
+    ASSERT_FALSE(registry.commands.empty());
+    const PanelViewRequest& request = registry.commands.back();
+    EXPECT_EQ(request.message, command);
+    EXPECT_EQ(request.focusable, &record);
+    EXPECT_EQ(request.point, CPoint(3, 4));
+    EXPECT_EQ(request.panel, panel);
+    EXPECT_EQ(request.object, 1);
+  }
+  Focusable post(4, nullptr);
+  post.OpenFocusableProperties(CPoint(), nullptr, 1);
+  EXPECT_EQ(registry.commands.back().object, 0);
+  const size_t before = registry.commands.size();
+  EXPECT_EQ(Focusable(7, nullptr).OpenFocusableProperties(CPoint(), nullptr, 0), 0);
+  EXPECT_EQ(registry.commands.size(), before);
+}
+
+TEST_F(FocusableTest, BroadcastGoesToTheOriginatingControllerWhileTheRegistryLives) {
+  FakeRegistry registry;
+  FakeController controller;
+  registry.controllers[3] = &controller;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  Focusable post(4, nullptr);
+  EXPECT_EQ(post.BroadCastUpdate(0, 1041), 0);  // no origin
+  post.SetOriginedResourceControllerID(3, 0);
+  EXPECT_EQ(post.BroadCastUpdate(0, 1041), 7);
+  EXPECT_EQ(post.BroadCastUpdate(1, 1041), 9);
+  ASSERT_EQ(registry.sent.size(), 2u);
+  EXPECT_FALSE(registry.sent[0].posted);
+  EXPECT_TRUE(registry.sent[1].posted);
+  EXPECT_EQ(registry.sent[0].kind, 3);
+  EXPECT_EQ(registry.sent[0].message, 1041);
+  EXPECT_EQ(registry.sent[0].record, &post);
+  registry.valid = 0;
+  EXPECT_EQ(post.BroadCastUpdate(0, 1041), 0);
+  EXPECT_EQ(registry.sent.size(), 2u);
+  post.SetOriginedResourceControllerID(4, 0);  // unknown controller
+  registry.valid = 1;
+  EXPECT_EQ(post.BroadCastUpdate(0, 1041), 0);
+}
+
+// --- Finders ------------------------------------------------------------------------------
+
+TEST_F(FocusableTest, FindByGuidAsksTheControllerByIdThenByGuid) {
+  FakeRegistry registry;
+  FakeController controller;
+  registry.controllers[4] = &controller;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  Focusable byID(4, nullptr);
+  Focusable byGUID(4, nullptr);
+  controller.byID[7] = &byID;
+  controller.byGUID[CString(u"R4_G8")] = &byGUID;
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R4_G7")), &byID);
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R4_G8")), &byGUID);
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R4_G9")), nullptr);
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R4")), nullptr);
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R4_G-1")), nullptr);
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString(u"R5_G7")), nullptr);  // no controller
+  EXPECT_EQ(Focusable::GetFocusable_wGUID(CString()), nullptr);
+}
+
+TEST_F(FocusableTest, DatabaseLocationGivesUpWithoutControllerAfterItsBound) {
+  ScopedManualClock clock;
+  FakeRegistry registry;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G1"), -1, 0), nullptr);
+  EXPECT_EQ(registry.postCtrlQuestions, 0);
+  const int64_t start = Clock::MonotonicMillis();
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G1"), 120, 0), nullptr);
+  const int64_t waited = Clock::MonotonicMillis() - start;
+  EXPECT_GE(waited, 15000);
+  EXPECT_LT(waited, 15100);
+}
+
+TEST_F(FocusableTest, DatabaseLocationStopsWaitingWhenTheRegistryCloses) {
+  ScopedManualClock clock;
+  FakeRegistry registry;
+  registry.onValidityQuestion = [&](int n) {
+    if (n == 5) registry.valid = 0;
+  };
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G1"), 120, 0), nullptr);
+  EXPECT_LT(Clock::MonotonicMillis(), 100);
+}
+
+TEST_F(FocusableTest, DatabaseLocationWaitsForTheControllerAndItsId) {
+  ScopedManualClock clock;
+  FakeRegistry registry;
+  FakeController controller;
+  Focusable known(4, nullptr);
+  controller.byGUID[CString(u"R3_G1")] = &known;
+  // The controller appears after a few passes, and gets its id later.
+  registry.onPostCtrlQuestion = [&](int n) {
+    if (n == 20) registry.byDatabase[120] = &controller;
+  };
+  registry.onValidityQuestion = [&](int n) {
+    if (n == 60) controller.id = 3;
+  };
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G1"), 120, 5), &known);
+  EXPECT_EQ(controller.id, 3);
+  EXPECT_LT(Clock::MonotonicMillis(), 15000);
+  // Known controller, unknown record, no database: null.
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G2"), 120, 5), nullptr);
+}
+
+}  // namespace
+}  // namespace kordll
