@@ -1,0 +1,138 @@
+// StringDB: long texts in a string database file (".sdb").
+//
+// The file is a 20-byte header "[version:id:D]" followed by a flat array of
+// slots, each a 19-byte header "[status:next:previous]" and D bytes of marked
+// text (see MarkedText.h) whose last byte is a newline. A text is addressed
+// by the index of its first slot; a longer text runs on through a doubly
+// linked chain of slots. Slot states: 0 free, 1 last or only slot of a
+// text, 2 the text goes on in next; in memory also 3, reserved: handed out by
+// GetNextAvailableSlotIndex and not yet written.
+//
+// Errors are kept in the last error with the codes of AZeusDB: 2 malformed
+// header, 3 read, 5 header text too long, 8 write, 10 no such entry, 13
+// version, 14 deleted. Nothing throws; a damaged file makes operations fail,
+// never crash or hang.
+//
+// Thread safety: one re-entrant lock. It is held for every public
+// operation, so that a slot can be reserved from another thread while a
+// text is written.
+
+#ifndef KORDLL_RECORD_STRINGDB_H_
+#define KORDLL_RECORD_STRINGDB_H_
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kordll/platform/CCriticalSection.h"
+#include "kordll/platform/CString.h"
+
+namespace kordll {
+
+class SlotFile;
+
+struct _struct_STRINGSLOTHEADER {
+  int status = 0;
+  int next = -1;
+  int previous = -1;
+};
+
+class StringDB {
+ public:
+  // The file is directory + "/" + name + ".sdb"; nothing is touched here.
+  // slotSize is the usable size of a slot: D, the data size, is one more
+  // (a slot's last byte is its newline). D is kept within 7 to 9999 and a
+  // grow count below 1 counts as 1, so that every slot can hold a character
+  // and every growth adds a slot.
+  StringDB(CString directory, CString name, int slotSize, int growCount);
+  StringDB(const StringDB&) = delete;
+  StringDB& operator=(const StringDB&) = delete;
+  // Removes the file if the database was deleted while open.
+  virtual ~StringDB();
+
+  // Adds one to the open count; the first opener opens the file, creating
+  // it when it does not exist. Returns the error of reading the header, or 0.
+  int openDB(int readOnly);
+  void closeDB();
+  // Makes the file anew (header only) and clears the deleted state.
+  int createDB();
+  // Makes the file anew; the slots in memory stay as they were.
+  void clearDB();
+  // Removes the file if it is not open; every later slot operation fails
+  // with 14 until createDB.
+  void deleteDB();
+  // 1 if the file is open or can be opened.
+  int IsDBExist();
+
+  // Writes text from the slot *slot on (-1: a free slot, whose index is
+  // stored in *slot). Returns the number of slots used, 0 on failure.
+  int WriteStringSlot(int* slot, CString text);
+  // Appends the text that starts at slot to text (not cleared first).
+  // Returns the number of slots read, 0 on failure.
+  int ReadStringSlot(int slot, CString& text);
+  // Frees the chain from slot on. With wholeChain 0 the last slot of a
+  // chain is not freed by itself. Returns the number of slots freed.
+  int DeleteStringSlot(int slot, int wholeChain);
+  // Reserves a free slot, appending slots if needed; -1 on failure.
+  int GetNextAvailableSlotIndex();
+  int GetTotalSlotCount();
+  int GetLastDBErrorMsgCode();
+
+  // UTF-8 (code page 65001) to 16-bit units; invalid bytes become U+FFFD.
+  static void ConvertCharToWString(char const* text, std::u16string& out);
+
+  // Diagnostics for tests and tools.
+  int GetSlotDataSize();
+  CString GetDBPath();
+  // The state of a slot in memory, or -1 when it has none.
+  int GetSlotState(int slot);
+
+ private:
+  int readDBHeader();
+  int writeDBHeader();
+  int mapDB();
+  uint64_t getSlotBytePosition(int index, int afterHeader);
+  int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek);
+  int readSlotHeader(int index, _struct_STRINGSLOTHEADER* header);
+  int writeEmptySlot(int index, int noSeek);
+  int appendEmptyTable(int target);
+  int writeSlot(const CString& text, int* position, int index);
+  int readSlot(CString* text, int index);
+  int _WriteStringSlot(int* slot, const CString& text);
+  int _ReadStringSlot(int slot, CString* text);
+  int _DeleteStringSlot(int slot, int wholeChain);
+  void freeListAppend(int index);
+  void freeListRemove(int index);
+  void setError(int code) { last_error_ = code; }
+
+  CCriticalSection lock_;
+  // State below is protected by lock_.
+  CString path_;
+  CString directory_;
+  int last_error_ = 0;
+  int grow_count_;
+  int open_count_ = 0;
+  int version_ = 11;
+  int db_id_ = 0;
+  int data_size_;  // D
+  int slot_count_ = 0;
+  int deleted_ = 0;
+  int file_removed_ = 0;
+  int mapped_ = 0;
+  int header_read_ = 0;
+  std::unique_ptr<SlotFile> file_;
+  std::map<int, int> status_;
+  // Free slots in the order they are reused, front first; each slot is
+  // listed once, and can be taken out from anywhere at constant cost.
+  std::list<int> free_list_;
+  std::unordered_map<int, std::list<int>::iterator> free_index_;
+  std::vector<unsigned char> byte_buffer_;
+  std::u16string wide_buffer_;
+};
+
+}  // namespace kordll
+
+#endif  // KORDLL_RECORD_STRINGDB_H_

@@ -1,0 +1,184 @@
+// Behaviour of the string database, checked on the bytes of the file.
+
+#include "kordll/record/StringDB.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kordll/platform/FileSystem.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+class StringDBTest : public ::testing::Test {
+ protected:
+  std::string Bytes() {
+    std::string out;
+    FileSystem::ReadWholeFile(root_.Path("texts.sdb"), &out);
+    return out;
+  }
+  // D = 31: slot i starts at 20 + 50 i.
+  std::string SlotHeader(int i) { return Bytes().substr(20 + 50 * i, 19); }
+  std::string SlotData(int i) { return Bytes().substr(20 + 50 * i + 19, 31); }
+
+  test::TempRoot root_;
+};
+
+TEST_F(StringDBTest, NewDatabaseHeader) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  EXPECT_EQ(0, db.openDB(0));
+  db.closeDB();
+  EXPECT_EQ(std::string("[11:0:31]") + std::string(10, '\0') + "\n", Bytes());
+  EXPECT_EQ(1, db.IsDBExist());
+}
+
+TEST_F(StringDBTest, LongTextChainsAndShrinks) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  int slot = -1;
+  const std::string hundred(100, 'a');
+  EXPECT_EQ(4, db.WriteStringSlot(&slot, CString(hundred.c_str())));
+  EXPECT_EQ(0, slot);
+  EXPECT_EQ(8, db.GetTotalSlotCount());
+  EXPECT_EQ(std::string("[2:1:-1]") + std::string(11, '\0'), SlotHeader(0));
+  EXPECT_EQ(std::string("[2:2:0]") + std::string(12, '\0'), SlotHeader(1));
+  EXPECT_EQ(std::string("[1:-1:2]") + std::string(11, '\0'), SlotHeader(3));
+  // 28, 28, 28 and 16 characters: n + 1 < 31 leaves the last byte a newline.
+  EXPECT_EQ("  " + std::string(28, 'a') + "\n", SlotData(0));
+  EXPECT_EQ("  " + std::string(16, 'a') + std::string(12, '\0') + "\n", SlotData(3));
+  CString back;
+  EXPECT_EQ(4, db.ReadStringSlot(0, back));
+  EXPECT_EQ(CString(hundred.c_str()), back);
+  EXPECT_EQ(4, db.ReadStringSlot(0, back));  // appends
+  EXPECT_EQ(200, back.GetLength());
+
+  EXPECT_EQ(1, db.WriteStringSlot(&slot, CString("ten chars!")));
+  EXPECT_EQ(std::string("[1:-1:-1]") + std::string(10, '\0'), SlotHeader(0));
+  EXPECT_EQ(std::string("[0:-1:-1]") + std::string(10, '\0'), SlotHeader(1));
+  EXPECT_EQ(std::string(30, '\0') + "\n", SlotData(2));
+  // The freed slots come back after the older free ones.
+  std::vector<int> order;
+  for (int i = 0; i < 7; ++i) order.push_back(db.GetNextAvailableSlotIndex());
+  EXPECT_EQ((std::vector<int>{4, 5, 6, 7, 1, 2, 3}), order);
+}
+
+TEST_F(StringDBTest, MultiByteTextRoundTrips) {
+  StringDB db(root_.root(), "texts", 30, 4);
+  int slot = -1;
+  const CString text(u"caf\u00e9 \u20ac \u007f and more text beyond one slot \U0001F600");
+  ASSERT_GT(db.WriteStringSlot(&slot, text), 1);
+  EXPECT_EQ("!:", SlotData(0).substr(0, 2));
+  CString back;
+  ASSERT_GT(db.ReadStringSlot(slot, back), 1);
+  EXPECT_EQ(text, back);
+}
+
+TEST_F(StringDBTest, ReadErrors) {
+  StringDB db(root_.root(), "texts", 30, 4);
+  int slot = -1;
+  ASSERT_EQ(2, db.WriteStringSlot(&slot, CString(std::string(40, 'x').c_str())));
+  CString text;
+  EXPECT_EQ(0, db.ReadStringSlot(1, text));  // the middle of a text
+  EXPECT_EQ(10, db.GetLastDBErrorMsgCode());
+  const int reserved = db.GetNextAvailableSlotIndex();
+  EXPECT_EQ(3, db.GetSlotState(reserved));
+  EXPECT_EQ(0, db.ReadStringSlot(reserved, text));
+  EXPECT_EQ(10, db.GetLastDBErrorMsgCode());
+  EXPECT_TRUE(text.IsEmpty());
+}
+
+TEST_F(StringDBTest, DeleteRules) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  int slot = -1;
+  ASSERT_EQ(3, db.WriteStringSlot(&slot, CString(std::string(60, 'x').c_str())));
+  EXPECT_EQ(0, db.DeleteStringSlot(2, 0));  // the last slot alone is kept
+  EXPECT_EQ(1, db.GetSlotState(2));
+  EXPECT_EQ(3, db.DeleteStringSlot(0, 1));
+  EXPECT_EQ(0, db.GetSlotState(0));
+  EXPECT_EQ(0, db.DeleteStringSlot(0, 1));
+}
+
+TEST_F(StringDBTest, FarIndexGrowsTableButFails) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  int slot = 100;
+  EXPECT_EQ(0, db.WriteStringSlot(&slot, CString("far")));
+  EXPECT_EQ(10, db.GetLastDBErrorMsgCode());
+  EXPECT_EQ(100, db.GetTotalSlotCount());
+  EXPECT_EQ(static_cast<size_t>(20 + 50 * 100), Bytes().size());
+  slot = 105;  // within one growth
+  EXPECT_EQ(1, db.WriteStringSlot(&slot, CString("near")));
+}
+
+TEST_F(StringDBTest, MissingFileReadLeavesHeaderOnlyFile) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  CString text;
+  EXPECT_EQ(0, db.ReadStringSlot(0, text));
+  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
+  EXPECT_EQ(20u, Bytes().size());
+}
+
+TEST_F(StringDBTest, DamagedHeadersFailCleanly) {
+  {
+    StringDB db(root_.root(), "texts", 30, 8);
+    int slot = -1;
+    ASSERT_EQ(3, db.WriteStringSlot(&slot, CString(std::string(60, 'x').c_str())));
+  }
+  std::string bytes = Bytes();
+  // Slot 1 points back at itself.
+  bytes.replace(20 + 50 * 1, 19, std::string("[2:1:1]") + std::string(12, '\0'));
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("texts.sdb"), bytes));
+  StringDB db(root_.root(), "texts", 30, 8);
+  CString text;
+  EXPECT_EQ(0, db.ReadStringSlot(0, text));
+  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
+  // A header with a slot size out of range is refused.
+  bytes.replace(0, 20, std::string("[11:0:3]") + std::string(11, '\0') + "\n");
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("texts.sdb"), bytes));
+  StringDB bad(root_.root(), "texts", 30, 8);
+  EXPECT_EQ(2, bad.openDB(0));
+  bad.closeDB();
+}
+
+TEST_F(StringDBTest, DeletedDatabaseIsMadeAnewByTheNextOpen) {
+  StringDB db(root_.root(), "texts", 30, 8);
+  int slot = -1;
+  ASSERT_EQ(1, db.WriteStringSlot(&slot, CString("x")));
+  db.deleteDB();
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("texts.sdb")));
+  // Opening a deleted database makes its file anew (header only), so a read
+  // finds no slot.
+  CString text;
+  EXPECT_EQ(0, db.ReadStringSlot(0, text));
+  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
+  EXPECT_EQ(20u, Bytes().size());
+  EXPECT_EQ(1, db.IsDBExist());
+}
+
+TEST(StringDBConcurrencyTest, ReservationsFromManyThreadsAreDistinct) {
+  test::TempRoot root;
+  StringDB db(root.root(), "texts", 30, 3);
+  std::vector<std::vector<int>> got(4);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 50; ++i) {
+        int slot = db.GetNextAvailableSlotIndex();
+        got[t].push_back(slot);
+        db.WriteStringSlot(&slot, CString("text"));
+      }
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  std::vector<int> all;
+  for (auto& v : got) all.insert(all.end(), v.begin(), v.end());
+  std::sort(all.begin(), all.end());
+  EXPECT_EQ(all.end(), std::adjacent_find(all.begin(), all.end()));
+  EXPECT_EQ(200, db.GetTotalSlotCount() >= 200 ? 200 : db.GetTotalSlotCount());
+}
+
+}  // namespace
+}  // namespace kordll
