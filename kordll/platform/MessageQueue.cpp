@@ -150,8 +150,15 @@ bool MessageQueue::RunSentLocked(std::unique_lock<std::mutex>& lock) {
     sent_.pop_front();
     lock.unlock();
     // The handler runs without the queue's lock: it may post to this queue
-    // or send to another thread.
-    std::intptr_t result = DispatchMessage(sent->msg);
+    // or send to another thread. A handler that throws still answers its
+    // sender (with 0) before the exception goes on to end this thread.
+    std::intptr_t result = 0;
+    try {
+      result = DispatchMessage(sent->msg);
+    } catch (...) {
+      Complete(sent, 0);
+      throw;
+    }
     Complete(sent, result);
     lock.lock();
     ran = true;

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -239,6 +240,34 @@ TEST(CWndTest, SendToATargetWhoseThreadEndsUnansweredGivesZero) {
   ASSERT_EQ(1, worker->WaitForExit(20000));
   EXPECT_EQ(0u, worker->GetExitCode());
   delete worker;
+}
+
+TEST(CWndTest, SenderIsAnsweredWhenTheHandlerThrows) {
+  class ThrowingWnd : public CWnd {
+   public:
+    intptr_t WindowProc(unsigned, intptr_t, intptr_t) override { throw std::runtime_error("x"); }
+  };
+  class ThrowingOwner : public CWinThread {
+   public:
+    ThrowingOwner() { m_bAutoDelete = 0; }
+    int InitInstance() override {
+      wnd.Create();
+      ready.set_value(wnd.GetSafeHwnd());
+      return 1;
+    }
+    ThrowingWnd wnd;
+    std::promise<HWND> ready;
+  };
+  ThrowingOwner owner;
+  std::future<HWND> hwnd = owner.ready.get_future();
+  ASSERT_EQ(1, owner.CreateThread());
+  intptr_t result = -1;
+  std::thread sender([&] { result = SendMessage(hwnd.get(), 1, 0, 0); });
+  sender.join();
+  EXPECT_EQ(0, result);
+  // The exception ended the owner's thread, and with it the target.
+  ASSERT_EQ(1, owner.WaitForExit(20000));
+  EXPECT_EQ(0, owner.wnd.IsWindow());
 }
 
 TEST(CWndConcurrencyTest, ManySendersPostingAndSendingKeepTheirOrder) {
