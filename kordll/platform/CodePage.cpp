@@ -34,7 +34,7 @@ bool IsUnicodeEncoding(unsigned code_page) {
 }
 
 // Code pages whose ICU name is not "windows-<number>".
-const char* SpecialName(unsigned code_page) {
+const char* ExplicitName(unsigned code_page) {
   switch (code_page) {
     case 65001: return "UTF-8";
     case 65000: return "UTF-7";
@@ -106,8 +106,8 @@ std::string CodePage::ConverterName(unsigned code_page) {
   if (code_page == CP_ACP || code_page == CP_THREAD_ACP) code_page = GetACP();
   if (code_page == CP_OEMCP) code_page = 437;
   if (code_page == CP_MACCP) code_page = 10000;
-  if (const char* special = SpecialName(code_page)) {
-    return Opens(special) ? special : std::string();
+  if (const char* name = ExplicitName(code_page)) {
+    return Opens(name) ? name : std::string();
   }
   // ICU knows most Windows code pages by this alias.
   std::string windows = "windows-" + std::to_string(code_page);

@@ -1,7 +1,7 @@
 // PluginLoader: loads the application's plug-in libraries and runs their
 // entry point.
 //
-// A plug-in is a shared library (named "*.DLL", as the design has it) that
+// A plug-in is a shared library (named "*.DLL" in this family) that
 // lies in the program folder itself (Locations::GetProgramFolder). It is
 // loaded only if the name is a regular file directly in that folder: not a
 // symbolic link, not a file of a sub-folder, nothing reached through "..".

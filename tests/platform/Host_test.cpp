@@ -1,0 +1,286 @@
+#include "kordll/platform/Host.h"
+
+#include <gtest/gtest.h>
+
+#include "kordll/platform/DesktopHost.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/HeadlessHost.h"
+#include "kordll/platform/Locations.h"
+#include "kordll/platform/TestHost.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+using Kind = TestHost::CallKind;
+
+// A dialog handler that closes on a chosen button and remembers what it heard.
+class Handler : public HostDialogHandler {
+ public:
+  explicit Handler(int closing_button, Host* host = nullptr)
+      : closing_button_(closing_button), host_(host) {}
+  bool OnDialogButton(int button, int check, int x, int y) override {
+    heard.push_back(button);
+    checks.push_back(check);
+    // The second button of the talk dialog opens a menu at its corner and
+    // keeps the dialog open.
+    if (button == 2 && host_ != nullptr) menu_answer = host_->TrackPopupMenu({}, 0, x, y, 0);
+    return button == closing_button_;
+  }
+  bool OnDialogCommand(int command, int check) override {
+    heard.push_back(-command);
+    checks.push_back(check);
+    return true;
+  }
+  std::vector<int> heard;
+  std::vector<int> checks;
+  int menu_answer = -1;
+
+ private:
+  int closing_button_;
+  Host* host_;
+};
+
+class Client : public HostProgressClient {
+ public:
+  CString GetProgressCaption() override { return "Working"; }
+  int GetProgressPercentage() override { return 40; }
+  CString GetProgressButtonCaption(int) override { return "Cancel"; }
+  bool IsProgressButtonEnabled(int) override { return true; }
+  void OnProgressButton(int button) override { clicks.push_back(button); }
+  std::vector<int> clicks;
+};
+
+TEST(HostTest, HeadlessIsTheDefaultAndInstallReplacesIt) {
+  Host* initial = Host::Current();
+  ASSERT_NE(initial, nullptr);
+  EXPECT_NE(dynamic_cast<HeadlessHost*>(initial), nullptr);
+  TestHost host;
+  EXPECT_EQ(Host::Install(&host), initial);
+  EXPECT_EQ(Host::Current(), &host);
+  EXPECT_EQ(Host::Install(nullptr), &host);
+  EXPECT_EQ(Host::Current(), initial);
+}
+
+TEST(HostTest, HeadlessAnswersAsAUserWhoClosesEverything) {
+  HeadlessHost host;
+  HostDialog dialog;
+  dialog.checkValue = 1;
+  Handler keeps_open(/*closing_button=*/0);
+  EXPECT_EQ(host.DoModal(dialog, &keeps_open), IDOK);
+  EXPECT_EQ(keeps_open.heard, std::vector<int>{3}) << "the third button, once, even if refused";
+  EXPECT_EQ(keeps_open.checks, std::vector<int>{1});
+  EXPECT_EQ(host.DoModal(dialog, nullptr), 0);
+
+  EXPECT_EQ(host.TrackPopupMenu({HostMenuItem::Command(29301, "Download File")}, 0, 1, 2, 0), 0);
+  CString path("unchanged");
+  EXPECT_EQ(host.GetSaveFileName(HostFileDialog(), &path), IDCANCEL);
+  EXPECT_EQ(path, CString("unchanged"));
+  EXPECT_EQ(host.ShellExecute("open", "https://example.org/", "", "", SW_SHOW), 0);
+  EXPECT_EQ(host.PlaySound("/no/such.wav", SND_FILENAME | SND_ASYNC), 0);
+
+  EXPECT_EQ(host.MessageBox("text", "caption", MB_OK | MB_ICONEXCLAMATION), IDOK);
+  EXPECT_EQ(host.MessageBox("text", "caption", MB_YESNO), IDNO);
+  EXPECT_EQ(host.MessageBox("text", "caption", MB_YESNOCANCEL), IDCANCEL);
+  EXPECT_EQ(host.MessageBox("text", "caption", MB_OKCANCEL), IDCANCEL);
+  EXPECT_EQ(host.MessageBox("text", "caption", MB_ABORTRETRYIGNORE), IDABORT);
+
+  Client client;
+  auto window = host.CreateProgressWindow(&client);
+  ASSERT_NE(window, nullptr);
+  EXPECT_FALSE(window->IsVisible());
+  window->Show();
+  EXPECT_TRUE(window->IsVisible());
+  window->Hide();
+  EXPECT_FALSE(window->IsVisible());
+}
+
+TEST(HostTest, TestHostRecordsCallsAndAnswersItsScript) {
+  TestHost host;
+  host.QueueMenuChoice(29303);
+  host.QueueMessageBoxAnswer(IDYES);
+  host.QueueShellExecuteAnswer(2);
+  host.QueuePlaySoundAnswer(1);
+  host.QueueSaveFile(IDOK, "/tmp/out.mp3");
+
+  std::vector<HostMenuItem> menu = {HostMenuItem::Command(29303, "Cancel Download"),
+                                    HostMenuItem::Separator(),
+                                    HostMenuItem::Command(29305, "Delete Entry")};
+  EXPECT_EQ(host.TrackPopupMenu(menu, TPM_RIGHTALIGN, 10, 20, 77), 29303);
+  EXPECT_EQ(host.TrackPopupMenu(menu, 0, 0, 0, 0), 0) << "script used up: nothing chosen";
+  EXPECT_EQ(host.MessageBox("Error 0x00000001", "Error Loading XML", MB_ICONEXCLAMATION), IDYES);
+  EXPECT_EQ(host.MessageBox("again", "t", MB_OK), IDOK);
+  EXPECT_EQ(host.ShellExecute("open", "/x", "", "", SW_SHOW), 2);
+  EXPECT_EQ(host.PlaySound("a.wav", SND_FILENAME | SND_ASYNC), 1);
+  CString path;
+  HostFileDialog file_dialog;
+  file_dialog.fileName = "song.mp3";
+  file_dialog.flags = OFN_HIDEREADONLY | OFN_OVERWRITEPROMPT;
+  EXPECT_EQ(host.GetSaveFileName(file_dialog, &path), IDOK);
+  EXPECT_EQ(path, CString("/tmp/out.mp3"));
+  host.HideMainWindow();
+
+  std::vector<TestHost::Call> calls = host.calls();
+  ASSERT_EQ(calls.size(), 8u);
+  EXPECT_EQ(calls[0].kind, Kind::kTrackPopupMenu);
+  ASSERT_EQ(calls[0].menu.size(), 3u);
+  EXPECT_TRUE(calls[0].menu[1].separator);
+  EXPECT_EQ(calls[0].menu[2].text, CString("Delete Entry"));
+  EXPECT_EQ(calls[0].flags, TPM_RIGHTALIGN);
+  EXPECT_EQ(calls[0].x, 10);
+  EXPECT_EQ(calls[0].owner, 77);
+  EXPECT_EQ(calls[0].answer, 29303);
+  EXPECT_EQ(calls[2].kind, Kind::kMessageBox);
+  EXPECT_EQ(calls[2].caption, CString("Error Loading XML"));
+  EXPECT_EQ(calls[2].flags, MB_ICONEXCLAMATION);
+  EXPECT_EQ(calls[4].text, CString("/x"));
+  EXPECT_EQ(calls[4].caption, CString("open"));
+  EXPECT_EQ(calls[5].flags, SND_FILENAME | SND_ASYNC);
+  EXPECT_EQ(calls[6].fileDialog.fileName, CString("song.mp3"));
+  EXPECT_EQ(calls[7].kind, Kind::kHideMainWindow);
+  EXPECT_EQ(host.CountOf(Kind::kMessageBox), 2);
+  host.ClearCalls();
+  EXPECT_TRUE(host.calls().empty());
+}
+
+TEST(HostTest, TestHostDialogsFollowTheScriptUntilTheHandlerCloses) {
+  TestHost host;
+  host.QueueMenuChoice(29753);
+  host.QueueDialog({TestHost::Press(2), TestHost::PressWithCheck(1, 1), TestHost::Press(3)});
+  HostDialog dialog;
+  dialog.title = "System Talks :: Downloaded";
+  dialog.text = "Downloaded : a.mp3";
+  dialog.checkText = "Do not ask again";
+  Handler handler(/*closing_button=*/1, &host);
+  EXPECT_EQ(host.DoModal(dialog, &handler), IDOK);
+  EXPECT_EQ(handler.heard, (std::vector<int>{2, 1})) << "the press after closing is not made";
+  EXPECT_EQ(handler.checks, (std::vector<int>{0, 1}));
+  EXPECT_EQ(handler.menu_answer, 29753);
+
+  // The dialog is recorded before the menu its second button opened.
+  std::vector<TestHost::Call> calls = host.calls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0].kind, Kind::kDoModal);
+  EXPECT_EQ(calls[0].caption, CString("System Talks :: Downloaded"));
+  EXPECT_EQ(calls[0].dialog.checkText, CString("Do not ask again"));
+  ASSERT_EQ(calls[0].presses.size(), 2u);
+  EXPECT_EQ(calls[1].kind, Kind::kTrackPopupMenu);
+
+  // A command of the application's range.
+  host.QueueDialog({TestHost::ChooseCommand(30001)});
+  Handler second(/*closing_button=*/3);
+  host.DoModal(dialog, &second);
+  EXPECT_EQ(second.heard, std::vector<int>{-30001});
+
+  // Without a script, or with one that leaves it open, the third button
+  // closes it, so no test can hang in a dialog.
+  Handler stubborn(/*closing_button=*/0);
+  host.QueueDialog({TestHost::Press(2)});
+  host.DoModal(dialog, &stubborn);
+  EXPECT_EQ(stubborn.heard, (std::vector<int>{2, 3}));
+}
+
+TEST(HostTest, TestHostProgressWindows) {
+  TestHost host;
+  Client client;
+  auto window = host.CreateProgressWindow(&client);
+  ASSERT_NE(window, nullptr);
+  EXPECT_EQ(host.ProgressWindowCount(), 1);
+  window->Show();
+  EXPECT_TRUE(window->IsVisible());
+  EXPECT_TRUE(host.IsProgressWindowVisible(0));
+  window->Invalidate(ProgressPart::kBar);
+  EXPECT_TRUE(host.ClickProgressButton(0, 1));
+  EXPECT_EQ(client.clicks, std::vector<int>{1});
+  window->Hide();
+  EXPECT_FALSE(host.IsProgressWindowVisible(0));
+  window.reset();
+  EXPECT_FALSE(host.IsProgressWindowAlive(0));
+  EXPECT_FALSE(host.ClickProgressButton(0, 1)) << "a destroyed window takes no clicks";
+  EXPECT_EQ(client.clicks.size(), 1u);
+
+  auto invalidate = host.LastOf(Kind::kProgressInvalidate);
+  ASSERT_TRUE(invalidate.has_value());
+  EXPECT_EQ(invalidate->part, ProgressPart::kBar);
+  EXPECT_EQ(host.CountOf(Kind::kProgressShow), 1);
+  EXPECT_EQ(host.CountOf(Kind::kProgressHide), 1);
+  EXPECT_EQ(host.CountOf(Kind::kProgressDestroy), 1);
+
+  host.SetProgressWindowsFail(true);
+  EXPECT_EQ(host.CreateProgressWindow(&client), nullptr);
+  EXPECT_EQ(host.ProgressWindowCount(), 1);
+}
+
+// ---- DesktopHost ---------------------------------------------------------------
+
+class DesktopHostTest : public test::TempRootTest {
+ protected:
+  CString Download(const char* name) { return root_.DownloadFolder() + "/" + name; }
+};
+
+TEST_F(DesktopHostTest, OnlyWebAddressesAndTheDownloadFolderOpen) {
+  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.DownloadFolder()), 1);
+  ASSERT_EQ(FileSystem::WriteWholeFile(Download("a.mp3"), "x"), 1);
+  intptr_t answer = 0;
+  EXPECT_EQ(DesktopHost::OpenableTarget("https://example.org/feed?a=1", &answer),
+            CString("https://example.org/feed?a=1"));
+  EXPECT_EQ(answer, 42);
+  EXPECT_EQ(DesktopHost::OpenableTarget("HTTP://example.org/", &answer),
+            CString("HTTP://example.org/"));
+  EXPECT_EQ(DesktopHost::OpenableTarget(Download("a.mp3"), &answer), Download("a.mp3"));
+  EXPECT_EQ(DesktopHost::OpenableTarget("a.mp3", &answer), Download("a.mp3"));
+  EXPECT_EQ(DesktopHost::OpenableTarget("C:\\Tidrel Downloads\\a.mp3", &answer),
+            Download("a.mp3"));
+  EXPECT_EQ(DesktopHost::OpenableTarget(root_.DownloadFolder(), &answer), root_.DownloadFolder())
+      << "the folder itself opens (\"Open Tidrel Downloads Folder\")";
+
+  // Never handed on; other schemes read as names inside the download folder,
+  // where no such file exists.
+  for (const char* refused : {"file:///etc/passwd", "javascript:alert(1)", "ftp://example.org/",
+                              "-h", "https://example.org/\n--help", ""}) {
+    EXPECT_TRUE(DesktopHost::OpenableTarget(refused, &answer).IsEmpty()) << refused;
+    EXPECT_NE(answer, 42) << refused;
+  }
+  for (const char* outside : {"/etc/passwd", "../config/registry.sqlite3", "C:\\Windows\\x"}) {
+    EXPECT_TRUE(DesktopHost::OpenableTarget(outside, &answer).IsEmpty()) << outside;
+    EXPECT_EQ(answer, SE_ERR_ACCESSDENIED) << outside;
+  }
+  EXPECT_TRUE(DesktopHost::OpenableTarget(Download("../data/x"), &answer).IsEmpty());
+  EXPECT_TRUE(DesktopHost::OpenableTarget(Download("missing.mp3"), &answer).IsEmpty());
+  EXPECT_EQ(answer, SE_ERR_FNF);
+}
+
+TEST_F(DesktopHostTest, StartsTheOpenerWithoutWaiting) {
+  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.DownloadFolder()), 1);
+  DesktopHost host("/bin/true");
+  EXPECT_EQ(host.ShellExecute("open", "https://example.org/", "", "", SW_SHOW), 42);
+  EXPECT_EQ(host.ShellExecute("", root_.DownloadFolder(), "", "", SW_SHOW), 42);
+  EXPECT_EQ(host.ShellExecute("print", "https://example.org/", "", "", SW_SHOW), SE_ERR_NOASSOC);
+  EXPECT_EQ(host.ShellExecute("open", "/etc/passwd", "", "", SW_SHOW), SE_ERR_ACCESSDENIED);
+  DesktopHost missing("/no/such/opener");
+  EXPECT_EQ(missing.ShellExecute("open", "https://example.org/", "", "", SW_SHOW),
+            SE_ERR_NOASSOC);
+  // The other calls stay headless.
+  EXPECT_EQ(host.TrackPopupMenu({HostMenuItem::Command(1, "x")}, 0, 0, 0, 0), 0);
+}
+
+TEST_F(DesktopHostTest, PlaysWithTheFirstPlayerFound) {
+  ASSERT_EQ(FileSystem::WriteWholeFile(root_.Path("ding.wav"), "RIFF"), 1);
+  Locations::SetVariableForTesting("PATH", CString("/usr/bin:/bin"));
+  EXPECT_FALSE(DesktopHost::FindProgram("true").IsEmpty());
+  EXPECT_TRUE(DesktopHost::FindProgram("no-such-player-here").IsEmpty());
+
+  DesktopHost works("xdg-open", {"no-such-player-here", "true"});
+  EXPECT_EQ(works.PlaySound(root_.Path("ding.wav"), SND_FILENAME), 1);
+  EXPECT_EQ(works.PlaySound(root_.Path("ding.wav"), SND_FILENAME | SND_ASYNC), 1);
+  EXPECT_EQ(works.PlaySound(root_.Path("missing.wav"), SND_FILENAME), 0);
+  EXPECT_EQ(works.PlaySound(root_.root(), SND_FILENAME), 0) << "a folder is no sound";
+  DesktopHost fails("xdg-open", {"false"});
+  EXPECT_EQ(fails.PlaySound(root_.Path("ding.wav"), SND_FILENAME), 0)
+      << "a player that fails, waited for, answers 0";
+  DesktopHost none("xdg-open", {"no-such-player-here"});
+  EXPECT_EQ(none.PlaySound(root_.Path("ding.wav"), SND_FILENAME | SND_ASYNC), 0);
+}
+
+}  // namespace
+}  // namespace kordll
