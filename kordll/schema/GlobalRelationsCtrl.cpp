@@ -11,6 +11,7 @@
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/schema/Relation.h"
+#include "kordll/toolkit/PrintTemplate.h"
 
 namespace kordll {
 
@@ -24,6 +25,20 @@ class GlobalRelationsCtrl::CatalogueEntryPoints : public RelationsEntryPoints {
   RGDBTemplate* GetRGDBTemplate(int relation) override {
     const Relation* found = owner_->GetRelation(relation);
     return found ? found->GetRGDBTemplate() : nullptr;
+  }
+
+  PrintTemplate* DecorateFocusable(Focusable* record, int escape) override {
+    const Relation* found = RelationOf(record);
+    return found ? found->DecorateFocusable(record, escape) : nullptr;
+  }
+
+  PrintTemplate* PrintFocusableBackup(Focusable* record) override {
+    const Relation* found = RelationOf(record);
+    return found ? found->PrintFocusableBackup(record) : nullptr;
+  }
+
+  int AddPrintTemplateAttribute(PrintTemplate* printed, CString name, CString value) override {
+    return printed ? printed->SetAttribute(name, value) : 0;
   }
 
  private:

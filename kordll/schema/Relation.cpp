@@ -1,11 +1,89 @@
 #include "kordll/schema/Relation.h"
 
 #include "kordll/platform/CRuntime.h"
+#include "kordll/record/AZeusDB.h"
 #include "kordll/record/FieldInfo.h"
+#include "kordll/record/Focusable.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/RGDBTemplate.h"
+#include "kordll/toolkit/KorlanDateTime.h"
+#include "kordll/toolkit/PrintTemplate.h"
 
 namespace kordll {
+
+namespace {
+
+// Relations whose decorated GUID carries the originating controller id.
+bool IsGuidPrefixedRelation(int relation) {
+  return relation == 4 || relation == 11 || relation == 25 || relation == 26;
+}
+
+// The relation whose int fields are backed up as stored text: the pointer
+// record of a link, whose ints are copied from another record's header.
+constexpr int kLinkRelation = 8;
+// The post relation whose field 15 holds "URL|length|MIME type".
+constexpr int kPostRelation = 4;
+constexpr int kEnclosureField = 15;
+// The file relation whose fields 10 and 11 are byte counts.
+constexpr int kFileRelation = 18;
+
+const CString kCDataOpen(u"<![CDATA[");
+const CString kCDataClose(u"]]>");
+
+// Brings the record's body in for printing. Returns false when it cannot be
+// read. *release is set when this call took a reservation that it must give
+// back, which is only done when somebody else already held the record (a
+// body user, a controller holding the header, or the controller it came
+// from): the release that leaves a record nobody holds deletes it, and the
+// caller of a print goes on using the record afterwards. A record nobody
+// held stays loaded and reserved; it belongs to its creator, who deletes it
+// directly.
+bool LoadForPrint(Focusable* record, bool* release) {
+  *release = false;
+  if (record->IsFullyLoaded(0)) return true;
+  const bool heldBefore = record->IsInUse() != 0 || record->GetOriginedResourceControllerID() != -1;
+  if (!record->LoadFocusable(nullptr)) return false;
+  *release = heldBefore;
+  return true;
+}
+
+// Splits at the first two "|": URL, length, and the rest as MIME type.
+// Empty parts stay (an empty URL part must be seen as empty).
+void SplitEnclosure(const CString& value, CString* url, CString* length, CString* type) {
+  *url = value;
+  length->Empty();
+  type->Empty();
+  const int first = value.Find(u'|');
+  if (first < 0) return;
+  *url = value.Left(first);
+  const int second = value.Find(u'|', first + 1);
+  if (second < 0) {
+    *length = value.Mid(first + 1);
+    return;
+  }
+  *length = value.Mid(first + 1, second - first - 1);
+  *type = value.Mid(second + 1);
+}
+
+// Makes a decorated value safe for XML (see DecorateFocusable).
+CString EscapeDecoratedValue(CString value, int cdata) {
+  if (value.Find(kCDataOpen) < 0) {
+    if (cdata) return kCDataOpen + value + kCDataClose;
+    value.Replace(CString(u"&"), CString(u"&amp;"));
+    value.Replace(CString(u"<"), CString(u"&lt;"));
+    value.Replace(CString(u">"), CString(u"&gt;"));
+    return value;
+  }
+  // The value already carries a CDATA section (text that was decorated once
+  // before): a CDATA field ends up with exactly one section around all of
+  // it; any other field is left as it is.
+  if (!cdata) return value;
+  value.Replace(kCDataOpen, CString());
+  value.Replace(kCDataClose, CString());
+  return kCDataOpen + value + kCDataClose;
+}
+
+}  // namespace
 
 Relation::Relation(CString name) : name_(name) {}
 
@@ -71,6 +149,103 @@ CString Relation::FormatByteSize(long long bytes) {
   const long long kilobytes = bytes / 1024;
   if (kilobytes == 0) return CString();
   return CString::Formatted("%d KBs", kilobytes);
+}
+
+PrintTemplate* Relation::PrintFocusableBackup(Focusable* record) const {
+  if (record == nullptr) return nullptr;
+  bool release = false;
+  if (!LoadForPrint(record, &release)) return nullptr;
+
+  PrintTemplate* printed = PrintTemplate::GeneratePrintTemplate(CString::Formatted("R%d", id_));
+  if (printed != nullptr) {
+    const int count = layout_ ? layout_->GetFieldCount() : 0;
+    for (int index = 0; index < count; ++index) {
+      const FieldInfo* field = layout_->GetField(index);
+      if (field == nullptr) continue;
+      const int fieldId = field->id;
+      CString value;
+      if (id_ != kLinkRelation && field->type == Item::kTypeInt) {
+        value = CString::Formatted("%d", record->GetFieldInt(fieldId));
+      } else {
+        value = record->GetFieldString(fieldId, 1);
+      }
+      if (index == 0) value = record->GetGUID();
+      if (value.IsEmpty()) continue;
+      // Only the angle brackets are escaped: a backup has always kept "&"
+      // as it is, and readers of backups expect that.
+      value.Replace(CString(u"<"), CString(u"&lt;"));
+      value.Replace(CString(u">"), CString(u"&gt;"));
+      printed->AddTag(CString::Formatted("%d:%d", field->type, fieldId), value, 0);
+    }
+    AZeusDB* db = record->GetDB();
+    if (db != nullptr) {
+      printed->AddTag(CString(u"SysGUID"),
+                      CString::Formatted("%d:%d", db->GetDBID(), record->GetDBSlotIndex()), 0);
+    }
+  }
+  if (release) record->Release();
+  return printed;
+}
+
+PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const {
+  if (record == nullptr) return nullptr;
+  bool release = false;
+  if (!LoadForPrint(record, &release)) return nullptr;
+
+  PrintTemplate* printed = PrintTemplate::GeneratePrintTemplate(name_);
+  if (printed != nullptr) {
+    const int count = layout_ ? layout_->GetFieldCount() : 0;
+    for (int index = 0; index < count; ++index) {
+      const FieldInfo* field = layout_->GetField(index);
+      if (field == nullptr || field->decoration.IsEmpty()) continue;
+      const int fieldId = field->id;
+      CString value;
+      if (field->type == Item::kTypeDate) {
+        value = KorlanDateTime::GetAgo_COleDateTime(record->GetFieldDate(fieldId), 0, 1, 0, 1);
+      } else if (field->type == Item::kTypeInt) {
+        value = CString::Formatted("%d", record->GetFieldInt(fieldId));
+      } else {
+        value = record->GetFieldString(fieldId, 0);
+      }
+      if (index == 0) {
+        value = record->GetGUID();
+        if (IsGuidPrefixedRelation(id_)) {
+          value = CString::Formatted("%d:", record->GetOriginedResourceControllerID()) + value;
+        }
+      }
+      if (value.IsEmpty()) continue;
+
+      if (id_ == kPostRelation && fieldId == kEnclosureField) {
+        CString url, length, type;
+        SplitEnclosure(value, &url, &length, &type);
+        if (url.IsEmpty()) continue;
+        PrintTemplate* enclosure = PrintTemplate::GeneratePrintTemplate(CString(u"enclosure"));
+        if (enclosure == nullptr) continue;
+        enclosure->AddTag(CString(u"link"), url, 0);
+        const CString size = FormatByteSize(_wtoi64(length));
+        if (!size.IsEmpty()) enclosure->AddTag(CString(u"size"), size, 0);
+        if (!type.IsEmpty()) enclosure->AddTag(CString(u"type"), type, 0);
+        if (!printed->AddPrintTemplate(enclosure)) delete enclosure;
+        continue;
+      }
+      if (id_ == kFileRelation && (fieldId == 10 || fieldId == 11)) {
+        const CString size = FormatByteSize(record->GetFieldInt(fieldId));
+        if (!size.IsEmpty()) printed->AddTag(field->decoration, size, 0);
+        continue;
+      }
+      if (escape) value = EscapeDecoratedValue(value, field->cdata);
+      printed->AddTag(field->decoration, value, 0);
+    }
+
+    const int status = record->GetFocusableStatus();
+    printed->SetAttribute(CString(u"read"), CString((status & 0x01) ? "true" : "false"));
+    printed->SetAttribute(CString(u"trashed"), CString((status & 0x10) ? "true" : "false"));
+    printed->SetAttribute(CString(u"deleted"),
+                          CString(record->IsFocusableDeleted() ? "true" : "false"));
+    printed->SetAttribute_wInt(CString(u"statusvalue"), status);
+  }
+  if (release) record->Release();
+  return printed;
 }
 
 }  // namespace kordll
