@@ -154,6 +154,34 @@ void StoreOut(T** out, T* value) {
 
 CString FormatDate(const COleDateTime& value) { return value.Format(); }
 
+// The value of a node found by a path: its first text child. Elements and
+// attributes have one; other kinds of node have none.
+int ReadFirstText(IXMLDOMNode* found, CString& out) {
+  out.Empty();
+  if (found == nullptr) return 0;
+  xmlNode* node = found->node();
+  if (node->type != XML_ELEMENT_NODE && node->type != XML_ATTRIBUTE_NODE) return 0;
+  for (xmlNode* child = node->children; child != nullptr; child = child->next) {
+    if (child->type == XML_TEXT_NODE) {
+      if (child->content != nullptr) {
+        out = CString::FromUtf8(reinterpret_cast<const char*>(child->content));
+      }
+      return 1;
+    }
+  }
+  return 0;
+}
+
+// The conversions of the typed readers.
+void Convert(const CString& text, int& out) { out = _wtoi(text); }
+void Convert(const CString& text, long& out) { out = static_cast<long>(_wtoi64(text)); }
+void Convert(const CString& text, float& out) { out = static_cast<float>(_wtof(text)); }
+void Convert(const CString& text, double& out) { out = _wtof(text); }
+// The date reader's own success is not looked at.
+void Convert(const CString& text, COleDateTime& out) {
+  out.ParseDateTime(text, 0, LANG_USER_DEFAULT);
+}
+
 }  // namespace
 
 CXMLFile::CXMLFile(const CXMLFile& other) : document_(other.document_) {
@@ -331,7 +359,7 @@ int CXMLFile::GetPathedNodeWithText(const CString& path, const CString& text, IX
   IXMLDOMNode* node = nullptr;
   while (list->nextNode(&node)) {
     CString value;
-    if (GetNodeValue(node->AsElement(), value) && value == text) {
+    if (ReadFirstText(node, value) && value == text) {
       StoreOut(out, node);
       result = 1;
       break;
@@ -347,7 +375,7 @@ int CXMLFile::GetSingleNodeValue(IXMLDOMNode* node, const CString& path, CString
   out.Empty();
   IXMLDOMNode* found = nullptr;
   if (!GetOneNamedNode(node, path, &found)) return 0;
-  int result = GetNodeValue(found->AsElement(), out);
+  int result = ReadFirstText(found, out);
   found->Release();
   return result;
 }
@@ -367,54 +395,44 @@ int CXMLFile::GetAttributeValue(IXMLDOMElement* element, const CString& name, CS
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, CString& out) {
-  out.Empty();
-  if (element == nullptr) return 0;
   // Only the first text child counts: CDATA sections and elements are
   // passed over.
-  for (xmlNode* child = element->node()->children; child != nullptr; child = child->next) {
-    if (child->type == XML_TEXT_NODE) {
-      if (child->content != nullptr) {
-        out = CString::FromUtf8(reinterpret_cast<const char*>(child->content));
-      }
-      return 1;
-    }
-  }
-  return 0;
+  return ReadFirstText(element, out);
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, int& out) {
   CString text;
   int result = GetNodeValue(element, text);
-  out = _wtoi(text);
+  Convert(text, out);
   return result;
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, long& out) {
   CString text;
   int result = GetNodeValue(element, text);
-  out = static_cast<long>(_wtoi64(text));
+  Convert(text, out);
   return result;
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, float& out) {
   CString text;
   int result = GetNodeValue(element, text);
-  out = static_cast<float>(_wtof(text));
+  Convert(text, out);
   return result;
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, double& out) {
   CString text;
   int result = GetNodeValue(element, text);
-  out = _wtof(text);
+  Convert(text, out);
   return result;
 }
 
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, COleDateTime& out) {
   CString text;
-  int result = GetNodeValue(element, text);
   // The answer is that of reading the text, whatever the date reader says.
-  out.ParseDateTime(text, 0, LANG_USER_DEFAULT);
+  int result = GetNodeValue(element, text);
+  Convert(text, out);
   return result;
 }
 
@@ -422,7 +440,7 @@ int CXMLFile::GetChildNodeValue(IXMLDOMElement* element, const CString& path, CS
   out.Empty();
   IXMLDOMNode* found = nullptr;
   if (!GetOneNamedNode(element, path, &found)) return 0;
-  int result = GetNodeValue(found->AsElement(), out);
+  int result = ReadFirstText(found, out);
   found->Release();
   return result;
 }
@@ -431,11 +449,12 @@ namespace {
 
 template <class T>
 int ChildValue(CXMLFile& xml, IXMLDOMElement* element, const CString& path, T& out) {
-  CString text;
   IXMLDOMNode* found = nullptr;
   if (!xml.GetOneNamedNode(element, path, &found)) return 0;
-  int result = xml.GetNodeValue(found->AsElement(), out);
+  CString text;
+  int result = ReadFirstText(found, text);
   found->Release();
+  Convert(text, out);
   return result;
 }
 

@@ -93,7 +93,8 @@ class CXMLFile {
   // equals `text`, case-sensitively.
   int GetPathedNodeWithText(const CString& path, const CString& text, IXMLDOMNode** out);
   // Clears `out`, then reads the value of the first match of `path` below
-  // `node` (or the root element).
+  // `node` (or the root element). The value of a match is its first text
+  // child, as GetNodeValue reads it; a matched attribute gives its text.
   int GetSingleNodeValue(IXMLDOMNode* node, const CString& path, CString& out);
   int GetSingleNodeValue(const CString& path, CString& out);
 

@@ -300,6 +300,11 @@ TEST_F(CXMLFileTest, AttributesReadAndMissingLeavesTheOutputAlone) {
   value = CString("keep");
   EXPECT_EQ(0, xml.GetAttributeValue(root, CString("y"), value));
   EXPECT_EQ(CString("keep"), value);
+  // A path to an attribute reads its text too.
+  EXPECT_EQ(1, xml.GetSingleNodeValue(CString("@x"), value));
+  EXPECT_EQ(CString("1 & 2"), value);
+  EXPECT_EQ(1, xml.GetSingleNodeValue(CString("@empty"), value));
+  EXPECT_EQ(CString(), value);
 }
 
 // --- Finding nodes ------------------------------------------------------------------
