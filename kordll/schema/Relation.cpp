@@ -27,8 +27,8 @@ constexpr int kEnclosureField = 15;
 // The file relation whose fields 10 and 11 are byte counts.
 constexpr int kFileRelation = 18;
 
-const CString kCDataOpen(u"<![CDATA[");
-const CString kCDataClose(u"]]>");
+constexpr char16_t kCDataOpen[] = u"<![CDATA[";
+constexpr char16_t kCDataClose[] = u"]]>";
 
 // Brings the record's body in for printing. Returns false when it cannot be
 // read. *release is set when this call took a reservation that it must give
@@ -67,7 +67,7 @@ void SplitEnclosure(const CString& value, CString* url, CString* length, CString
 
 // Makes a decorated value safe for XML (see DecorateFocusable).
 CString EscapeDecoratedValue(CString value, int cdata) {
-  if (value.Find(kCDataOpen) < 0) {
+  if (value.Find(CString(kCDataOpen)) < 0) {
     if (cdata) return kCDataOpen + value + kCDataClose;
     value.Replace(CString(u"&"), CString(u"&amp;"));
     value.Replace(CString(u"<"), CString(u"&lt;"));
@@ -78,8 +78,8 @@ CString EscapeDecoratedValue(CString value, int cdata) {
   // before): a CDATA field ends up with exactly one section around all of
   // it; any other field is left as it is.
   if (!cdata) return value;
-  value.Replace(kCDataOpen, CString());
-  value.Replace(kCDataClose, CString());
+  value.Replace(CString(kCDataOpen), CString());
+  value.Replace(CString(kCDataClose), CString());
   return kCDataOpen + value + kCDataClose;
 }
 
@@ -229,7 +229,9 @@ PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const 
         continue;
       }
       if (id_ == kFileRelation && (fieldId == 10 || fieldId == 11)) {
-        const CString size = FormatByteSize(record->GetFieldInt(fieldId));
+        // Read from the text, so that a size beyond the int range (a file
+        // of several gigabytes) keeps its value.
+        const CString size = FormatByteSize(_wtoi64(record->GetFieldString(fieldId, 0)));
         if (!size.IsEmpty()) printed->AddTag(field->decoration, size, 0);
         continue;
       }

@@ -201,6 +201,12 @@ TEST_F(RelationPrintTest, FileSizesPrintAsKilobytesOrMegabytesOrNothing) {
   EXPECT_EQ(TagValue(printed.get(), "folderid"), "0");
   EXPECT_EQ(TagValue(printed.get(), "filesavename"), "a&amp;b.mp3");
   EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "34");
+
+  // A size stored beyond the int range keeps its value.
+  file.SetValue_wStr(10, 0, CString("3000000000"));
+  Printed big(Rel(18)->DecorateFocusable(&file, 1));
+  ASSERT_NE(big, nullptr);
+  EXPECT_EQ(TagValue(big.get(), "filesize"), "2861.0 MBs");
 }
 
 TEST_F(RelationPrintTest, BackupPrintsEveryFieldByTypeAndId) {
