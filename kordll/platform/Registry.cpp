@@ -170,6 +170,13 @@ void DescendantRange(const std::u16string& folded, std::string* low, std::string
   *high = BigEndian(folded + u']');  // ']' is the unit after '\'
 }
 
+// Whether the tables are the ones this code reads.
+bool HasOurTables(sqlite3* db) {
+  Statement keys(db, "SELECT hive, folded, name FROM reg_key LIMIT 0");
+  Statement values(db, "SELECT hive, key, folded, name, type, data FROM reg_value LIMIT 0");
+  return keys.ok() && values.ok();
+}
+
 bool IsDamagedCode(int rc) {
   rc &= 0xFF;
   return rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT;
@@ -324,24 +331,11 @@ Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
   sqlite3_extended_result_codes(db_, 0);
   sqlite3_busy_timeout(db_, kBusyTimeoutMs);
 
-  // journal_mode answers a row; the first read of a file that is not a
-  // database fails here with SQLITE_NOTADB.
-  {
-    sqlite3_stmt* stmt = nullptr;
-    rc = sqlite3_prepare_v2(db_, "PRAGMA journal_mode=WAL", -1, &stmt, nullptr);
-    if (rc == SQLITE_OK) {
-      rc = sqlite3_step(stmt);
-      if (rc == SQLITE_ROW || rc == SQLITE_DONE) rc = SQLITE_OK;
-    }
-    sqlite3_finalize(stmt);
-    if (rc != SQLITE_OK) return fail(sqlite3_errcode(db_));
-  }
-  if (sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) {
-    return fail(sqlite3_errcode(db_));
-  }
-
-  // A damaged page anywhere makes the file unusable for settings that must
-  // be trusted; the registry is small, so the check is cheap.
+  // Nothing below changes the file before it is known to be a registry, so
+  // that a file set aside keeps its bytes. A damaged page anywhere makes the
+  // file unusable for settings that must be trusted (the registry is small,
+  // so the check is cheap); a file that is no database fails here with
+  // SQLITE_NOTADB.
   {
     Statement check(db_, "PRAGMA quick_check");
     if (!check.ok()) return fail(sqlite3_errcode(db_));
@@ -363,6 +357,27 @@ Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
       if (count.Step() == SQLITE_ROW) tables = static_cast<int>(count.Int(0));
     }
     if (tables != 0) return fail(SQLITE_NOTADB);  // someone else's database
+  } else if (version != kSchemaVersion) {
+    return fail(version < 0 ? sqlite3_errcode(db_) : SQLITE_NOTADB);
+  } else if (!HasOurTables(db_)) {
+    return fail(SQLITE_NOTADB);
+  }
+  // journal_mode answers a row.
+  {
+    sqlite3_stmt* stmt = nullptr;
+    rc = sqlite3_prepare_v2(db_, "PRAGMA journal_mode=WAL", -1, &stmt, nullptr);
+    if (rc == SQLITE_OK) {
+      rc = sqlite3_step(stmt);
+      if (rc == SQLITE_ROW || rc == SQLITE_DONE) rc = SQLITE_OK;
+    }
+    sqlite3_finalize(stmt);
+    if (rc != SQLITE_OK) return fail(sqlite3_errcode(db_));
+  }
+  if (sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) {
+    return fail(sqlite3_errcode(db_));
+  }
+
+  if (version == 0) {
     bool made = InTransaction(db_, [&] {
                   return Exec(db_, kSchemaSql) ? ERROR_SUCCESS : ERROR_REGISTRY_IO_FAILED;
                 }) == ERROR_SUCCESS;
@@ -371,15 +386,8 @@ Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
       Statement v(db_, "PRAGMA user_version");
       if (v.Step() != SQLITE_ROW || v.Int(0) != kSchemaVersion) return fail(sqlite3_errcode(db_));
     }
-  } else if (version != kSchemaVersion) {
-    return fail(version < 0 ? sqlite3_errcode(db_) : SQLITE_NOTADB);
   }
-  // The tables must be the ones this code reads.
-  {
-    Statement keys(db_, "SELECT hive, folded, name FROM reg_key LIMIT 0");
-    Statement values(db_, "SELECT hive, key, folded, name, type, data FROM reg_value LIMIT 0");
-    if (!keys.ok() || !values.ok()) return fail(SQLITE_NOTADB);
-  }
+  if (!HasOurTables(db_)) return fail(SQLITE_NOTADB);
   file_path_ = path;
   in_memory_ = false;
   return OpenOutcome::kOpen;

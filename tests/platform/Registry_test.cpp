@@ -1,6 +1,7 @@
 #include "kordll/platform/Registry.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <string>
 
@@ -219,6 +220,26 @@ TEST_F(RegistryTest, GarbageFileIsSetAsideAndTheHostHears) {
   EXPECT_EQ(third.set_aside_path(), folder_ + "/registry.sqlite3.damaged-2");
   ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
   EXPECT_EQ(kept, garbage);
+}
+
+TEST_F(RegistryTest, AnotherProgramsDatabaseIsSetAsideUnchanged) {
+  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.ProfileFolder()), 1);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(RegistryFile().ToUtf8().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(x); INSERT INTO notes VALUES(1);", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  std::string before;
+  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &before), 1);
+
+  Registry r(folder_);
+  ASSERT_FALSE(r.set_aside_path().empty());
+  std::string kept;
+  ASSERT_EQ(FileSystem::ReadWholeFile(CString::FromUtf8(r.set_aside_path()), &kept), 1);
+  EXPECT_EQ(kept, before) << "not even switched to another journal mode";
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+  EXPECT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
 }
 
 TEST_F(RegistryTest, DamagedPagesInsideARealRegistryAreDetected) {
