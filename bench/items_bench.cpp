@@ -71,10 +71,18 @@ void BM_ItemsPoolVsHeap(benchmark::State& state) {
   state.SetLabel("ratio vs new/delete: " + std::to_string(ratio));
 }
 
-BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::IntItem)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::DoubleItem)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::DateItem)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::BoolItem)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::IntItem)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::DoubleItem)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::DateItem)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_ItemsPoolVsHeap, kordll::BoolItem)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 // Reuse in a steady state: a window of live items where the oldest is freed
 // as a new one is made, so that every allocation comes from the free list.

@@ -52,17 +52,28 @@ int RankMode() {
 // The tag field of a relation, or -1.
 int TagField(int relation) {
   switch (relation) {
-    case 2: return 20;
-    case 4: return 16;
-    case 7: return 17;
-    case 11: return 19;
-    case 18: return 13;
-    case 23: return 11;
-    case 25: return 9;
-    case 26: return 19;
-    case 27: return 20;
-    case 30: return 5;
-    default: return -1;
+    case 2:
+      return 20;
+    case 4:
+      return 16;
+    case 7:
+      return 17;
+    case 11:
+      return 19;
+    case 18:
+      return 13;
+    case 23:
+      return 11;
+    case 25:
+      return 9;
+    case 26:
+      return 19;
+    case 27:
+      return 20;
+    case 30:
+      return 5;
+    default:
+      return -1;
   }
 }
 
@@ -200,8 +211,7 @@ PrintTemplate* Focusable::DecorateFocusable(int escape) {
     default:
       return printed;  // other rank modes add nothing
   }
-  RelationsEntryPoints::Get()->AddPrintTemplateAttribute(printed, CString(u"postranklevel"),
-                                                          level);
+  RelationsEntryPoints::Get()->AddPrintTemplateAttribute(printed, CString(u"postranklevel"), level);
   return printed;
 }
 
@@ -232,8 +242,7 @@ int Focusable::DeleteFocusable() {
   CSingleLock hold(impl_->lock);
   // A record that was never stored has no slot to free: the store must not
   // be asked to delete slot -1.
-  if (impl_->slotIndex >= 0 &&
-      impl_->database->deleteFocusableSlot(this, nullptr, nullptr) != 1) {
+  if (impl_->slotIndex >= 0 && impl_->database->deleteFocusableSlot(this, nullptr, nullptr) != 1) {
     return 0;
   }
   impl_->database = nullptr;
@@ -377,12 +386,18 @@ int Focusable::BroadCastUpdate(int post, int message) {
 int Focusable::GetFlagImage() {
   switch (FirstBitOf(GetFocusableStatus(), {kStatusRank256, kStatusRank512, kStatusRank1024,
                                             kStatusRank2048, kStatusFlagged})) {
-    case kStatusRank256: return 13;
-    case kStatusRank512: return 14;
-    case kStatusRank1024: return 16;
-    case kStatusRank2048: return 17;
-    case kStatusFlagged: return 8;
-    default: return -1;
+    case kStatusRank256:
+      return 13;
+    case kStatusRank512:
+      return 14;
+    case kStatusRank1024:
+      return 16;
+    case kStatusRank2048:
+      return 17;
+    case kStatusFlagged:
+      return 8;
+    default:
+      return -1;
   }
 }
 
@@ -397,8 +412,18 @@ int Focusable::IsPostFocusable() { return IsPostRelation(GetFocusableRelation())
 
 int Focusable::IsTreeItemFocusable() {
   switch (GetFocusableRelation()) {
-    case 2: case 5: case 6: case 7: case 9: case 10: case 22: case 23: case 27: return 1;
-    default: return 0;
+    case 2:
+    case 5:
+    case 6:
+    case 7:
+    case 9:
+    case 10:
+    case 22:
+    case 23:
+    case 27:
+      return 1;
+    default:
+      return 0;
   }
 }
 
@@ -471,16 +496,15 @@ void Focusable::GetRemovedStatus(int oldStatus, int newBits, int& added, int& re
     }
   }
   // Touching a post marks it read.
-  if ((newBits & kRankFlagReadMask) && !(oldStatus & kStatusRead) &&
-      (oldStatus & kStatusUnread)) {
+  if ((newBits & kRankFlagReadMask) && !(oldStatus & kStatusRead) && (oldStatus & kStatusUnread)) {
     removed |= kStatusUnread;
     added |= kStatusRead;
   }
   // Marking unread clears read, rank and flag.
   if (added & kStatusUnread) {
     if (oldStatus & kStatusRead) removed |= kStatusRead;
-    removed |= FirstBitOf(oldStatus,
-                          {kStatusRank256, kStatusRank512, kStatusRank1024, kStatusRank2048});
+    removed |=
+        FirstBitOf(oldStatus, {kStatusRank256, kStatusRank512, kStatusRank1024, kStatusRank2048});
     if (oldStatus & kStatusFlagged) removed |= kStatusFlagged;
   }
 }
@@ -877,7 +901,8 @@ int Focusable::GetValueBOOL(int id, int* out) {
   return 1;
 }
 
-// --- Field writes ---------------------------------------------------------------------------------
+// --- Field writes
+// ---------------------------------------------------------------------------------
 
 int Focusable::SetValue(int id, int type, const char16_t* text, int partial, int first, int) {
   if (impl_ == nullptr || id < 0) return 0;
@@ -1000,11 +1025,16 @@ int Focusable::IsFieldItemSame(int id, Item* item) {
 
 int Focusable::GetFieldType(int id) {
   switch (id) {
-    case 0: return Item::kTypeString;
-    case 1: return Item::kTypeInt;
-    case 2: return Item::kTypeDate;
-    case 3: return Item::kTypeDate;
-    default: break;
+    case 0:
+      return Item::kTypeString;
+    case 1:
+      return Item::kTypeInt;
+    case 2:
+      return Item::kTypeDate;
+    case 3:
+      return Item::kTypeDate;
+    default:
+      break;
   }
   RGDBTemplate* layout = RelationsEntryPoints::Get()->GetRGDBTemplate(GetFocusableRelation());
   return layout != nullptr ? layout->GetFieldType(id) : -1;
@@ -1015,7 +1045,8 @@ int Focusable::IsFieldActive(int id, int) {
   return GetItem(id) != nullptr ? 1 : 0;
 }
 
-// --- Post fields ----------------------------------------------------------------------------------
+// --- Post fields
+// ----------------------------------------------------------------------------------
 
 CString Focusable::GetPostTitle() {
   const int relation = GetFocusableRelation();
@@ -1108,7 +1139,8 @@ void Focusable::GetPostCategories(CStringArray* out, CString separator) {
   }
 }
 
-// --- Finders --------------------------------------------------------------------------------------
+// --- Finders
+// --------------------------------------------------------------------------------------
 
 Focusable* Focusable::GetFocusable_wGUID(CString guid) {
   int controllerID = 0;
@@ -1181,8 +1213,7 @@ Focusable* Focusable::GetFocusable_wDBLocation(CString guid, int dbID, int slotI
       return nullptr;
     }
   }
-  if (Focusable* typed =
-          registry->GenerateFocusable(controller, record->GetFocusableRelation())) {
+  if (Focusable* typed = registry->GenerateFocusable(controller, record->GetFocusableRelation())) {
     typed->MoveFocusableImpl(record);
     delete record;
     record = typed;

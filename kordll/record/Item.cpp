@@ -20,11 +20,21 @@ Item::Item(CString text) : Item(kTypeString, std::move(text)) {}
 
 Item::Item(int typeId, CString text) : text_(std::move(text)) {
   switch (typeId) {
-    case kTypeInt: isInteger_ = 1; break;
-    case kTypeDouble: isDouble_ = 1; break;
-    case kTypeDate: isDate_ = 1; break;
-    case kTypeBool: isBoolean_ = 1; break;
-    default: isString_ = 1; break;
+    case kTypeInt:
+      isInteger_ = 1;
+      break;
+    case kTypeDouble:
+      isDouble_ = 1;
+      break;
+    case kTypeDate:
+      isDate_ = 1;
+      break;
+    case kTypeBool:
+      isBoolean_ = 1;
+      break;
+    default:
+      isString_ = 1;
+      break;
   }
 }
 
@@ -66,11 +76,16 @@ MemoryHeap* Item::GetItemHeap() { return g_itemPool.Get(); }
 
 Item* Item::CreateTypedItem(int typeId, CString text) {
   switch (typeId) {
-    case kTypeInt: return new IntItem(std::move(text));
-    case kTypeDouble: return new DoubleItem(std::move(text));
-    case kTypeDate: return new DateItem(std::move(text));
-    case kTypeBool: return new BoolItem(std::move(text));
-    default: return new (std::nothrow) Item(std::move(text));
+    case kTypeInt:
+      return new IntItem(std::move(text));
+    case kTypeDouble:
+      return new DoubleItem(std::move(text));
+    case kTypeDate:
+      return new DateItem(std::move(text));
+    case kTypeBool:
+      return new BoolItem(std::move(text));
+    default:
+      return new (std::nothrow) Item(std::move(text));
   }
 }
 

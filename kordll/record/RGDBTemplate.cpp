@@ -8,11 +8,16 @@ namespace {
 
 int EditKindForType(int type) {
   switch (type) {
-    case Item::kTypeString: return 1;
-    case Item::kTypeInt: return 3;
-    case Item::kTypeDouble: return 3;
-    case Item::kTypeDate: return 4;
-    default: return 0;  // bool and unknown types stay 0
+    case Item::kTypeString:
+      return 1;
+    case Item::kTypeInt:
+      return 3;
+    case Item::kTypeDouble:
+      return 3;
+    case Item::kTypeDate:
+      return 4;
+    default:
+      return 0;  // bool and unknown types stay 0
   }
 }
 
@@ -24,8 +29,8 @@ RGDBTemplate::~RGDBTemplate() {
   for (FieldInfo* field : fields_) delete field;
 }
 
-void RGDBTemplate::AddField(int id, int size, int type, CString defaultValue,
-                            CString decoration, int cdata, int indexable) {
+void RGDBTemplate::AddField(int id, int size, int type, CString defaultValue, CString decoration,
+                            int cdata, int indexable) {
   if (id < 0 || id > kMaxFieldID) return;
   auto* field = new FieldInfo();
   field->id = id;

@@ -52,9 +52,7 @@ PrintTemplate* RelationsEntryPoints::DecorateFocusable(Focusable*, int) { return
 
 PrintTemplate* RelationsEntryPoints::PrintFocusableBackup(Focusable*) { return nullptr; }
 
-int RelationsEntryPoints::AddPrintTemplateAttribute(PrintTemplate*, CString, CString) {
-  return 0;
-}
+int RelationsEntryPoints::AddPrintTemplateAttribute(PrintTemplate*, CString, CString) { return 0; }
 
 void RelationsEntryPoints::SetTemplate(int relation, RGDBTemplate* layout) {
   TemplateTable& table = Table();

@@ -421,10 +421,10 @@ TEST_F(FocusableTest, RemovedStatusFollowsTheRankingRules) {
       {1, 1, 4, 1028, 0},
       // Mode 2: outer ranks only in the first rule.
       {2, 256 | 1, 2048, 2048, 256},
-      {2, 256 | 1, 512, 512, 0},  // the new bits miss 2306: nothing from this rule
+      {2, 256 | 1, 512, 512, 0},    // the new bits miss 2306: nothing from this rule
       {2, 512 | 1, 1024, 1024, 0},  // 2304 misses 512: left alone
       {2, 512 | 1, 4, 2052, 0},
-      {2, 2048 | 1, 4, 2052, 0},   // flagging: old's rank tested 256, 512, 1024 only
+      {2, 2048 | 1, 4, 2052, 0},  // flagging: old's rank tested 256, 512, 1024 only
       {2, 256 | 1, 4, 2052, 256},
       // Marking unread clears read, rank and flag.
       {2, 1 | 1024 | 4, 2, 2, 1 | 1024 | 4},
@@ -446,8 +446,8 @@ TEST_F(FocusableTest, RemovedStatusFollowsTheRankingRules) {
 
 TEST_F(FocusableTest, FlagImageTakesTheFirstRankOrFlagBit) {
   Focusable post(4, nullptr);
-  const std::pair<int, int> cases[] = {{0, -1},     {4, 8},      {256 | 4, 13}, {512, 14},
-                                       {1024, 16},  {2048 | 4, 17}, {2, -1}};
+  const std::pair<int, int> cases[] = {{0, -1},    {4, 8},         {256 | 4, 13}, {512, 14},
+                                       {1024, 16}, {2048 | 4, 17}, {2, -1}};
   for (auto [status, image] : cases) {
     post.SetFocusableStatus(status);
     EXPECT_EQ(post.GetFlagImage(), image) << status;
@@ -515,7 +515,7 @@ TEST_F(FocusableTest, PostFieldsAreReadByRelation) {
 }
 
 TEST_F(FocusableTest, TagsLiveInTheFieldOfTheirRelation) {
-  const std::pair<int, int> table[] = {{2, 20}, {4, 16},  {7, 17},  {11, 19}, {18, 13},
+  const std::pair<int, int> table[] = {{2, 20},  {4, 16}, {7, 17},  {11, 19}, {18, 13},
                                        {23, 11}, {25, 9}, {26, 19}, {27, 20}, {30, 5}};
   for (auto [relation, field] : table) {
     Focusable record(relation, nullptr);
@@ -759,9 +759,9 @@ TEST_F(FocusableTest, DecorationAddsThePostRankLevelByRankMode) {
     int mode, status;
     const char16_t* level;
   };
-  const Case cases[] = {{1, 512, u"2"},  {1, 1024, u"3"}, {1, 256, u"1"},   {1, 0, u"1"},
-                        {2, 256, u"5"},  {2, 512, u"6"},  {2, 1024 | 2048, u"7"},
-                        {2, 2048, u"8"}, {2, 4, u"4"}};
+  const Case cases[] = {{1, 512, u"2"},         {1, 1024, u"3"}, {1, 256, u"1"},
+                        {1, 0, u"1"},           {2, 256, u"5"},  {2, 512, u"6"},
+                        {2, 1024 | 2048, u"7"}, {2, 2048, u"8"}, {2, 4, u"4"}};
   for (const Case& c : cases) {
     settings.rankMode = c.mode;
     post.SetFocusableStatus(c.status);

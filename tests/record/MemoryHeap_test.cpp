@@ -168,8 +168,8 @@ TEST_F(PooledItemTest, AfterShutDownAllocationsGiveNullAndStartUpMendsThem) {
 
 TEST_F(PooledItemTest, DeletingIntoAReleasedPoolDoesNothing) {
   // A block of the old pool, kept only as an address.
-  const volatile uintptr_t address = reinterpret_cast<uintptr_t>(
-      BoolItem::GetBoolItemHeap()->operator_new(sizeof(BoolItem)));
+  const volatile uintptr_t address =
+      reinterpret_cast<uintptr_t>(BoolItem::GetBoolItemHeap()->operator_new(sizeof(BoolItem)));
   ASSERT_NE(address, 0u);
   BoolItem::ReleaseBoolItemCache();
   BoolItem::operator delete(reinterpret_cast<void*>(address));  // no pool: ignored
