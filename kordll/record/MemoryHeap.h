@@ -50,7 +50,7 @@ class MemoryHeap {
   // this heap did not hand out, or that is already free, is ignored.
   void operator_delete(void* pointer);
 
-  // Introspection, for tests and statistics.
+  // Counts, for tests and statistics.
   int GetObjectSize() const { return objectSize_; }
   int GetChunkCount();
   int GetFreeCount();  // blocks ready in the free list
