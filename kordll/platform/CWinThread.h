@@ -191,7 +191,10 @@ int PumpWaitingMessages();
 int WaitForMessages(std::int64_t timeout_ms);
 
 // Suspends the calling thread for ms milliseconds of real time (0 or less:
-// gives up the processor once). Does not pump messages.
+// gives up the processor once). Does not pump messages. A wait that is
+// bounded by clock time (and so must end at once under a test's clock)
+// measures with Clock::MonotonicMillis and passes time with
+// Clock::SleepMillis instead.
 void Sleep(std::int64_t ms);
 
 }  // namespace kordll
