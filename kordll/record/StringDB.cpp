@@ -81,6 +81,7 @@ int StringDB::createDB() {
   CSingleLock lock(lock_);
   deleted_ = 0;
   file_removed_ = 0;
+  bad_geometry_ = 0;
   path_.Remove(u'\r');
   path_.Remove(u'\n');
   if (!file_->Open(path_, SlotFile::kCreate, nullptr)) {
@@ -99,6 +100,7 @@ void StringDB::clearDB() {
   ++open_count_;
   if (file_->Open(path_, SlotFile::kCreate, nullptr)) {
     header_read_ = 1;
+    bad_geometry_ = 0;
     writeDBHeader();
     file_->Flush();
   } else {
@@ -183,6 +185,7 @@ int StringDB::readDBHeader() {
     int d = v[2] < 0 ? 31 : v[2];
     if (d < KdbFormat::kStringMinDataSize || d > KdbFormat::kStringMaxDataSize) {
       error = kErrCorrupted;  // the slot geometry cannot be trusted
+      bad_geometry_ = 1;
     } else {
       data_size_ = d;
     }
@@ -411,6 +414,11 @@ int StringDB::DeleteStringSlot(int slot, int wholeChain) {
 }
 
 int StringDB::_WriteStringSlot(int* slot, const CString& text) {
+  if (bad_geometry_) {
+    // A header whose slot size is impossible leaves no slot to trust.
+    setError(kErrCorrupted);
+    return 0;
+  }
   if (!mapped_) mapDB();
   if (*slot == -1) *slot = GetNextAvailableSlotIndex();
   if (*slot < 0) {
@@ -514,6 +522,11 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
 }
 
 int StringDB::_ReadStringSlot(int slot, CString* text) {
+  if (bad_geometry_) {
+    // A header whose slot size is impossible leaves no slot to trust.
+    setError(kErrCorrupted);
+    return 0;
+  }
   if (!mapped_) mapDB();
   if (deleted_) {
     setError(kErrDeleted);
@@ -557,6 +570,11 @@ int StringDB::_ReadStringSlot(int slot, CString* text) {
 }
 
 int StringDB::_DeleteStringSlot(int slot, int wholeChain) {
+  if (bad_geometry_) {
+    // A header whose slot size is impossible leaves no slot to trust.
+    setError(kErrCorrupted);
+    return 0;
+  }
   if (deleted_) {
     setError(kErrDeleted);
     return 0;

@@ -123,6 +123,7 @@ class StringDB {
   int file_removed_ = 0;
   int mapped_ = 0;
   int header_read_ = 0;
+  int bad_geometry_ = 0;  // the header's slot size was out of range
   std::unique_ptr<SlotFile> file_;
   std::map<int, int> status_;
   // Free slots in the order they are reused, front first; each slot is

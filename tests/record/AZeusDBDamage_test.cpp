@@ -1,0 +1,171 @@
+// Damaged record and string files from tests/record/data go through the
+// engines and through `kordll kdb check` / `kordll sdb check`: the engines
+// fail with their error codes and keep working, the checker names a problem.
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/FileSystem.h"
+#include "kordll/record/AZeusDB.h"
+#include "kordll/record/DBTaskItem.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/KdbInspector.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "kordll/record/RelationsEntryPoints.h"
+#include "kordll/record/StringDB.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+std::string DataDir() {
+  const char* src = std::getenv("KORDLL_TEST_SOURCE_DIR");
+  return std::string(src != nullptr ? src : ".") + "/tests/record/data/";
+}
+
+std::string Load(const std::string& name) {
+  std::string bytes;
+  FileSystem::ReadWholeFile(CString((DataDir() + name).c_str()), &bytes);
+  return bytes;
+}
+
+// Runs the tool on a file; -1 when the tool is not known to this test run.
+int Tool(const std::string& args) {
+  const char* tool = std::getenv("KORDLL_TOOL");
+  if (tool == nullptr) return -1;
+  const int status = std::system((std::string("'") + tool + "' " + args + " >/dev/null 2>&1").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
+}
+
+class DamagedFilesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    tmpl_.AddField(0, 20, 4, "", "guid", 0, 0);
+    tmpl_.AddField(1, 10, 0, "", "status", 0, 0);
+    tmpl_.AddField(4, 10, 4, "", "title", 0, 0);
+    RelationsEntryPoints::SetTemplate(4, &tmpl_);
+  }
+  void TearDown() override { RelationsEntryPoints::ClearTemplates(); }
+
+  // Scans every record, passing over bad slots (error 3) as the activity
+  // list does; returns the records read and the final error.
+  std::pair<int, int> Scan(AZeusDB* db) {
+    DBTaskItem task;
+    task.allFields = 1;
+    int count = 0;
+    for (int i = 0; i < 1000; ++i) {
+      Focusable record(-1, nullptr);
+      if (db->readFocusableSlot(&record, nullptr, &task)) {
+        ++count;
+      } else if (db->GetLastDBErrorMsgCode() != AZeusDB::kErrRead) {
+        break;
+      }
+    }
+    return {count, db->GetLastDBErrorMsgCode()};
+  }
+
+  test::TempRoot root_;
+  RGDBTemplate tmpl_{4};
+};
+
+TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), Load("valid.kdb")));
+  AZeusDB db(root_.root(), "f", 10, 0);
+  EXPECT_EQ(std::make_pair(3, static_cast<int>(AZeusDB::kErrNoEntry)), Scan(&db));
+  std::ostringstream out;
+  EXPECT_EQ(0, KdbInspector::CheckKdb(Load("valid.kdb"), out)) << out.str();
+  EXPECT_EQ(0, KdbInspector::CheckSdb(Load("valid.sdb"), out)) << out.str();
+  const int kdb = Tool("kdb check '" + DataDir() + "valid.kdb'");
+  if (kdb != -1) {
+    EXPECT_EQ(0, kdb);
+  }
+  std::ostringstream dump;
+  KdbInspector::DumpKdb(Load("valid.kdb"), dump);
+  EXPECT_NE(std::string::npos, dump.str().find("field 4: a title that runs over three slots"))
+      << dump.str();
+}
+
+struct Case {
+  const char* file;
+  int records;     // records a scan still reads
+};
+
+TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
+  const std::vector<Case> cases = {
+      {"truncated_header.kdb", 0},   {"truncated_subtable.kdb", 1},
+      {"broken_state_bracket.kdb", 0}, {"broken_lengths_bracket.kdb", 0},
+      {"slot_count_41.kdb", 0},      {"absurd_field_count.kdb", 0},
+      {"length_too_big.kdb", 0},     {"version_10.kdb", 3},
+      {"chain_self_loop.kdb", 2},    {"chain_outside_file.kdb", 1},
+      {"chain_to_free_slot.kdb", 2}, {"chain_back_at_itself.kdb", 2},
+      {"slot_header_garbage.kdb", 2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    const std::string bytes = Load(c.file);
+    ASSERT_FALSE(bytes.empty());
+    std::ostringstream out;
+    EXPECT_GT(KdbInspector::CheckKdb(bytes, out), 0);
+    const int tool = Tool(std::string("kdb check '") + DataDir() + c.file + "'");
+    if (tool != -1) {
+      EXPECT_EQ(1, tool);
+    }
+
+    FileSystem::DeleteFile(root_.Path("f.kdb"));
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    AZeusDB db(root_.root(), "f", 10, 0);
+    EXPECT_EQ(c.records, Scan(&db).first);
+    // The engine goes on working: a new record is saved and read back.
+    Focusable fresh(4, nullptr);
+    fresh.SetValueStr(0, "R3_G9", 1);
+    fresh.SetValueStr(4, "after the damage", 1);
+    ASSERT_NE(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+    Focusable back(-1, nullptr);
+    back.SetDBSlotIndex(fresh.GetDBSlotIndex());
+    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
+    EXPECT_EQ(CString("after the damage"), back.GetFieldString(4, 0));
+  }
+}
+
+TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
+  for (const char* file : {"truncated.sdb", "slot_size_3.sdb", "slot_size_absurd.sdb",
+                           "chain_self_loop.sdb", "chain_outside_file.sdb",
+                           "chain_to_free_slot.sdb"}) {
+    SCOPED_TRACE(file);
+    const std::string bytes = Load(file);
+    std::ostringstream out;
+    EXPECT_GT(KdbInspector::CheckSdb(bytes, out), 0);
+    const int tool = Tool(std::string("sdb check '") + DataDir() + file + "'");
+    if (tool != -1) {
+      EXPECT_EQ(1, tool);
+    }
+    FileSystem::DeleteFile(root_.Path("s.sdb"));
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("s.sdb"), bytes));
+    StringDB db(root_.root(), "s", 30, 4);
+    CString text;
+    EXPECT_EQ(0, db.ReadStringSlot(0, text));
+    EXPECT_NE(0, db.GetLastDBErrorMsgCode());
+    // A file whose slot size is impossible is refused; any other one takes
+    // new texts.
+    int slot = -1;
+    const int used = db.WriteStringSlot(&slot, CString("still works"));
+    if (std::string(file).find("slot_size") == std::string::npos) {
+      EXPECT_EQ(1, used);
+      CString back;
+      EXPECT_EQ(1, db.ReadStringSlot(slot, back));
+      EXPECT_EQ(CString("still works"), back);
+    } else {
+      EXPECT_EQ(0, used);
+      EXPECT_EQ(2, db.GetLastDBErrorMsgCode());
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kordll
