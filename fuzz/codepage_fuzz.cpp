@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "kordll/platform/CodePage.h"
 #include "kordll/platform/CString.h"
+#include "kordll/platform/CodePage.h"
 
 namespace {
 
@@ -22,8 +22,8 @@ void Check(bool ok) {
   if (!ok) __builtin_trap();
 }
 
-const unsigned kCodePages[] = {0,     1252,  65001, 932,   936,   949,   950,   874,  1250,
-                               1251,  1253,  1254,  1255,  1256,  1257,  1258,  437,  850,
+const unsigned kCodePages[] = {0,     1252,  65001, 932,   936,   949,   950,   874,   1250,
+                               1251,  1253,  1254,  1255,  1256,  1257,  1258,  437,   850,
                                28591, 28592, 28605, 20127, 1200,  1201,  54936, 50220, 65000,
                                20866, 21866, 51932, 51949, 52936, 10000, 37,    1140};
 
@@ -58,8 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(needed == text.GetLength());
     if (needed > 0) {
       std::vector<char16_t> exact(static_cast<size_t>(needed));
-      Check(kordll::MultiByteToWideChar(code_page, 0, bytes.data(), count, exact.data(),
-                                        needed) == needed);
+      Check(kordll::MultiByteToWideChar(code_page, 0, bytes.data(), count, exact.data(), needed) ==
+            needed);
       Check(std::u16string_view(exact.data(), exact.size()) == text.view());
       std::vector<char16_t> short_buffer(static_cast<size_t>(needed - 1) + 1);
       if (needed > 1) {

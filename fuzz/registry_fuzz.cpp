@@ -63,8 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     registry.EnumKeys(RegHive::kCurrentUser, "", &names);
     RegValue value;
     registry.QueryValue(RegHive::kCurrentUser, "Software\\Korlan\\Tidrel", "Users", &value);
-    int rc = registry.SetValue(RegHive::kCurrentUser, "Software\\Fuzz", "n",
-                               RegValue::Dword(42), true);
+    int rc =
+        registry.SetValue(RegHive::kCurrentUser, "Software\\Fuzz", "n", RegValue::Dword(42), true);
     if (!registry.set_aside_path().empty()) {
       Check(rc == kordll::ERROR_SUCCESS);
       Check(registry.QueryValue(RegHive::kCurrentUser, "Software\\Fuzz", "n", &value) ==

@@ -36,39 +36,69 @@ bool IsUnicodeEncoding(unsigned code_page) {
 // Code pages whose ICU name is not "windows-<number>".
 const char* ExplicitName(unsigned code_page) {
   switch (code_page) {
-    case 65001: return "UTF-8";
-    case 65000: return "UTF-7";
-    case 1200: return "UTF-16LE";
-    case 1201: return "UTF-16BE";
-    case 12000: return "UTF-32LE";
-    case 12001: return "UTF-32BE";
-    case 20127: return "US-ASCII";
-    case 28591: return "ISO-8859-1";
-    case 28592: return "ISO-8859-2";
-    case 28593: return "ISO-8859-3";
-    case 28594: return "ISO-8859-4";
-    case 28595: return "ISO-8859-5";
-    case 28596: return "ISO-8859-6";
-    case 28597: return "ISO-8859-7";
-    case 28598: return "ISO-8859-8";
-    case 28599: return "ISO-8859-9";
-    case 28603: return "ISO-8859-13";
-    case 28605: return "ISO-8859-15";
-    case 20866: return "KOI8-R";
-    case 21866: return "KOI8-U";
+    case 65001:
+      return "UTF-8";
+    case 65000:
+      return "UTF-7";
+    case 1200:
+      return "UTF-16LE";
+    case 1201:
+      return "UTF-16BE";
+    case 12000:
+      return "UTF-32LE";
+    case 12001:
+      return "UTF-32BE";
+    case 20127:
+      return "US-ASCII";
+    case 28591:
+      return "ISO-8859-1";
+    case 28592:
+      return "ISO-8859-2";
+    case 28593:
+      return "ISO-8859-3";
+    case 28594:
+      return "ISO-8859-4";
+    case 28595:
+      return "ISO-8859-5";
+    case 28596:
+      return "ISO-8859-6";
+    case 28597:
+      return "ISO-8859-7";
+    case 28598:
+      return "ISO-8859-8";
+    case 28599:
+      return "ISO-8859-9";
+    case 28603:
+      return "ISO-8859-13";
+    case 28605:
+      return "ISO-8859-15";
+    case 20866:
+      return "KOI8-R";
+    case 21866:
+      return "KOI8-U";
     case 20932:
-    case 51932: return "EUC-JP";
-    case 51949: return "EUC-KR";
-    case 51936: return "GB2312";
-    case 52936: return "HZ-GB-2312";
-    case 54936: return "GB18030";
+    case 51932:
+      return "EUC-JP";
+    case 51949:
+      return "EUC-KR";
+    case 51936:
+      return "GB2312";
+    case 52936:
+      return "HZ-GB-2312";
+    case 54936:
+      return "GB18030";
     case 50220:
     case 50221:
-    case 50222: return "ISO-2022-JP";
-    case 50225: return "ISO-2022-KR";
-    case 10000: return "macintosh";
-    case 10007: return "x-mac-cyrillic";
-    default: return nullptr;
+    case 50222:
+      return "ISO-2022-JP";
+    case 50225:
+      return "ISO-2022-KR";
+    case 10000:
+      return "macintosh";
+    case 10007:
+      return "x-mac-cyrillic";
+    default:
+      return nullptr;
   }
 }
 
@@ -83,8 +113,8 @@ void ToUnicodeReplace(const void* context, UConverterToUnicodeArgs* args, const 
   ucnv_cbToUWriteUChars(args, &kReplacement, 1, 0, err);
 }
 
-void FromUnicodeReplace(const void* context, UConverterFromUnicodeArgs* args, const UChar*,
-                        int32_t, UChar32, UConverterCallbackReason reason, UErrorCode* err) {
+void FromUnicodeReplace(const void* context, UConverterFromUnicodeArgs* args, const UChar*, int32_t,
+                        UChar32, UConverterCallbackReason reason, UErrorCode* err) {
   if (reason > UCNV_IRREGULAR) return;
   if (context != nullptr) *static_cast<bool*>(const_cast<void*>(context)) = true;
   *err = U_ZERO_ERROR;
@@ -134,8 +164,8 @@ CString CodePage::ToUnicode(unsigned code_page, std::string_view bytes, bool* in
   if (U_FAILURE(err)) return CString();
   if (bytes.empty()) return CString();
   // Preflight, then convert; each byte gives at most two units.
-  int32_t length = ucnv_toUChars(c.get(), nullptr, 0, bytes.data(),
-                                 static_cast<int32_t>(bytes.size()), &err);
+  int32_t length =
+      ucnv_toUChars(c.get(), nullptr, 0, bytes.data(), static_cast<int32_t>(bytes.size()), &err);
   if (err != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(err)) return CString();
   std::u16string out(static_cast<size_t>(length), u'\0');
   err = U_ZERO_ERROR;

@@ -106,8 +106,8 @@ CString DesktopHost::OpenableTarget(const CString& file, intptr_t* answer) {
     // given can read as an address ("file:", "javascript:") or an option.
     CString mapped = Locations::MapDrivePath(file);
     CString folder = Locations::NormalizePath(Locations::GetDownloadFolder());
-    CString path = Locations::NormalizePath(
-        mapped[0] == u'/' ? mapped : Locations::Join(folder, mapped));
+    CString path =
+        Locations::NormalizePath(mapped[0] == u'/' ? mapped : Locations::Join(folder, mapped));
     if (!folder.IsEmpty() && (path == folder || Locations::IsPathInside(folder, path))) {
       if (FileSystem::Exists(path)) {
         target = path;
@@ -120,8 +120,8 @@ CString DesktopHost::OpenableTarget(const CString& file, intptr_t* answer) {
   return target;
 }
 
-intptr_t DesktopHost::ShellExecute(const CString& operation, const CString& file,
-                                   const CString&, const CString&, int) {
+intptr_t DesktopHost::ShellExecute(const CString& operation, const CString& file, const CString&,
+                                   const CString&, int) {
   if (!operation.IsEmpty() && operation.CompareNoCase("open") != 0 &&
       operation.CompareNoCase("explore") != 0) {
     return SE_ERR_NOASSOC;

@@ -60,8 +60,8 @@ int HeadlessHost::MessageBox(const CString& text, const CString& caption, unsign
   return ClosedMessageBoxAnswer(type);
 }
 
-intptr_t HeadlessHost::ShellExecute(const CString&, const CString&, const CString&,
-                                    const CString&, int) {
+intptr_t HeadlessHost::ShellExecute(const CString&, const CString&, const CString&, const CString&,
+                                    int) {
   return 0;
 }
 

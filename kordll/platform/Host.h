@@ -59,11 +59,11 @@ constexpr unsigned SND_ASYNC = 0x1;
 constexpr unsigned SND_FILENAME = 0x20000;
 
 // ShellExecute answers: above 32 is success; these are the failures.
-constexpr intptr_t SE_ERR_FNF = 2;             // file not found
-constexpr intptr_t SE_ERR_PNF = 3;             // path not found
-constexpr intptr_t SE_ERR_ACCESSDENIED = 5;    // refused
-constexpr intptr_t SE_ERR_BAD_FORMAT = 11;     // unknown format
-constexpr intptr_t SE_ERR_NOASSOC = 31;        // nothing can open it
+constexpr intptr_t SE_ERR_FNF = 2;           // file not found
+constexpr intptr_t SE_ERR_PNF = 3;           // path not found
+constexpr intptr_t SE_ERR_ACCESSDENIED = 5;  // refused
+constexpr intptr_t SE_ERR_BAD_FORMAT = 11;   // unknown format
+constexpr intptr_t SE_ERR_NOASSOC = 31;      // nothing can open it
 constexpr intptr_t SE_ERR_ASSOCINCOMPLETE = 27;
 constexpr int SW_SHOW = 5;
 

@@ -124,10 +124,10 @@ class Statement {
   // A zero-length blob, never NULL, for empty text.
   void BindBlob(int index, const std::string& bytes) {
     if (!ok_) return;
-    ok_ = (bytes.empty() ? sqlite3_bind_zeroblob(stmt_, index, 0)
-                         : sqlite3_bind_blob(stmt_, index, bytes.data(),
-                                             static_cast<int>(bytes.size()), SQLITE_TRANSIENT)) ==
-          SQLITE_OK;
+    ok_ = (bytes.empty()
+               ? sqlite3_bind_zeroblob(stmt_, index, 0)
+               : sqlite3_bind_blob(stmt_, index, bytes.data(), static_cast<int>(bytes.size()),
+                                   SQLITE_TRANSIENT)) == SQLITE_OK;
   }
   // SQLITE_ROW, SQLITE_DONE or an error.
   int Step() { return ok_ ? sqlite3_step(stmt_) : SQLITE_ERROR; }
@@ -217,9 +217,9 @@ std::string ProfileFolder() {
 // changed, or it was closed) is closed but kept, so that a pointer handed out
 // earlier answers ERROR_REGISTRY_IO_FAILED instead of pointing nowhere.
 std::mutex g_current_mutex;
-Registry* g_current = nullptr;           // guarded by g_current_mutex
-std::string g_current_opened_from;       // guarded by g_current_mutex
-std::string g_current_folder;            // guarded by g_current_mutex; "" = profile
+Registry* g_current = nullptr;                       // guarded by g_current_mutex
+std::string g_current_opened_from;                   // guarded by g_current_mutex
+std::string g_current_folder;                        // guarded by g_current_mutex; "" = profile
 std::vector<std::unique_ptr<Registry>>& Retired() {  // guarded by g_current_mutex
   static auto* retired = new std::vector<std::unique_ptr<Registry>>();
   return *retired;
@@ -305,8 +305,8 @@ void Registry::Open(const std::string& folder) {
   // so that the application still runs.
   in_memory_ = true;
   file_path_.clear();
-  if (sqlite3_open_v2(":memory:", &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
-                                            SQLITE_OPEN_NOMUTEX,
+  if (sqlite3_open_v2(":memory:", &db_,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                       nullptr) != SQLITE_OK ||
       !Exec(db_, kSchemaSql)) {
     CloseDb();  // every operation now answers ERROR_REGISTRY_IO_FAILED
@@ -319,9 +319,9 @@ void Registry::Open(const std::string& folder) {
 
 Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
   CloseDb();
-  int rc = sqlite3_open_v2(path.c_str(), &db_,
-                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                           nullptr);
+  int rc =
+      sqlite3_open_v2(path.c_str(), &db_,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   auto fail = [&](int code) {
     OpenOutcome outcome = IsDamagedCode(code) ? OpenOutcome::kDamaged : OpenOutcome::kFailed;
     CloseDb();

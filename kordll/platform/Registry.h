@@ -198,8 +198,7 @@ extern const HKEY HKEY_LOCAL_MACHINE;
 
 // Opens an existing key below parent (ERROR_FILE_NOT_FOUND if it was never
 // written). An empty sub_key opens parent again.
-int RegOpenKeyEx(HKEY parent, const CString& sub_key, uint32_t options, uint32_t sam,
-                 HKEY* result);
+int RegOpenKeyEx(HKEY parent, const CString& sub_key, uint32_t options, uint32_t sam, HKEY* result);
 // Opens the key, making it (and its parents) first if needed.
 int RegCreateKeyEx(HKEY parent, const CString& sub_key, uint32_t reserved, const char16_t* cls,
                    uint32_t options, uint32_t sam, const void* security, HKEY* result,

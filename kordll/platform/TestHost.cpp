@@ -207,9 +207,9 @@ int TestHost::DoModal(const HostDialog& dialog, HostDialogHandler* handler) {
       std::lock_guard<std::mutex> lock(mutex_);
       if (index < calls_.size()) calls_[index].presses.push_back(press);
     }
-    closed = press.button == 0 ? handler->OnDialogCommand(press.command, press.checkValue)
-                               : handler->OnDialogButton(press.button, press.checkValue, press.x,
-                                                         press.y);
+    closed = press.button == 0
+                 ? handler->OnDialogCommand(press.command, press.checkValue)
+                 : handler->OnDialogButton(press.button, press.checkValue, press.x, press.y);
   };
   for (const DialogPress& press : script) {
     if (closed) break;

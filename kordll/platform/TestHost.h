@@ -70,15 +70,15 @@ class TestHost : public Host {
     unsigned flags = 0;
     int x = 0;
     int y = 0;
-    intptr_t owner = 0;                  // kTrackPopupMenu
-    std::vector<HostMenuItem> menu;      // kTrackPopupMenu
-    HostDialog dialog;                   // kDoModal
-    std::vector<DialogPress> presses;    // kDoModal: what was reported
-    HostFileDialog fileDialog;           // kGetSaveFileName
-    int window = -1;                     // progress calls: the window's index
+    intptr_t owner = 0;                      // kTrackPopupMenu
+    std::vector<HostMenuItem> menu;          // kTrackPopupMenu
+    HostDialog dialog;                       // kDoModal
+    std::vector<DialogPress> presses;        // kDoModal: what was reported
+    HostFileDialog fileDialog;               // kGetSaveFileName
+    int window = -1;                         // progress calls: the window's index
     ProgressPart part = ProgressPart::kAll;  // kProgressInvalidate
-    intptr_t answer = 0;                 // what the call answered
-    CString answerText;                  // kGetSaveFileName: the path given
+    intptr_t answer = 0;                     // what the call answered
+    CString answerText;                      // kGetSaveFileName: the path given
   };
 
   TestHost() = default;

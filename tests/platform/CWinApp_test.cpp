@@ -38,8 +38,8 @@ TEST_F(CWinAppTest, ProfileIsTheApplicationKeyWithSectionsAsSubkeys) {
   RegValue roll = Raw("Software\\Korlan\\Tidrel\\User-ann\\IDRolls", "LRID-3");
   EXPECT_EQ(roll.type, REG_DWORD);
   EXPECT_EQ(roll.integer, 120u);
-  EXPECT_TRUE(Registry::Current()->KeyExists(RegHive::kCurrentUser,
-                                             "Software\\Korlan\\Tidrel\\User-ann"));
+  EXPECT_TRUE(
+      Registry::Current()->KeyExists(RegHive::kCurrentUser, "Software\\Korlan\\Tidrel\\User-ann"));
   // A section written with a leading "\" is the same section.
   EXPECT_EQ(app.GetProfileInt("\\User-ann\\IDRolls", "lrid-3", -1), 120);
 }

@@ -35,7 +35,10 @@ TEST(CodePageTest, CommonCodePagesDecode) {
 
 TEST(CodePageTest, InvalidBytesBecomeReplacementCharacters) {
   bool invalid = false;
-  CString text = CodePage::ToUnicode(CP_UTF8, "a\xFF" "b\xC3", &invalid);
+  CString text = CodePage::ToUnicode(CP_UTF8,
+                                     "a\xFF"
+                                     "b\xC3",
+                                     &invalid);
   EXPECT_TRUE(invalid);
   EXPECT_EQ(text.str(), std::u16string(u"a\uFFFDb\uFFFD"));
   // Bytes a code page leaves undefined; single-byte converters would
@@ -76,7 +79,9 @@ TEST(CodePageTest, EncodingReplacesWhatTheCodePageCannotHold) {
   EXPECT_EQ(CodePage::FromUnicode(932, u"\u3042\u65E5"), "\x82\xA0\x93\xFA");
   // UTF-8 writes a lone surrogate as U+FFFD.
   const std::u16string lone = {u'a', 0xD800, u'b'};
-  EXPECT_EQ(CodePage::FromUnicode(CP_UTF8, CString(lone), &replaced), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(CodePage::FromUnicode(CP_UTF8, CString(lone), &replaced),
+            "a\xEF\xBF\xBD"
+            "b");
   EXPECT_TRUE(replaced);
 }
 
@@ -118,8 +123,8 @@ TEST(CodePageTest, Win32WideCharToMultiByte) {
 
 TEST(CodePageTest, RoundTripsThroughEveryNamedFamily) {
   const CString sample(u"Abc 123 \u00E9");
-  for (unsigned cp : {1250u, 1252u, 1254u, 1257u, 28591u, 28592u, 850u, 65001u, 1200u, 1201u,
-                      54936u}) {
+  for (unsigned cp :
+       {1250u, 1252u, 1254u, 1257u, 28591u, 28592u, 850u, 65001u, 1200u, 1201u, 54936u}) {
     ASSERT_TRUE(CodePage::IsKnown(cp)) << cp;
     std::string bytes = CodePage::FromUnicode(cp, sample);
     EXPECT_EQ(CodePage::ToUnicode(cp, bytes), sample) << cp;

@@ -229,8 +229,7 @@ TEST_F(DesktopHostTest, OnlyWebAddressesAndTheDownloadFolderOpen) {
             CString("HTTP://example.org/"));
   EXPECT_EQ(DesktopHost::OpenableTarget(Download("a.mp3"), &answer), Download("a.mp3"));
   EXPECT_EQ(DesktopHost::OpenableTarget("a.mp3", &answer), Download("a.mp3"));
-  EXPECT_EQ(DesktopHost::OpenableTarget("C:\\Tidrel Downloads\\a.mp3", &answer),
-            Download("a.mp3"));
+  EXPECT_EQ(DesktopHost::OpenableTarget("C:\\Tidrel Downloads\\a.mp3", &answer), Download("a.mp3"));
   EXPECT_EQ(DesktopHost::OpenableTarget(root_.DownloadFolder(), &answer), root_.DownloadFolder())
       << "the folder itself opens (\"Open Tidrel Downloads Folder\")";
 
@@ -258,8 +257,7 @@ TEST_F(DesktopHostTest, StartsTheOpenerWithoutWaiting) {
   EXPECT_EQ(host.ShellExecute("print", "https://example.org/", "", "", SW_SHOW), SE_ERR_NOASSOC);
   EXPECT_EQ(host.ShellExecute("open", "/etc/passwd", "", "", SW_SHOW), SE_ERR_ACCESSDENIED);
   DesktopHost missing("/no/such/opener");
-  EXPECT_EQ(missing.ShellExecute("open", "https://example.org/", "", "", SW_SHOW),
-            SE_ERR_NOASSOC);
+  EXPECT_EQ(missing.ShellExecute("open", "https://example.org/", "", "", SW_SHOW), SE_ERR_NOASSOC);
   // The other calls stay headless.
   EXPECT_EQ(host.TrackPopupMenu({HostMenuItem::Command(1, "x")}, 0, 0, 0, 0), 0);
 }

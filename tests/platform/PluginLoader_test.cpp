@@ -89,8 +89,7 @@ TEST_F(PluginLoaderTest, FilesOutsideTheProgramFolderAreRefused) {
             1);
   EXPECT_EQ(PluginLoader::LoadPlugin(root_.ProgramFolder() + "/sub/Deep.DLL"),
             PluginLoader::kRefused);
-  ASSERT_EQ(FileSystem::CopyFile(kPluginDir + "/TestPlugin.DLL", root_.Path("Outside.DLL"), 1),
-            1);
+  ASSERT_EQ(FileSystem::CopyFile(kPluginDir + "/TestPlugin.DLL", root_.Path("Outside.DLL"), 1), 1);
   EXPECT_EQ(PluginLoader::LoadPlugin(root_.ProgramFolder() + "/../Outside.DLL"),
             PluginLoader::kRefused);
   EXPECT_EQ(PluginLoader::LoadPlugin("sub/Deep.DLL"), PluginLoader::kRefused);
@@ -112,7 +111,8 @@ TEST_F(PluginLoaderTest, NamesThatAreNoLoadableFile) {
 
   // A regular file that is no library: the loader says why, nothing crashes.
   ASSERT_EQ(FileSystem::WriteWholeFile(root_.ProgramFolder() + "/Broken.DLL",
-                                       "\x7F" "ELF but not really a library"),
+                                       "\x7F"
+                                       "ELF but not really a library"),
             1);
   CString error;
   EXPECT_EQ(PluginLoader::LoadPlugin("Broken.DLL", &error), PluginLoader::kOpenFailed);

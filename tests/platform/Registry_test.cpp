@@ -178,9 +178,9 @@ TEST_F(RegistryTest, TwoConnectionsSeeEachOthersWrites) {
   // As two applications of the family would, each with its own connection.
   Registry first(folder_);
   Registry second(folder_);
-  ASSERT_EQ(first.SetValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", RegValue::String("1"),
-                           true),
-            ERROR_SUCCESS);
+  ASSERT_EQ(
+      first.SetValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", RegValue::String("1"), true),
+      ERROR_SUCCESS);
   RegValue v;
   ASSERT_EQ(second.QueryValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", &v), ERROR_SUCCESS);
   EXPECT_EQ(v.text, CString("1"));
@@ -306,8 +306,7 @@ TEST_F(RegistryTest, Win32OpenCreateAndClose) {
             ERROR_SUCCESS);
   EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
   HKEY sub = nullptr;
-  ASSERT_EQ(RegCreateKeyEx(key, "App", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub,
-                           &disposition),
+  ASSERT_EQ(RegCreateKeyEx(key, "App", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub, &disposition),
             ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(sub), ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
@@ -337,14 +336,12 @@ TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) 
     EXPECT_EQ(size, 8u) << name;
     char16_t buffer[8] = {u'?', u'?', u'?', u'?', u'?', u'?', u'?', u'?'};
     size = 6;
-    EXPECT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer),
-                              &size),
+    EXPECT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer), &size),
               ERROR_MORE_DATA);
     EXPECT_EQ(size, 8u);
     EXPECT_EQ(buffer[0], u'?') << "nothing is copied into a short buffer";
     size = sizeof(buffer);
-    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer),
-                              &size),
+    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer), &size),
               ERROR_SUCCESS);
     EXPECT_EQ(size, 8u);
     EXPECT_EQ(std::u16string(buffer, 4), std::u16string(u"abc\0", 4));
