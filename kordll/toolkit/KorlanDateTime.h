@@ -28,9 +28,6 @@ namespace kordll {
 // The per-day record of a calendar panel: two counters and the ids of the
 // records counted.
 struct _struct_CALDAYINFO {
-  _struct_CALDAYINFO() = default;
-  virtual ~_struct_CALDAYINFO() = default;
-
   // Adds delta's counters to this one's, unless both of delta's are 0 (then
   // nothing changes). When neither of delta's counters is negative, delta's
   // ids are appended to ids; when either is negative, the first occurrence

@@ -71,26 +71,12 @@ TEST(COleDateTimeTest, SetDateTimeRefusesPartsOutsideTheCalendar) {
   EXPECT_EQ(0, leap.GetHour());
 }
 
-TEST(COleDateTimeTest, SetDateTimeMakesAnInvalidDateValidAgain) {
-  COleDateTime d;
-  d.SetStatus(COleDateTime::invalid);
-  EXPECT_EQ(0, d.SetDateTime(2005, 11, 7, 10, 0, 0));
-  EXPECT_EQ(COleDateTime::valid, d.GetStatus());
-}
-
 TEST(COleDateTimeTest, ValueConstructorChecksTheRange) {
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(-700000.0).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(3000000.0).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(NAN).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(INFINITY).GetStatus());
   EXPECT_EQ(COleDateTime::valid, COleDateTime(2958465.5).GetStatus());
-}
-
-TEST(COleDateTimeTest, NotValidDatesHaveNoParts) {
-  COleDateTime null_date;
-  null_date.SetStatus(COleDateTime::null);
-  EXPECT_EQ(-1, null_date.GetMonth());
-  EXPECT_EQ(-1, null_date.GetDayOfYear());
 }
 
 TEST(COleDateTimeTest, DayOfWeekAndDayOfYear) {

@@ -243,13 +243,6 @@ TEST_F(KorlanTellTest, AgeInMinutes) {
 
 // ---- Calendar day record -----------------------------------------------------------
 
-TEST(CalDayInfoTest, StartsEmpty) {
-  _struct_CALDAYINFO day;
-  EXPECT_EQ(0, day.count1);
-  EXPECT_EQ(0, day.count2);
-  EXPECT_TRUE(day.ids.empty());
-}
-
 TEST(CalDayInfoTest, PositiveDeltaAddsCountsAndIds) {
   _struct_CALDAYINFO day, delta;
   delta.count1 = 2;
