@@ -106,14 +106,37 @@ CString LastPart(const std::u16string& name) {
 }
 
 // ---------------------------------------------------------------------------
-// A prepared statement that finalizes itself.
+// A prepared statement: its own, finalized at the end, or borrowed from a
+// cache of prepared statements and only reset at the end.
+using StatementCache = std::map<std::string, sqlite3_stmt*>;
 
 class Statement {
  public:
   Statement(sqlite3* db, const char* sql) {
     ok_ = db != nullptr && sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr) == SQLITE_OK;
   }
-  ~Statement() { sqlite3_finalize(stmt_); }
+  Statement(sqlite3* db, const char* sql, StatementCache* cache) : cached_(true) {
+    if (db == nullptr) return;
+    auto it = cache->find(sql);
+    if (it == cache->end()) {
+      sqlite3_stmt* made = nullptr;
+      if (sqlite3_prepare_v2(db, sql, -1, &made, nullptr) != SQLITE_OK) {
+        sqlite3_finalize(made);
+        return;
+      }
+      it = cache->emplace(sql, made).first;
+    }
+    stmt_ = it->second;
+    ok_ = true;
+  }
+  ~Statement() {
+    if (!cached_) {
+      sqlite3_finalize(stmt_);
+    } else if (stmt_ != nullptr) {
+      sqlite3_reset(stmt_);
+      sqlite3_clear_bindings(stmt_);
+    }
+  }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -144,6 +167,7 @@ class Statement {
  private:
   sqlite3_stmt* stmt_ = nullptr;
   bool ok_ = false;
+  bool cached_ = false;
 };
 
 bool Exec(sqlite3* db, const char* sql) {
@@ -153,14 +177,18 @@ bool Exec(sqlite3* db, const char* sql) {
 // Runs a write as one transaction; BEGIN IMMEDIATE takes the write lock at
 // once, so that two processes never deadlock upgrading read locks.
 template <class Body>
-int InTransaction(sqlite3* db, Body body) {
-  if (!Exec(db, "BEGIN IMMEDIATE")) return ERROR_REGISTRY_IO_FAILED;
+int InTransaction(sqlite3* db, StatementCache* cache, Body body) {
+  auto run = [&](const char* sql) {
+    Statement s(db, sql, cache);
+    return s.Run();
+  };
+  if (!run("BEGIN IMMEDIATE")) return ERROR_REGISTRY_IO_FAILED;
   int result = body();
   if (result == ERROR_SUCCESS) {
-    if (Exec(db, "COMMIT")) return ERROR_SUCCESS;
+    if (run("COMMIT")) return ERROR_SUCCESS;
     result = ERROR_REGISTRY_IO_FAILED;
   }
-  Exec(db, "ROLLBACK");
+  run("ROLLBACK");
   return result;
 }
 
@@ -272,6 +300,8 @@ Registry::Registry(const std::string& folder, NoReport) { Open(folder); }
 Registry::~Registry() { CloseDb(); }
 
 void Registry::CloseDb() {
+  for (auto& entry : statements_) sqlite3_finalize(entry.second);
+  statements_.clear();
   if (db_ != nullptr) sqlite3_close_v2(db_);
   db_ = nullptr;
 }
@@ -378,7 +408,7 @@ Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
   }
 
   if (version == 0) {
-    bool made = InTransaction(db_, [&] {
+    bool made = InTransaction(db_, &statements_, [&] {
                   return Exec(db_, kSchemaSql) ? ERROR_SUCCESS : ERROR_REGISTRY_IO_FAILED;
                 }) == ERROR_SUCCESS;
     if (!made) {
@@ -457,7 +487,7 @@ void Registry::Retire() {
 
 bool Registry::KeyExistsLocked(RegHive hive, const std::u16string& folded) {
   if (folded.empty()) return true;
-  Statement find(db_, "SELECT 1 FROM reg_key WHERE hive = ? AND folded = ?");
+  Statement find(db_, "SELECT 1 FROM reg_key WHERE hive = ? AND folded = ?", &statements_);
   find.BindInt(1, static_cast<int>(hive));
   find.BindBlob(2, BigEndian(folded));
   return find.Step() == SQLITE_ROW;
@@ -470,9 +500,14 @@ bool Registry::KeyExists(RegHive hive, const CString& path) {
 }
 
 int Registry::CreateKeyLocked(RegHive hive, const std::vector<CString>& parts, bool* created) {
+  if (created != nullptr) *created = false;
+  // Most writes go to keys that exist: one look instead of one insert per
+  // part of the path.
+  if (KeyExistsLocked(hive, Join(parts, parts.size(), true))) return ERROR_SUCCESS;
   bool last_new = false;
   for (size_t i = 1; i <= parts.size(); ++i) {
-    Statement insert(db_, "INSERT OR IGNORE INTO reg_key(hive, folded, name) VALUES(?, ?, ?)");
+    Statement insert(db_, "INSERT OR IGNORE INTO reg_key(hive, folded, name) VALUES(?, ?, ?)",
+                     &statements_);
     insert.BindInt(1, static_cast<int>(hive));
     insert.BindBlob(2, BigEndian(Join(parts, i, true)));
     insert.BindBlob(3, LittleEndian(Join(parts, i, false)));
@@ -489,7 +524,7 @@ int Registry::CreateKey(RegHive hive, const CString& path, bool* created) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
   if (parts.empty()) return ERROR_SUCCESS;
-  return InTransaction(db_, [&] { return CreateKeyLocked(hive, parts, created); });
+  return InTransaction(db_, &statements_, [&] { return CreateKeyLocked(hive, parts, created); });
 }
 
 int Registry::DeleteKey(RegHive hive, const CString& path) {
@@ -498,21 +533,22 @@ int Registry::DeleteKey(RegHive hive, const CString& path) {
   std::u16string folded = Join(parts, parts.size(), true);
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
-  return InTransaction(db_, [&] {
+  return InTransaction(db_, &statements_, [&] {
     if (!KeyExistsLocked(hive, folded)) return ERROR_FILE_NOT_FOUND;
     std::string low, high;
     DescendantRange(folded, &low, &high);
-    Statement child(db_, "SELECT 1 FROM reg_key WHERE hive = ? AND folded >= ? AND folded < ?");
+    Statement child(db_, "SELECT 1 FROM reg_key WHERE hive = ? AND folded >= ? AND folded < ?",
+                    &statements_);
     child.BindInt(1, static_cast<int>(hive));
     child.BindBlob(2, low);
     child.BindBlob(3, high);
     int rc = child.Step();
     if (rc == SQLITE_ROW) return ERROR_ACCESS_DENIED;
     if (rc != SQLITE_DONE) return ERROR_REGISTRY_IO_FAILED;
-    Statement values(db_, "DELETE FROM reg_value WHERE hive = ? AND key = ?");
+    Statement values(db_, "DELETE FROM reg_value WHERE hive = ? AND key = ?", &statements_);
     values.BindInt(1, static_cast<int>(hive));
     values.BindBlob(2, BigEndian(folded));
-    Statement key(db_, "DELETE FROM reg_key WHERE hive = ? AND folded = ?");
+    Statement key(db_, "DELETE FROM reg_key WHERE hive = ? AND folded = ?", &statements_);
     key.BindInt(1, static_cast<int>(hive));
     key.BindBlob(2, BigEndian(folded));
     return values.Run() && key.Run() ? ERROR_SUCCESS : ERROR_REGISTRY_IO_FAILED;
@@ -525,16 +561,18 @@ int Registry::DeleteTree(RegHive hive, const CString& path) {
   std::u16string folded = Join(parts, parts.size(), true);
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
-  return InTransaction(db_, [&] {
+  return InTransaction(db_, &statements_, [&] {
     if (!KeyExistsLocked(hive, folded)) return ERROR_FILE_NOT_FOUND;
     std::string self = BigEndian(folded), low, high;
     DescendantRange(folded, &low, &high);
     Statement values(db_,
                      "DELETE FROM reg_value WHERE hive = ?1 AND (key = ?2 OR (key >= ?3 AND "
-                     "key < ?4))");
+                     "key < ?4))",
+                     &statements_);
     Statement keys(db_,
                    "DELETE FROM reg_key WHERE hive = ?1 AND (folded = ?2 OR (folded >= ?3 AND "
-                   "folded < ?4))");
+                   "folded < ?4))",
+                   &statements_);
     for (Statement* s : {&values, &keys}) {
       s->BindInt(1, static_cast<int>(hive));
       s->BindBlob(2, self);
@@ -553,7 +591,8 @@ int Registry::QueryValue(RegHive hive, const CString& path, const CString& name,
   std::u16string folded = Join(parts, parts.size(), true);
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
-  Statement find(db_, "SELECT type, data FROM reg_value WHERE hive = ? AND key = ? AND folded = ?");
+  Statement find(db_, "SELECT type, data FROM reg_value WHERE hive = ? AND key = ? AND folded = ?",
+                 &statements_);
   find.BindInt(1, static_cast<int>(hive));
   find.BindBlob(2, BigEndian(folded));
   find.BindBlob(3, BigEndian(Fold(name.view())));
@@ -583,7 +622,7 @@ int Registry::SetValue(RegHive hive, const CString& path, const CString& name,
   std::u16string folded = Join(parts, parts.size(), true);
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
-  return InTransaction(db_, [&] {
+  return InTransaction(db_, &statements_, [&] {
     if (create_key) {
       int rc = CreateKeyLocked(hive, parts, nullptr);
       if (rc != ERROR_SUCCESS) return rc;
@@ -592,7 +631,8 @@ int Registry::SetValue(RegHive hive, const CString& path, const CString& name,
     }
     Statement put(db_,
                   "INSERT OR REPLACE INTO reg_value(hive, key, folded, name, type, data) "
-                  "VALUES(?, ?, ?, ?, ?, ?)");
+                  "VALUES(?, ?, ?, ?, ?, ?)",
+                  &statements_);
     put.BindInt(1, static_cast<int>(hive));
     put.BindBlob(2, BigEndian(folded));
     put.BindBlob(3, BigEndian(Fold(name.view())));
@@ -616,7 +656,8 @@ int Registry::DeleteValue(RegHive hive, const CString& path, const CString& name
   std::u16string folded = Join(parts, parts.size(), true);
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
-  Statement erase(db_, "DELETE FROM reg_value WHERE hive = ? AND key = ? AND folded = ?");
+  Statement erase(db_, "DELETE FROM reg_value WHERE hive = ? AND key = ? AND folded = ?",
+                  &statements_);
   erase.BindInt(1, static_cast<int>(hive));
   erase.BindBlob(2, BigEndian(folded));
   erase.BindBlob(3, BigEndian(Fold(name.view())));
@@ -634,10 +675,12 @@ int Registry::EnumKeys(RegHive hive, const CString& path, std::vector<CString>* 
     if (!KeyExistsLocked(hive, folded)) return ERROR_FILE_NOT_FOUND;
     std::string low, high;
     if (!folded.empty()) DescendantRange(folded, &low, &high);
-    Statement list(db_, folded.empty()
-                            ? "SELECT folded, name FROM reg_key WHERE hive = ? ORDER BY folded"
-                            : "SELECT folded, name FROM reg_key WHERE hive = ? AND folded >= ? "
-                              "AND folded < ? ORDER BY folded");
+    Statement list(db_,
+                   folded.empty()
+                       ? "SELECT folded, name FROM reg_key WHERE hive = ? ORDER BY folded"
+                       : "SELECT folded, name FROM reg_key WHERE hive = ? AND folded >= ? "
+                         "AND folded < ? ORDER BY folded",
+                   &statements_);
     list.BindInt(1, static_cast<int>(hive));
     if (!folded.empty()) {
       list.BindBlob(2, low);
@@ -665,7 +708,8 @@ int Registry::EnumValues(RegHive hive, const CString& path, std::vector<CString>
     std::lock_guard<std::mutex> lock(mutex_);
     if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
     if (!KeyExistsLocked(hive, folded)) return ERROR_FILE_NOT_FOUND;
-    Statement list(db_, "SELECT name FROM reg_value WHERE hive = ? AND key = ? ORDER BY folded");
+    Statement list(db_, "SELECT name FROM reg_value WHERE hive = ? AND key = ? ORDER BY folded",
+                   &statements_);
     list.BindInt(1, static_cast<int>(hive));
     list.BindBlob(2, BigEndian(folded));
     int rc;

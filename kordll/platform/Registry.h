@@ -34,6 +34,7 @@
 #define KORDLL_PLATFORM_REGISTRY_H_
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -43,6 +44,7 @@
 #include "kordll/platform/WinError.h"
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace kordll {
 
@@ -176,6 +178,8 @@ class Registry {
   std::mutex mutex_;
   // State below is protected by mutex_ (set once by the constructor).
   sqlite3* db_ = nullptr;
+  // Prepared statements by their text, reused from call to call.
+  std::map<std::string, sqlite3_stmt*> statements_;
   std::string file_path_;
   std::string set_aside_path_;
   bool in_memory_ = false;
