@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -36,9 +37,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kordll::Host::Install(h);
     return h;
   }();
-  static CString folder = [] {
-    CString made;
-    Check(FileSystem::CreateTempFolder("kordll-registry-fuzz-", &made) == 1);
+  // Never destroyed, so that the exit handler that removes it still finds it.
+  static const CString& folder = *[] {
+    auto* made = new CString();
+    Check(FileSystem::CreateTempFolder("kordll-registry-fuzz-", made) == 1);
+    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
     return made;
   }();
   host->ClearCalls();
