@@ -3,7 +3,9 @@
 #include <stdlib.h>
 #include <time.h>
 
+#include <chrono>
 #include <mutex>
+#include <string>
 
 namespace kordll {
 
@@ -19,11 +21,38 @@ std::mutex& ZoneMutex() {
 }  // namespace
 
 int TimeZone::GetBias() {
+  // tzset costs a look at the system's zone file on every call when TZ is
+  // unset, which is most of the cost of reading a date to local time. The
+  // bias is therefore kept while TZ stays the same, and for an unset TZ it
+  // is read again once a minute, so that a change of the system's zone is
+  // still seen.
+  struct Cache {
+    bool valid = false;
+    bool tz_set = false;
+    std::string tz;
+    int bias = 0;
+    std::chrono::steady_clock::time_point read_at;
+  };
+  static Cache* cache = new Cache();  // never destroyed: used at exit
+  constexpr auto kRereadUnset = std::chrono::minutes(1);
+
   std::lock_guard<std::mutex> lock(ZoneMutex());
+  const char* tz = getenv("TZ");
+  const bool tz_set = tz != nullptr;
+  const auto now = std::chrono::steady_clock::now();
+  if (cache->valid && cache->tz_set == tz_set &&
+      (tz_set ? cache->tz == tz : now - cache->read_at < kRereadUnset)) {
+    return cache->bias;
+  }
   tzset();
   // `timezone` is seconds west of UTC for the zone's standard time, which is
   // the bias with daylight saving left out.
-  return static_cast<int>(::timezone / 60);
+  cache->valid = true;
+  cache->tz_set = tz_set;
+  cache->tz = tz_set ? tz : "";
+  cache->bias = static_cast<int>(::timezone / 60);
+  cache->read_at = now;
+  return cache->bias;
 }
 
 ScopedTimeZone::ScopedTimeZone(const std::string& tz) {

@@ -6,7 +6,9 @@
 // read from a feed is moved to local time by the standard offset all year.
 //
 // The zone is the process's: TZ when set, else the system's default zone,
-// read through tzset and the C library's `timezone`.
+// read through tzset and the C library's `timezone`. A change of TZ is seen
+// at the next call; with TZ unset, a change of the system's zone is seen
+// within a minute.
 //
 // Thread safety: GetBias may be called from any thread. ScopedTimeZone
 // changes the process environment and is meant for tests, while no other
