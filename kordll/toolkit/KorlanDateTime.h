@@ -147,10 +147,12 @@ class KorlanDateTime {
   static CString DateToPublicationString(COleDateTime date, int prefixed);
   // The date as a reader of posts sees it: "3:05 pm ( 1 Hour 30 Minutes Ago
   // )" today, "9:05 pm ( Yesterday )", "November 02 @ 9:05 pm ( 5 Days Ago
-  // )" this year, "Wed, November 02, 2004 @ 9:05 pm" before; fullWords adds
-  // "Today @ ", "Yesterday @ " or "on ". "" for an invalid date.
+  // )" this year, "Tue, November 02, 2004 @ 9:05 pm" in another year;
+  // fullWords adds "Today @ ", "Yesterday @ " or "on ". A later date of this
+  // year reads "( Yesterday )", as the applications have always shown it.
+  // "" for an invalid date.
   static CString DateTimeToPublicationString(COleDateTime date, int unused, int fullWords);
-  // The age of a date in words: "1 Year 2 Months Ago", "3Ds 4H Ago", "1Min
+  // The age of a date in words: "1 Year 2 Months Ago", "3Ds 7Hs Ago", "1Min
   // Ago". Years are counted as 325 days and months as 31, as the
   // applications have always shown them. longWords spells units out,
   // coarse stops after the largest unit, appendAgo adds "Ago". "Invalid
