@@ -10,7 +10,7 @@
 // What is looked for is kept per relation and per field: relation -1 means
 // every relation, field -1 every field. Fields 0 to 3 (GUID, status and the
 // two dates) are system fields that a text search never looks into. For
-// each relation with specific fields the filter keeps a task item naming
+// each relation with named fields the filter keeps a task item naming
 // the fields to read from the database, so that a record that is not fully
 // loaded is read only as far as the test needs, and given up right after.
 //
@@ -105,8 +105,8 @@ class ContentFilter {
   // Each makes the filter active, empties it first when removeAllFirst is
   // not 0, and adds one item for field of relation (either may be -1). A
   // text or an integer (in decimal) also becomes a keyword unless an equal
-  // one (case included) is there; a date adds no keyword. A specific field
-  // of a specific relation is named in the relation's task item. Sets the
+  // one (case included) is there; a date adds no keyword. A given field
+  // of a given relation is named in the relation's task item. Sets the
   // changed flag. 1, or 0 when no item could be made (before start-up).
   int AddFilteredStringItem(CString text, int relation, int field, int removeAllFirst);
   int AddFilteredIntItem(int value, int relation, int field, int removeAllFirst);
@@ -213,7 +213,7 @@ class ContentFilter {
   // relations only this filter has, and resources only other has, do not
   // count. Keywords, cached text and cascade are not compared.
   int IsSame(ContentFilter* other);
-  // 1 when relation has one specific field, or two fields or more.
+  // 1 when relation has one field other than -1, or two fields or more.
   int IsSpecificFieldFilterIsDefined(int relation);
   int IsFieldChecked(int relation, int field);
   // The items of a field, or null. Owned by the filter; valid until the
