@@ -128,7 +128,7 @@ TEST_F(ContentFilterTest, RemovingWordsSkipsTheNeighbourOfARemovedKeyword) {
   EXPECT_EQ(fresh.IsFilterChanged(), 0);
 }
 
-TEST_F(ContentFilterTest, TaskItemsFollowTheFieldsOfASpecificRelation) {
+TEST_F(ContentFilterTest, TaskItemsFollowTheNamedFieldsOfARelation) {
   ContentFilter filter;
   filter.AddFilteredStringItem(CString(u"x"), 4, 7, 0);
   filter.AddFilteredStringItem(CString(u"y"), -1, 5, 0);
