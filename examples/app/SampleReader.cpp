@@ -131,8 +131,8 @@ int LoadListedPlugins() {
   return loaded;
 }
 
-// Every stored post of the database, each held by the posts controller
-// (ReserveHeader) with its body unloaded. The caller gives each back with
+// Every stored post of the database, each held by the posts controller it
+// comes from, with its body unloaded. The caller gives each back with
 // ReleaseHeader(kPostsController), which deletes it.
 std::vector<Focusable*> ReadPosts(kordll::AZeusDB* db) {
   std::vector<Focusable*> posts;
@@ -146,9 +146,11 @@ std::vector<Focusable*> ReadPosts(kordll::AZeusDB* db) {
       delete post;  // never held by anybody: ours to delete
       break;
     }
-    post->ReserveHeader(kPostsController);
-    // From now on only the holders' calls delete it. Let the body go: the
-    // readers below load what they need, as a real reader's panels would.
+    // The controller a record comes from holds it: from now on only its
+    // ReleaseHeader (or a Release once no controller holds it) deletes the
+    // record. Let the body go: the readers below load what they need, as a
+    // real reader's panels would.
+    post->SetOriginedResourceControllerID(kPostsController, 0);
     post->IsFullyLoaded(1);
     post->Release();
     posts.push_back(post);
@@ -228,8 +230,10 @@ int ReadAndFilter(kordll::CWinApp* app, const CString& keyword) {
   std::cout << matched << " of " << posts.size() << " posts passed the filter\n";
 
   // The posts go before their database: the last holder's call deletes each.
-  for (Focusable* post : posts) post->ReleaseHeader(kPostsController);
-  return posts.empty() ? 1 : 0;
+  int left = 0;
+  for (Focusable* post : posts) left += post->ReleaseHeader(kPostsController) == 1 ? 0 : 1;
+  if (left != 0) std::cout << left << " posts outlived their holder\n";
+  return posts.empty() || left != 0 ? 1 : 0;
 }
 
 }  // namespace
