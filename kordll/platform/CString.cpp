@@ -380,7 +380,7 @@ std::u16string_view FormatArg::AsText() const { return text_; }
 
 namespace {
 
-struct Spec {
+struct Conversion {
   bool left = false, plus = false, space = false, alt = false, zero = false;
   int width = -1;
   int precision = -1;
@@ -391,15 +391,15 @@ void AppendAscii(std::u16string& out, std::string_view s) {
 }
 
 // Pads body (with its sign/prefix kept in front of zero padding) to width.
-void EmitPadded(std::u16string& out, const Spec& spec, std::string_view prefix,
+void EmitPadded(std::u16string& out, const Conversion& cv, std::string_view prefix,
                 std::u16string_view body, bool allow_zero) {
   const int len = static_cast<int>(prefix.size() + body.size());
-  const int pad = spec.width > len ? spec.width - len : 0;
-  if (spec.left) {
+  const int pad = cv.width > len ? cv.width - len : 0;
+  if (cv.left) {
     AppendAscii(out, prefix);
     out.append(body);
     out.append(static_cast<size_t>(pad), u' ');
-  } else if (spec.zero && allow_zero) {
+  } else if (cv.zero && allow_zero) {
     AppendAscii(out, prefix);
     out.append(static_cast<size_t>(pad), u'0');
     out.append(body);
@@ -410,7 +410,7 @@ void EmitPadded(std::u16string& out, const Spec& spec, std::string_view prefix,
   }
 }
 
-void EmitInteger(std::u16string& out, const Spec& spec, char conv, const FormatArg& arg) {
+void EmitInteger(std::u16string& out, const Conversion& cv, char conv, const FormatArg& arg) {
   bool negative = false;
   unsigned long long magnitude = 0;
   int base = 10;
@@ -438,27 +438,27 @@ void EmitInteger(std::u16string& out, const Spec& spec, char conv, const FormatA
   if (conv == 'X') {
     for (char& c : digits) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   }
-  if (spec.precision >= 0) {
-    if (spec.precision == 0 && magnitude == 0) digits.clear();
-    if (static_cast<int>(digits.size()) < spec.precision) {
-      digits.insert(0, static_cast<size_t>(spec.precision) - digits.size(), '0');
+  if (cv.precision >= 0) {
+    if (cv.precision == 0 && magnitude == 0) digits.clear();
+    if (static_cast<int>(digits.size()) < cv.precision) {
+      digits.insert(0, static_cast<size_t>(cv.precision) - digits.size(), '0');
     }
   }
   std::string prefix;
   if (negative) prefix = "-";
-  else if ((conv == 'd' || conv == 'i') && spec.plus) prefix = "+";
-  else if ((conv == 'd' || conv == 'i') && spec.space) prefix = " ";
+  else if ((conv == 'd' || conv == 'i') && cv.plus) prefix = "+";
+  else if ((conv == 'd' || conv == 'i') && cv.space) prefix = " ";
   if (conv == 'p') prefix = "0x";
-  else if (spec.alt && magnitude != 0 && conv == 'x') prefix = "0x";
-  else if (spec.alt && magnitude != 0 && conv == 'X') prefix = "0X";
-  else if (spec.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(0, "0");
+  else if (cv.alt && magnitude != 0 && conv == 'x') prefix = "0x";
+  else if (cv.alt && magnitude != 0 && conv == 'X') prefix = "0X";
+  else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(0, "0");
   std::u16string body;
   AppendAscii(body, digits);
-  EmitPadded(out, spec, prefix, body, spec.precision < 0);
+  EmitPadded(out, spec, prefix, body, cv.precision < 0);
 }
 
-void EmitFloat(std::u16string& out, const Spec& spec, char conv, double v) {
-  const int precision = spec.precision < 0 ? 6 : spec.precision;
+void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
+  const int precision = cv.precision < 0 ? 6 : cv.precision;
   std::chars_format fmt = std::chars_format::fixed;
   char lower = static_cast<char>(std::tolower(static_cast<unsigned char>(conv)));
   if (lower == 'e') fmt = std::chars_format::scientific;
@@ -478,15 +478,15 @@ void EmitFloat(std::u16string& out, const Spec& spec, char conv, double v) {
     auto res = std::to_chars(buf, buf + sizeof(buf), magnitude, fmt,
                              lower == 'g' && capped == 0 ? 1 : capped);
     digits.assign(buf, res.ptr);
-    if (spec.alt && lower == 'f' && capped == 0) digits.push_back('.');
+    if (cv.alt && lower == 'f' && capped == 0) digits.push_back('.');
   }
   if (std::isupper(static_cast<unsigned char>(conv))) {
     for (char& c : digits) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   }
   std::string prefix;
   if (negative && !std::isnan(v)) prefix = "-";
-  else if (spec.plus) prefix = "+";
-  else if (spec.space) prefix = " ";
+  else if (cv.plus) prefix = "+";
+  else if (cv.space) prefix = " ";
   std::u16string body;
   AppendAscii(body, digits);
   EmitPadded(out, spec, prefix, body, std::isfinite(v));
@@ -530,24 +530,24 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
       ++i;
       continue;
     }
-    Spec spec;
+    Conversion cv;
     for (; i < n; ++i) {
       char16_t fl = f[i];
-      if (fl == u'-') spec.left = true;
-      else if (fl == u'+') spec.plus = true;
-      else if (fl == u' ') spec.space = true;
-      else if (fl == u'#') spec.alt = true;
-      else if (fl == u'0') spec.zero = true;
+      if (fl == u'-') cv.left = true;
+      else if (fl == u'+') cv.plus = true;
+      else if (fl == u' ') cv.space = true;
+      else if (fl == u'#') cv.alt = true;
+      else if (fl == u'0') cv.zero = true;
       else break;
     }
     if (i < n && f[i] == u'*') {
       const FormatArg* a = take();
       long long w = a ? a->AsInt() : 0;
       if (w < 0) {
-        spec.left = true;
+        cv.left = true;
         w = -w;
       }
-      spec.width = static_cast<int>(std::min<long long>(w, 4096));
+      cv.width = static_cast<int>(std::min<long long>(w, 4096));
       ++i;
     } else {
       int w = -1;
@@ -556,14 +556,14 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
         if (w > 4096) w = 4096;
         ++i;
       }
-      spec.width = w;
+      cv.width = w;
     }
     if (i < n && f[i] == u'.') {
       ++i;
       if (i < n && f[i] == u'*') {
         const FormatArg* a = take();
         long long p = a ? a->AsInt() : 0;
-        spec.precision = p < 0 ? -1 : static_cast<int>(std::min<long long>(p, 4096));
+        cv.precision = p < 0 ? -1 : static_cast<int>(std::min<long long>(p, 4096));
         ++i;
       } else {
         int p = 0;
@@ -572,7 +572,7 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
           if (p > 4096) p = 4096;
           ++i;
         }
-        spec.precision = p;
+        cv.precision = p;
       }
     }
     // Size prefixes: accepted, the argument's own type decides.
@@ -619,8 +619,8 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
         if (a) {
           std::u16string text = NumberText(*a);
           std::u16string_view view(text);
-          if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < view.size()) {
-            view = view.substr(0, static_cast<size_t>(spec.precision));
+          if (cv.precision >= 0 && static_cast<size_t>(cv.precision) < view.size()) {
+            view = view.substr(0, static_cast<size_t>(cv.precision));
           }
           EmitPadded(out, spec, "", view, false);
         }
