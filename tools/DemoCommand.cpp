@@ -203,6 +203,15 @@ void Records(Walk& walk) {
     return;
   }
   kordll::AZeusDB db(folder, CString(kDatabaseName), 0, 0);
+  // Opening reads the database header (a missing file is made). A file that
+  // is not a record database of this version is left alone: the engine
+  // would write into whatever it finds.
+  const int header = db.openDB(1);
+  db.closeDB();
+  if (!walk.Expect(header == 0, db.GetDBPath().ToUtf8() + " is not a record database (error " +
+                                    std::to_string(header) + "); it is left as it is")) {
+    return;
+  }
   const int before = CountRecords(&db);
   int slot = -1;
   {

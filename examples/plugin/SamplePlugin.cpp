@@ -87,6 +87,16 @@ std::set<CString> StoredGUIDs(AZeusDB* db) {
 // Saves the posts of the feed that the database does not hold yet. Returns
 // the number saved, or -1 (with *error set) when a save failed.
 int AddMissingPosts(AZeusDB* db, CString* error) {
+  // Opening reads the database header (a missing file is made). A file that
+  // is not a record database of this version is left alone: the engine
+  // would write into whatever it finds.
+  const int header = db->openDB(1);
+  db->closeDB();
+  if (header != 0) {
+    *error = kordll::Locations::GetFileName(db->GetDBPath()) +
+             CString::Formatted(u" is not a record database (error %d)", header);
+    return -1;
+  }
   const std::set<CString> stored = StoredGUIDs(db);
   int added = 0;
   for (const SamplePost& item : kFeed) {

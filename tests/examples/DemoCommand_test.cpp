@@ -1,0 +1,127 @@
+// The `kordll demo` walk, run in-process on a temporary root with a fixed
+// clock and zone: what it prints, that a second run on the same data goes
+// as well as the first, and that a broken data root makes it fail without
+// crashing.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/CString.h"
+#include "kordll/platform/Clock.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/TimeZone.h"
+#include "tests/support/TempRoot.h"
+// The command and its registry are compiled into this test so that it can
+// run the command the way the tool does.
+#include "tools/DemoCommand.cpp"
+#include "tools/ToolCommand.cpp"
+
+namespace kordll {
+namespace {
+
+class DemoCommandTest : public ::testing::Test {
+ protected:
+  DemoCommandTest() : tz_("UTC"), clock_(2010, 6, 15, 15, 5, 0) {}
+
+  int Run(const std::vector<std::string>& args = {}) {
+    for (const auto& command : kordll_tool::Commands()) {
+      if (command.name == "demo") {
+        std::ostringstream o, e;
+        int status = command.run(args, o, e);
+        out_ = o.str();
+        err_ = e.str();
+        return status;
+      }
+    }
+    ADD_FAILURE() << "demo command not registered";
+    return -1;
+  }
+
+  bool Has(const std::string& text) const { return out_.find(text) != std::string::npos; }
+
+  ScopedTimeZone tz_;
+  ScopedManualClock clock_;
+  test::TempRoot root_;
+  std::string out_, err_;
+};
+
+TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
+  ASSERT_EQ(0, Run()) << err_ << out_;
+  EXPECT_EQ("", err_);
+  // Dates, read from feed shapes and told in words.
+  EXPECT_TRUE(Has("shape 1, zone \"GMT\"; local 2005-11-07 10:00:00")) << out_;
+  EXPECT_TRUE(Has("shape 3, zone \"-05:00\"; local 2005-11-03 14:15:43")) << out_;
+  EXPECT_TRUE(Has("shown \"on Mon, November 07, 2005 @ 10:00 am\"")) << out_;
+  EXPECT_TRUE(Has("\"next Tuesday-ish\" -> not a date")) << out_;
+  // HTML.
+  EXPECT_TRUE(Has("decoded: <p>Fish & chips")) << out_;
+  EXPECT_TRUE(Has("decoded: search?q=feed reader!")) << out_;
+  // The record: saved in the data root, read back, filtered, printed.
+  EXPECT_TRUE(Has("relation 4 is \"post\" with 17 fields")) << out_;
+  EXPECT_TRUE(Has("saved in " + root_.DataRoot().ToUtf8() + "/demo.kdb at slot 0")) << out_;
+  EXPECT_TRUE(Has("read back: R3_G1, status 6, \"A record store of its own & no server\""))
+      << out_;
+  EXPECT_TRUE(Has("the post passes")) << out_;
+  EXPECT_TRUE(Has("the post does not match")) << out_;
+  EXPECT_TRUE(Has("<guid>3:R3_G1</guid>")) << out_;
+  EXPECT_TRUE(Has("<size>3.0 MBs</size>")) << out_;
+  EXPECT_TRUE(Has("<title>A record store of its own &amp; no server</title>")) << out_;
+  EXPECT_TRUE(Has("records in demo.kdb: 0 (as before the step)")) << out_;
+  // The profile.
+  EXPECT_TRUE(Has("Software\\Tidrel\\Demo\\Walk\\Runs = 1")) << out_;
+  EXPECT_TRUE(Has("All steps done.")) << out_;
+  EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
+  EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));
+}
+
+TEST_F(DemoCommandTest, ASecondRunOnTheSameRootGoesAlike) {
+  ASSERT_EQ(0, Run()) << err_;
+  const std::string first = out_;
+  const int64_t size = FileSystem::GetFileSize(root_.Path("data/demo.kdb"));
+  ASSERT_EQ(0, Run()) << err_;
+  EXPECT_EQ("", err_);
+  // Only the run counter differs; the freed slot is taken again.
+  EXPECT_TRUE(Has("Software\\Tidrel\\Demo\\Walk\\Runs = 2")) << out_;
+  EXPECT_TRUE(Has("at slot 0")) << out_;
+  std::string again = out_;
+  again.replace(again.find("Runs = 2"), 8, "Runs = 1");
+  EXPECT_EQ(first, again);
+  EXPECT_EQ(size, FileSystem::GetFileSize(root_.Path("data/demo.kdb")));
+}
+
+TEST_F(DemoCommandTest, ADataRootThatIsAFileFailsTheRecordSteps) {
+  ASSERT_EQ(1, FileSystem::RemoveDirectory(root_.DataRoot()));
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.DataRoot(), "not a folder"));
+  EXPECT_EQ(1, Run());
+  EXPECT_NE(std::string::npos, err_.find("cannot make the data root")) << err_;
+  EXPECT_TRUE(Has("Some steps failed.")) << out_;
+  // The steps that need no data root still ran.
+  EXPECT_TRUE(Has("Runs = 1")) << out_;
+}
+
+TEST_F(DemoCommandTest, AForeignFileInPlaceOfTheDatabaseFailsWithoutHarm) {
+  ASSERT_EQ(1, FileSystem::CreateDirectoryTree(root_.DataRoot()));
+  const std::string junk(3000, 'x');
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("data/demo.kdb"), junk));
+  EXPECT_EQ(1, Run());
+  EXPECT_NE(std::string::npos, err_.find("step 6: " + root_.DataRoot().ToUtf8() +
+                                         "/demo.kdb is not a record database (error 13)"))
+      << err_;
+  EXPECT_TRUE(Has("Some steps failed.")) << out_;
+  // The foreign file is left as it was.
+  std::string bytes;
+  ASSERT_EQ(1, FileSystem::ReadWholeFile(root_.Path("data/demo.kdb"), &bytes));
+  EXPECT_EQ(junk, bytes);
+}
+
+TEST_F(DemoCommandTest, ArgumentsAreAUsageError) {
+  EXPECT_EQ(2, Run({"--fast"}));
+  EXPECT_EQ("usage: kordll demo\n", err_);
+  EXPECT_EQ("", out_);
+}
+
+}  // namespace
+}  // namespace kordll
