@@ -454,7 +454,7 @@ void EmitInteger(std::u16string& out, const Conversion& cv, char conv, const For
   else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(0, "0");
   std::u16string body;
   AppendAscii(body, digits);
-  EmitPadded(out, spec, prefix, body, cv.precision < 0);
+  EmitPadded(out, cv, prefix, body, cv.precision < 0);
 }
 
 void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
@@ -489,7 +489,7 @@ void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
   else if (cv.space) prefix = " ";
   std::u16string body;
   AppendAscii(body, digits);
-  EmitPadded(out, spec, prefix, body, std::isfinite(v));
+  EmitPadded(out, cv, prefix, body, std::isfinite(v));
 }
 
 std::u16string NumberText(const FormatArg& arg) {
@@ -596,12 +596,12 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
     switch (conv) {
       case u'd': case u'i': case u'u': case u'x': case u'X': case u'o': case u'p': {
         const FormatArg* a = take();
-        if (a) EmitInteger(out, spec, static_cast<char>(conv), *a);
+        if (a) EmitInteger(out, cv, static_cast<char>(conv), *a);
         break;
       }
       case u'f': case u'F': case u'e': case u'E': case u'g': case u'G': {
         const FormatArg* a = take();
-        if (a) EmitFloat(out, spec, static_cast<char>(conv), a->AsDouble());
+        if (a) EmitFloat(out, cv, static_cast<char>(conv), a->AsDouble());
         break;
       }
       case u'c': case u'C': {
@@ -610,7 +610,7 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
           char16_t unit = a->kind() == FormatArg::kText
                               ? (a->AsText().empty() ? u'\0' : a->AsText()[0])
                               : static_cast<char16_t>(a->AsUInt() & 0xFFFF);
-          EmitPadded(out, spec, "", std::u16string_view(&unit, 1), false);
+          EmitPadded(out, cv, "", std::u16string_view(&unit, 1), false);
         }
         break;
       }
@@ -622,7 +622,7 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
           if (cv.precision >= 0 && static_cast<size_t>(cv.precision) < view.size()) {
             view = view.substr(0, static_cast<size_t>(cv.precision));
           }
-          EmitPadded(out, spec, "", view, false);
+          EmitPadded(out, cv, "", view, false);
         }
         break;
       }
