@@ -119,9 +119,8 @@ void FeedDates(Walk& walk) {
                << "; local " << date.Format(u"%Y-%m-%d %H:%M:%S").ToUtf8() << "\n"
                << "      stored " << KorlanDateTime::DateTimeToSimpleString(date, 0).ToUtf8()
                << "; full " << Quoted(KorlanDateTime::DateTimeToFullString(date, 0)) << "\n"
-               << "      shown "
-               << Quoted(KorlanDateTime::DateTimeToPublicationString(date, 0, 1)) << "; "
-               << KorlanDateTime::GetAgo_COleDateTime(date, 0, 1, 1, 1).ToUtf8() << "\n";
+               << "      shown " << Quoted(KorlanDateTime::DateTimeToPublicationString(date, 0, 1))
+               << "; " << KorlanDateTime::GetAgo_COleDateTime(date, 0, 1, 1, 1).ToUtf8() << "\n";
   }
   COleDateTime bad = KorlanDateTime::StringToDateTime(CString("next Tuesday-ish"), 1);
   walk.out() << "  \"next Tuesday-ish\" -> "
@@ -188,8 +187,7 @@ void Records(Walk& walk) {
   }
   const int fieldCount = relation->GetRGDBTemplate()->GetFieldCount();
   walk.out() << "  " << catalogue.GetRelationCount() << " relations; relation 4 is "
-             << Quoted(relation->GetRelationName()) << " with " << fieldCount
-             << " fields:\n   ";
+             << Quoted(relation->GetRelationName()) << " with " << fieldCount << " fields:\n   ";
   for (int field = 0; field < fieldCount; ++field) {
     const CString tag = relation->GetFieldDecorationName(field);
     walk.out() << " " << field << (tag.IsEmpty() ? std::string() : "=" + tag.ToUtf8());
@@ -246,8 +244,7 @@ void Records(Walk& walk) {
     walk.out() << "  read back: " << back->GetGUID().ToUtf8() << ", status "
                << back->GetFocusableStatus() << ", " << Quoted(back->GetPostTitle()) << "\n"
                << "  published "
-               << KorlanDateTime::DateTimeToPublicationString(back->GetPostPublicationDate(), 0,
-                                                              1)
+               << KorlanDateTime::DateTimeToPublicationString(back->GetPostPublicationDate(), 0, 1)
                       .ToUtf8()
                << "\n";
     walk.Expect(back->GetGUID() == CString("R3_G1") &&
@@ -306,8 +303,8 @@ void Records(Walk& walk) {
   walk.Expect(back->ReleaseHeader(kPostsController) == 1,
               "the post outlived the release of its last holder");
   const int after = CountRecords(&db);
-  walk.out() << "  records in " << kordll::Locations::GetFileName(db.GetDBPath()).ToUtf8()
-             << ": " << after << " (as before the step)\n";
+  walk.out() << "  records in " << kordll::Locations::GetFileName(db.GetDBPath()).ToUtf8() << ": "
+             << after << " (as before the step)\n";
   walk.Expect(after == before, "the database does not hold what it held before");
 }
 
@@ -325,13 +322,13 @@ void Profile(Walk& walk) {
   const int runs = app->GetProfileInt(u"Walk", u"Runs", 0) + 1;
   const int written = app->WriteProfileInt(u"Walk", u"Runs", runs);
   const int read = app->GetProfileInt(u"Walk", u"Runs", -1);
-  walk.out() << "  " << app->GetSectionKey(u"Walk").ToUtf8() << "\\Runs = " << read
-             << " (in " << kordll::Locations::GetProfileFolder().ToUtf8() << ")\n";
+  walk.out() << "  " << app->GetSectionKey(u"Walk").ToUtf8() << "\\Runs = " << read << " (in "
+             << kordll::Locations::GetProfileFolder().ToUtf8() << ")\n";
   walk.Expect(written == 1 && read == runs, "the run counter did not read back");
   app->WriteProfileString(u"Walk", u"LastTitle", u"Über die Brücke");
   const CString title = app->GetProfileString(u"Walk", u"LastTitle");
-  walk.out() << "  " << app->GetSectionKey(u"Walk").ToUtf8() << "\\LastTitle = "
-             << Quoted(title) << "\n";
+  walk.out() << "  " << app->GetSectionKey(u"Walk").ToUtf8() << "\\LastTitle = " << Quoted(title)
+             << "\n";
   walk.Expect(title == CString(u"Über die Brücke"), "the text did not read back");
 }
 

@@ -14,8 +14,9 @@
 //   7. shut down in the reverse order.
 //
 // Usage: kordll_sample_reader [--desktop] [--keyword WORD] [--program-folder DIR]
-//   --desktop         use the desktop host (addresses and downloads open
-//                     with the desktop's opener) instead of the headless one
+//   --desktop         use the desktop host instead of the headless one, and
+//                     open the link of the first matching post with the
+//                     desktop's opener
 //   --keyword WORD    the word the filter looks for (default "offline")
 //   --program-folder  where the plug-ins are (default: the folder of this
 //                     program, where the build puts SamplePlugin.DLL)
@@ -60,6 +61,8 @@ using kordll::Focusable;
 // passed over.
 const char* const kPlugins[] = {"SamplePlugin.DLL"};
 
+// The relation of a post.
+constexpr int kPostRelation = 4;
 // The controller id under which the application holds its posts (the
 // application's posts controller: a post's GUID is "R3_G<serial>").
 constexpr int kPostsController = 3;
@@ -167,14 +170,13 @@ void PrintPost(Focusable* post) {
     return;
   }
   using kordll::KorlanDateTime;
-  std::cout << "  \"" << post->GetPostTitle().ToUtf8() << "\"\n"
-            << "      published "
-            << KorlanDateTime::DateTimeToPublicationString(post->GetPostPublicationDate(), 0, 1)
-                   .ToUtf8()
-            << "\n      received "
-            << KorlanDateTime::DateTimeToPublicationString(post->GetPostReceivedDate(), 0, 1)
-                   .ToUtf8()
-            << "\n";
+  std::cout
+      << "  \"" << post->GetPostTitle().ToUtf8() << "\"\n"
+      << "      published "
+      << KorlanDateTime::DateTimeToPublicationString(post->GetPostPublicationDate(), 0, 1).ToUtf8()
+      << "\n      received "
+      << KorlanDateTime::DateTimeToPublicationString(post->GetPostReceivedDate(), 0, 1).ToUtf8()
+      << "\n";
   post->Release();
 }
 
@@ -189,8 +191,10 @@ bool Passes(kordll::ContentFilter* filter, Focusable* post) {
   return passed != 0;
 }
 
-// Steps 4 to 6, with the library started and the catalogue standing.
-int ReadAndFilter(kordll::CWinApp* app, const CString& keyword) {
+// Steps 4 to 6, with the library started and the catalogue standing. With
+// openFirstMatch, the link of the first post that passes is handed to the
+// host to open.
+int ReadAndFilter(kordll::CWinApp* app, const CString& keyword, bool openFirstMatch) {
   // 4. Plug-ins.
   if (LoadListedPlugins() == 0) {
     std::cout << "No plug-in ran: the application has no data.\n";
@@ -204,8 +208,8 @@ int ReadAndFilter(kordll::CWinApp* app, const CString& keyword) {
     return 1;
   }
   std::cout << "The plug-in added " << app->GetProfileInt(kPluginSection, u"PostsAdded", -1)
-            << " new posts (start " << app->GetProfileInt(kPluginSection, u"Starts", 0)
-            << ") to " << name.ToUtf8() << ".kdb\n\n";
+            << " new posts (start " << app->GetProfileInt(kPluginSection, u"Starts", 0) << ") to "
+            << name.ToUtf8() << ".kdb\n\n";
 
   // 5. The posts, read back.
   kordll::AZeusDB db(kordll::Locations::GetDataRoot(), name, 0, 0);
@@ -216,18 +220,30 @@ int ReadAndFilter(kordll::CWinApp* app, const CString& keyword) {
   // 6. A keyword filter over posts (relation 4), any field (-1).
   kordll::ContentFilter filter;
   filter.ReSetFilterStatus(kordll::ContentFilter::kSearchFilter, 0);
-  filter.AddFilteredStringItem(keyword, 4, -1, 0);
+  filter.AddFilteredStringItem(keyword, kPostRelation, -1, 0);
   std::cout << "\nFilter: " << filter.CreateStringDefinition().ToUtf8() << "\n";
   std::cout << "Stored as: " << filter.GetFilter().ToUtf8() << "\n";
   int matched = 0;
+  CString firstLink;
   for (Focusable* post : posts) {
     if (!Passes(&filter, post)) continue;
     ++matched;
     if (post->IsFullyLoaded(1) == 0 && post->LoadFocusable(nullptr) == 0) continue;
     std::cout << "  match: " << post->GetPostTitle().ToUtf8() << "\n";
+    if (firstLink.IsEmpty()) firstLink = post->GetPostLink();
     post->Release();
   }
   std::cout << matched << " of " << posts.size() << " posts passed the filter\n";
+  if (openFirstMatch && !firstLink.IsEmpty()) {
+    // The host decides what may be opened: the desktop host starts the
+    // desktop's opener for web addresses and downloads only, and answers a
+    // value above 32 when it did.
+    const intptr_t answer = kordll::Host::Current()->ShellExecute(u"open", firstLink, CString(),
+                                                                  CString(), kordll::SW_SHOW);
+    std::cout << "Opening " << firstLink.ToUtf8() << ": "
+              << (answer > 32 ? std::string("started") : "refused (" + std::to_string(answer) + ")")
+              << "\n";
+  }
 
   // The posts go before their database: the last holder's call deletes each.
   int left = 0;
@@ -272,7 +288,7 @@ int main(int argc, char** argv) {
     kordll::GlobalRelationsCtrl catalogue;
     std::cout << "Catalogue: " << catalogue.GetRelationCount() << " relations\n\n";
 
-    status = ReadAndFilter(&app, options.keyword);
+    status = ReadAndFilter(&app, options.keyword, options.desktop);
 
     // 7. Shut-down, in the reverse order: the catalogue and the application
     // object go at the end of this block.

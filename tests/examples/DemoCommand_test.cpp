@@ -62,8 +62,7 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
   // The record: saved in the data root, read back, filtered, printed.
   EXPECT_TRUE(Has("relation 4 is \"post\" with 17 fields")) << out_;
   EXPECT_TRUE(Has("saved in " + root_.DataRoot().ToUtf8() + "/demo.kdb at slot 0")) << out_;
-  EXPECT_TRUE(Has("read back: R3_G1, status 6, \"A record store of its own & no server\""))
-      << out_;
+  EXPECT_TRUE(Has("read back: R3_G1, status 6, \"A record store of its own & no server\"")) << out_;
   EXPECT_TRUE(Has("the post passes")) << out_;
   EXPECT_TRUE(Has("the post does not match")) << out_;
   EXPECT_TRUE(Has("<guid>3:R3_G1</guid>")) << out_;
