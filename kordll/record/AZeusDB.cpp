@@ -565,8 +565,9 @@ int AZeusDB::writeEmptySubTable(_struct_SubTableInfo* info, int64_t position) {
   // offsets in memory are those on disk also when a damaged tail was not
   // mapped.
   const uint64_t at = position >= 0 ? static_cast<uint64_t>(position) : end_of_file_;
+  // Within a batch the sub-table goes out with the records written into it.
   if (!file_->WriteAt(at, bytes.data(), static_cast<uint32_t>(bytes.size())) ||
-      !file_->Flush()) {
+      (!batch_ && !file_->Flush())) {
     return kErrWrite;
   }
   info->firstSlotPosition = at + static_cast<uint64_t>(info->GetHeaderSize());
@@ -642,7 +643,7 @@ int AZeusDB::expandTable(RGDBTemplate* tmpl) {
   registerNewSubTableInfo(std::move(info));
   openDB(0);
   writeDBHeader();
-  file_->Flush();
+  if (!batch_) file_->Flush();
   closeDB();
   return id;
 }
@@ -782,6 +783,72 @@ int AZeusDB::readSlotHeader(int slot, _struct_SLOTHEADER* header) {
   header->sequence = v[2];
   header->previous = v[3];
   return 0;
+}
+
+uint64_t AZeusDB::wantedSpan(_struct_SubTableInfo* info, RGDBTemplate* tmpl, DBTaskItem* task) {
+  // The bytes from the first field area to the end of the last area that
+  // the read takes, walking the fields as the read does.
+  uint64_t offset = 0;
+  uint64_t span = 0;
+  const int f = info->fieldCount;
+  for (int i = 0; i < f; ++i) {
+    FieldInfo* field = tmpl->GetField(i);
+    const int length = info->lengths[i];
+    if (field != nullptr && task != nullptr && task->allFields == 0) {
+      const int type = task->GetFieldTaskType(field->id);
+      if (type == DBTaskItem::kTaskPastEnd) break;
+      if (type != DBTaskItem::kTaskLoad) {
+        offset += length;
+        continue;
+      }
+    }
+    offset += length;
+    if (field != nullptr) span = offset;
+  }
+  return span;
+}
+
+int AZeusDB::readSlotFront(uint64_t position, uint64_t count) {
+  // Never more than the file holds: a damaged geometry cannot make the
+  // buffer grow beyond the file.
+  const int64_t size = file_->Size();
+  uint64_t available = size > static_cast<int64_t>(position)
+                           ? static_cast<uint64_t>(size) - position
+                           : 0;
+  if (count > available) count = available;
+  if (slot_buffer_.size() < count) slot_buffer_.resize(count);
+  uint32_t got = 0;
+  if (count < static_cast<uint64_t>(kSlotHeader) ||
+      !file_->ReadAt(position, slot_buffer_.data(), static_cast<uint32_t>(count), &got) ||
+      got < static_cast<uint32_t>(kSlotHeader)) {
+    slot_got_ = 0;
+    setError(kErrRead);
+    return 0;
+  }
+  slot_got_ = got;
+  return 1;
+}
+
+int AZeusDB::parseSlotHeader(const unsigned char* bytes, _struct_SLOTHEADER* header) {
+  char buffer[kSlotHeader + 1];
+  std::memcpy(buffer, bytes, kSlotHeader);
+  buffer[kSlotHeader] = '\0';
+  int v[4];
+  if (KdbFormat::ScanInts(buffer, kSlotHeader, v, 4) != 4) return kErrRead;
+  header->relation = v[0];
+  header->next = v[1];
+  header->sequence = v[2];
+  header->previous = v[3];
+  return 0;
+}
+
+void AZeusDB::parseItemsStatus(const unsigned char* bytes, int f, std::vector<int>* status) {
+  status->assign(f, 0);
+  for (int i = 0; i < f; ++i) {
+    const unsigned char c = bytes[1 + i];
+    // NUL (a free slot's status) reads as '0'.
+    (*status)[i] = (c >= '0' && c <= '9') ? c - '0' : 0;
+  }
 }
 
 int AZeusDB::writeSlotHeader(int slot, const _struct_SLOTHEADER& header) {
@@ -1005,20 +1072,17 @@ void AZeusDB::ConvertToWChar(const unsigned char* bytes, int length, int type,
 }
 
 int AZeusDB::readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
-                      uint64_t position, int* more) {
+                      const unsigned char* area, int* more) {
   if (*status == 0) return kErrNoData;
-  if (static_cast<int>(byte_buffer_.size()) < length + 1) byte_buffer_.resize(length + 1);
-  unsigned char* buffer = byte_buffer_.data();
-  uint32_t got = 0;
-  if (!file_->ReadAt(position, buffer, static_cast<uint32_t>(length), &got) ||
-      got < static_cast<uint32_t>(length)) {
+  if (area == nullptr) {
+    // The area lies beyond what the file holds.
     setError(kErrRead);
     return kErrRead;
   }
-  buffer[length] = 0;
-  position_ = position + length;
-  ConvertToWChar(buffer, length, field->type, &wide_buffer_);
-  if (buffer[0] != 0) {
+  // The decoders stop at the end of the area, so it is read in place; the
+  // terminator that a copy would get is the area's bound here.
+  ConvertToWChar(area, length, field->type, &wide_buffer_);
+  if (length > 0 && area[0] != 0) {
     const int partial = (*status == 2 || (*status != 0 && sequence > 0)) ? 1 : 0;
     const int first = sequence == 0 ? 1 : 0;
     const int last = *status != 2 ? 1 : 0;
@@ -1273,7 +1337,14 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
 
   // Every byte of the save is handed to the system before the record is told
   // that it is saved; a failure here keeps its changed flags for the next try.
+  // Within a batch the record is told after the batch's bytes went out.
+  if (batch_) {
+    batch_saved_.push_back({record, std::move(written)});
+    setError(kErrNone);
+    return 1;
+  }
   if (!file_->Flush()) {
+    forgetMapping();
     setError(kErrWrite);
     return kErrWrite;
   }
@@ -1281,6 +1352,19 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
   record->FocusableSaved();
   setError(kErrNone);
   return 1;
+}
+
+void AZeusDB::forgetMapping() {
+  // After a failed flush the file may hold less than memory says (a new
+  // sub-table that never reached it): the next operation maps the file
+  // again from what it really holds.
+  sub_tables_by_relation_.clear();
+  available_by_relation_.clear();
+  sub_tables_.clear();
+  mapped_ = 0;
+  end_of_file_ = KdbFormat::kDBHeaderSize;
+  CSingleLock ol(open_lock_);
+  next_sub_table_id_ = 0;
 }
 
 int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
@@ -1331,8 +1415,16 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
       setError(kErrRead);
       return 0;
     }
+    // The slot's header, its items status and the areas of the wanted
+    // fields come in one read.
+    const int front = kSlotHeader + info->fieldCount + 2;
+    const uint64_t slot_start = getSlotBytePosition(info, place, 0, 0);
+    uint64_t span = 0;
+    if (tmpl != nullptr && info->fieldCount == f) span = wantedSpan(info, tmpl, task);
+    if (!readSlotFront(slot_start, front + span)) return 0;
+    const unsigned char* bytes = slot_buffer_.data();
     _struct_SLOTHEADER header;
-    if (readSlotHeader(slot, &header) != 0) {
+    if (parseSlotHeader(bytes, &header) != 0) {
       setError(kErrRead);
       return 0;
     }
@@ -1360,6 +1452,11 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
         return 0;
       }
       f = tmpl->GetFieldCount();
+      if (info->fieldCount == f) {
+        span = wantedSpan(info, tmpl, task);
+        if (!readSlotFront(slot_start, front + span)) return 0;
+        bytes = slot_buffer_.data();
+      }
     }
     if (record->GetFocusableRelation() == -1) record->SetFocusableRelation(header.relation);
     if (last_relation != -1 && header.relation != last_relation) {
@@ -1376,9 +1473,9 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
       return 0;
     }
     status.assign(f, 0);
-    readItemsStatus(info, place, &status);
+    if (slot_got_ >= static_cast<uint64_t>(front)) parseItemsStatus(bytes + kSlotHeader, f, &status);
 
-    uint64_t p = getSlotBytePosition(info, place, 1, 1);
+    uint64_t offset = front;  // of the current field area in slot_buffer_
     uint64_t skip = 0;
     for (int i = 0; i < f; ++i) {
       FieldInfo* field = tmpl->GetField(i);
@@ -1392,11 +1489,13 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
           continue;
         }
       }
-      p += skip;
+      offset += skip;
       skip = 0;
-      const int r = readItem(record, field, length, &status[i], sequence, p, &more);
+      const unsigned char* area =
+          offset + length <= slot_got_ ? bytes + offset : nullptr;
+      const int r = readItem(record, field, length, &status[i], sequence, area, &more);
       if (r != 0 && r != kErrNoData) return 0;
-      p += length;
+      offset += length;
     }
     if (more) {
       previous = slot;
@@ -1478,6 +1577,11 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
   int result = 1;
   {
     CSingleLock sl(slot_lock_);
+    // The records' writes are coalesced and handed to the system together
+    // before this call returns; each record is told that it is saved only
+    // after that.
+    batch_ = 1;
+    batch_saved_.clear();
     RGDBTemplate* current = nullptr;
     bool have_relation = false;
     int relation = 0;
@@ -1495,6 +1599,20 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
       if (r != 0) record->SetDB(this);
       result &= r;
     }
+    batch_ = 0;
+    if (file_->Flush()) {
+      for (auto& [record, written] : batch_saved_) {
+        for (int id : written) record->ChangeItemChangeStatus(id, 0);
+        record->FocusableSaved();
+      }
+    } else {
+      // Nothing of the batch is promised: the records keep their changed
+      // flags, and the mapping is read again from the file.
+      forgetMapping();
+      setError(kErrWrite);
+      result = 0;
+    }
+    batch_saved_.clear();
   }
   closeDB();
   return result;

@@ -190,8 +190,10 @@ class AZeusDB {
   int writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
   int readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
   int deleteSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // Reads one field's piece from area (the length bytes of its area, read
+  // by the caller; null when the file ends before the area).
   int readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
-               uint64_t position, int* more);
+               const unsigned char* area, int* more);
   int writeItem(CString* text, int length, int* status, int* more, int* changed);
   int writeItem_wstring(const CString& text, int* position, int length, int* status,
                         int* more, int* changed);
@@ -226,6 +228,19 @@ class AZeusDB {
   // of the fields that the save covers. REQUIRES: header_lock_ not held by
   // another thread in a conflicting order (it is taken here).
   void countStatistics(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // The bytes, from the first field area of a slot, that a read with this
+  // task takes.
+  uint64_t wantedSpan(_struct_SubTableInfo* info, RGDBTemplate* tmpl, DBTaskItem* task);
+  // Reads count bytes of a slot from position into slot_buffer_ (fewer at
+  // the end of the file; slot_got_ says how many). 0 with error 3 when not
+  // even the slot header could be read.
+  int readSlotFront(uint64_t position, uint64_t count);
+  // The slot header and the items status from bytes already read.
+  int parseSlotHeader(const unsigned char* bytes, _struct_SLOTHEADER* header);
+  void parseItemsStatus(const unsigned char* bytes, int f, std::vector<int>* status);
+  // Drops the sub-tables in memory so that the next operation maps the file
+  // again. REQUIRES: slot_lock_ held.
+  void forgetMapping();
   // Flushes what the current operation has written to the operating system.
   int finishIO();
   // Keeps available_by_relation_ in step with the flags of info.
@@ -270,6 +285,13 @@ class AZeusDB {
   // every sub-table of a large file.
   std::map<int, std::set<int>> available_by_relation_;
   std::vector<unsigned char> byte_buffer_;
+  // Set while writeFocusablesSlot writes its records: their bytes are
+  // flushed together at its end, and the records saved meanwhile (with the
+  // field ids written) are told so only then.
+  int batch_ = 0;
+  std::vector<std::pair<Focusable*, std::vector<int>>> batch_saved_;
+  std::vector<unsigned char> slot_buffer_;  // the front of the slot being read
+  uint64_t slot_got_ = 0;                   // bytes of it that the file held
   std::u16string wide_buffer_;
 };
 

@@ -1,5 +1,7 @@
 #include "kordll/record/MarkedText.h"
 
+#include <algorithm>
+
 namespace kordll {
 
 namespace {
@@ -48,6 +50,14 @@ int Put(char16_t ch, unsigned char* out) {
   return 3;
 }
 
+// Appends count bytes as the units of the same values.
+void AppendBytes(const unsigned char* bytes, int count, std::u16string* out) {
+  const size_t old = out->size();
+  out->resize(old + static_cast<size_t>(count));
+  char16_t* to = out->data() + old;
+  for (int k = 0; k < count; ++k) to[k] = bytes[k];
+}
+
 int LeadingOnes(unsigned char b) {
   int n = 0;
   while (n < 8 && (b & (0x80 >> n)) != 0) ++n;
@@ -68,7 +78,17 @@ int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* a
   area[1] = ' ';
   int used = 2;
   bool multi = false;
+  // A one-byte character fits while used stays below this bound.
+  const int ascii_bound = fit == kRecordArea ? length : length - 1;
+  const char16_t* units = text.data();
   while (*position < size) {
+    // Runs of characters below 127 are the common case: they are copied
+    // without the general fitting test, as far as they fit.
+    int pos = *position;
+    const int end = pos + std::min(ascii_bound - used, size - pos);
+    while (pos < end && units[pos] < 127) area[used++] = static_cast<unsigned char>(units[pos++]);
+    *position = pos;
+    if (pos >= size) break;
     const char16_t ch = text[*position];
     const int need = EncodedSize(ch);
     if (!Fits(need, used, length, fit)) {
@@ -97,6 +117,14 @@ int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* a
 void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
   int i = 0;
   while (i < length && bytes[i] != 0) {
+    // A run of one-byte characters goes in at once.
+    int j = i;
+    while (j < length && bytes[j] != 0 && bytes[j] < 0x80) ++j;
+    if (j > i) {
+      AppendBytes(bytes + i, j - i, out);
+      i = j;
+      if (i >= length || bytes[i] == 0) return;
+    }
     const unsigned char b = bytes[i];
     switch (LeadingOnes(b)) {
       case 0:
@@ -123,10 +151,15 @@ void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u1
 
 void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,
                               std::u16string* out) {
-  for (int i = 0; i < length && bytes[i] != 0; ++i) {
-    if (skipBlanks && i < 2 && bytes[i] == ' ') continue;
+  int i = 0;
+  for (; i < length && i < 2 && bytes[i] != 0; ++i) {
+    if (skipBlanks && bytes[i] == ' ') continue;
     out->push_back(bytes[i]);
   }
+  if (i < 2) return;
+  int j = i;
+  while (j < length && bytes[j] != 0) ++j;
+  AppendBytes(bytes + i, j - i, out);
 }
 
 void MarkedText::AppendPiece(const unsigned char* bytes, int length, std::u16string* out) {

@@ -8,7 +8,7 @@ namespace kordll {
 namespace {
 
 // Pages read at once when reads walk forward through the file (a scan).
-constexpr uint64_t kReadAheadPages = 16;
+constexpr uint64_t kReadAheadPages = 64;
 // The largest single write handed to the operating system.
 constexpr uint64_t kMaxRunBytes = 1 << 20;
 
@@ -68,14 +68,36 @@ int64_t SlotFile::Size() {
 }
 
 void SlotFile::DropCacheLocked() {
+  for (auto& [index, page] : pages_) {
+    page->dirty_lo = kPageSize;
+    page->dirty_hi = 0;
+    spare_.push_back(std::move(page));
+  }
   pages_.clear();
   dirty_.clear();
   last_loaded_ = UINT64_MAX;
+  last_index_ = UINT64_MAX;
+  last_page_ = nullptr;
 }
 
-SlotFile::Page* SlotFile::GetPage(uint64_t index, bool willOverwriteAll) {
+std::unique_ptr<SlotFile::Page> SlotFile::NewPage() {
+  if (!spare_.empty()) {
+    std::unique_ptr<Page> page = std::move(spare_.back());
+    spare_.pop_back();
+    return page;
+  }
+  auto page = std::make_unique<Page>();
+  page->data.resize(kPageSize);
+  return page;
+}
+
+SlotFile::Page* SlotFile::GetPageSlow(uint64_t index, bool willOverwriteAll) {
   auto it = pages_.find(index);
-  if (it != pages_.end()) return it->second.get();
+  if (it != pages_.end()) {
+    last_index_ = index;
+    last_page_ = it->second.get();
+    return last_page_;
+  }
   if (static_cast<int64_t>(pages_.size()) * kPageSize >= kMaxCachedBytes) {
     // Bounded memory: write out what is pending and start the cache afresh.
     if (!FlushLocked()) return nullptr;
@@ -83,29 +105,41 @@ SlotFile::Page* SlotFile::GetPage(uint64_t index, bool willOverwriteAll) {
   }
   const uint64_t first_byte = index * kPageSize;
   if (willOverwriteAll || static_cast<int64_t>(first_byte) >= disk_size_) {
-    auto page = std::make_unique<Page>();
-    page->data.assign(kPageSize, 0);
+    std::unique_ptr<Page> page = NewPage();
+    // A page past the file's end reads as zeros until written.
+    if (!willOverwriteAll) std::memset(page->data.data(), 0, kPageSize);
     Page* raw = page.get();
     pages_.emplace(index, std::move(page));
+    last_index_ = index;
+    last_page_ = raw;
     return raw;
   }
   // Load this page, and when reads walk forward, the pages after it too.
   uint64_t count = (last_loaded_ != UINT64_MAX && index == last_loaded_ + 1) ? kReadAheadPages : 1;
   const uint64_t disk_pages = (static_cast<uint64_t>(disk_size_) + kPageSize - 1) / kPageSize;
   count = std::min(count, disk_pages - index);
-  std::vector<unsigned char> buffer(count * kPageSize, 0);
+  // The read ahead stays within the bound of the cache.
+  count = std::min<uint64_t>(count, std::max<int64_t>(
+                                        1, kMaxCachedBytes / kPageSize -
+                                               static_cast<int64_t>(pages_.size())));
+  read_buffer_.resize(count * kPageSize);
   uint32_t got = 0;
-  if (file_.SetFilePointer(static_cast<int64_t>(first_byte), FILE_BEGIN) < 0) return nullptr;
-  if (!file_.ReadFile(buffer.data(), static_cast<uint32_t>(buffer.size()), &got)) return nullptr;
+  if (!file_.ReadFileAt(static_cast<int64_t>(first_byte), read_buffer_.data(),
+                        static_cast<uint32_t>(count * kPageSize), &got)) {
+    return nullptr;
+  }
   // A file that shrank under us reads as zeros past its end.
+  if (got < count * kPageSize) std::memset(read_buffer_.data() + got, 0, count * kPageSize - got);
   for (uint64_t i = 0; i < count; ++i) {
     if (pages_.count(index + i) != 0) continue;
-    auto page = std::make_unique<Page>();
-    page->data.assign(buffer.begin() + i * kPageSize, buffer.begin() + (i + 1) * kPageSize);
+    std::unique_ptr<Page> page = NewPage();
+    std::memcpy(page->data.data(), read_buffer_.data() + i * kPageSize, kPageSize);
     pages_.emplace(index + i, std::move(page));
   }
   last_loaded_ = index + count - 1;
-  return pages_[index].get();
+  last_index_ = index;
+  last_page_ = pages_[index].get();
+  return last_page_;
 }
 
 int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* got) {
@@ -177,7 +211,8 @@ int SlotFile::FlushLocked() {
            (dirty_[j + 1] - dirty_[i]) * kPageSize < kMaxRunBytes) {
       ++j;
     }
-    std::vector<unsigned char> run;
+    std::vector<unsigned char>& run = run_buffer_;
+    run.clear();
     const Page* first = pages_[dirty_[i]].get();
     const uint64_t start = dirty_[i] * kPageSize + first->dirty_lo;
     for (size_t k = i; k <= j; ++k) {
@@ -186,8 +221,8 @@ int SlotFile::FlushLocked() {
                  page->data.begin() + page->dirty_hi);
     }
     uint32_t written = 0;
-    if (file_.SetFilePointer(static_cast<int64_t>(start), FILE_BEGIN) < 0 ||
-        !file_.WriteFile(run.data(), static_cast<uint32_t>(run.size()), &written)) {
+    if (!file_.WriteFileAt(static_cast<int64_t>(start), run.data(),
+                           static_cast<uint32_t>(run.size()), &written)) {
       ok = false;
       break;
     }

@@ -78,7 +78,12 @@ class SlotFile {
   };
 
   // REQUIRES: mu_ held.
-  Page* GetPage(uint64_t index, bool willOverwriteAll);
+  Page* GetPage(uint64_t index, bool willOverwriteAll) {
+    if (index == last_index_) return last_page_;
+    return GetPageSlow(index, willOverwriteAll);
+  }
+  Page* GetPageSlow(uint64_t index, bool willOverwriteAll);
+  std::unique_ptr<Page> NewPage();
   int FlushLocked();
   void DropCacheLocked();
 
@@ -92,6 +97,15 @@ class SlotFile {
   std::unordered_map<uint64_t, std::unique_ptr<Page>> pages_;
   std::vector<uint64_t> dirty_;  // indexes of pages with a dirty range
   uint64_t last_loaded_ = UINT64_MAX;
+  // The page used last, so that the many small reads and writes within one
+  // slot skip the map. Reset with the cache.
+  uint64_t last_index_ = UINT64_MAX;
+  Page* last_page_ = nullptr;
+  // Pages of a dropped cache, kept for reuse (never more than the cache
+  // holds), and the buffers of the reads and writes that go to the file.
+  std::vector<std::unique_ptr<Page>> spare_;
+  std::vector<unsigned char> read_buffer_;
+  std::vector<unsigned char> run_buffer_;
 };
 
 }  // namespace kordll
