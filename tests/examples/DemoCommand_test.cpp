@@ -11,6 +11,7 @@
 
 #include "kordll/platform/CString.h"
 #include "kordll/platform/Clock.h"
+#include "kordll/platform/FileFind.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/TimeZone.h"
 #include "tests/support/TempRoot.h"
@@ -89,6 +90,26 @@ TEST_F(DemoCommandTest, ASecondRunOnTheSameRootGoesAlike) {
   again.replace(again.find("Runs = 2"), 8, "Runs = 1");
   EXPECT_EQ(first, again);
   EXPECT_EQ(size, FileSystem::GetFileSize(root_.Path("data/demo.kdb")));
+}
+
+TEST_F(DemoCommandTest, WritesNothingBesideTheDataRootAndTheProfile) {
+  ASSERT_EQ(0, Run()) << err_;
+  // Every name the walk left directly in the root, and in the two folders
+  // that must stay empty.
+  auto list = [](const CString& folder) {
+    std::vector<std::string> names;
+    FileFind finder;
+    int more = finder.FindFile(folder, CString("*"));
+    while (more != 0) {
+      more = finder.FindNextFile();
+      names.push_back(finder.GetFileName().ToUtf8());
+    }
+    return names;
+  };
+  EXPECT_EQ((std::vector<std::string>{"config", "data", "downloads", "home"}), list(root_.root()));
+  EXPECT_EQ((std::vector<std::string>{"demo.kdb"}), list(root_.DataRoot()));
+  EXPECT_TRUE(list(root_.DownloadFolder()).empty());
+  EXPECT_TRUE(list(root_.Path("home")).empty());
 }
 
 TEST_F(DemoCommandTest, ADataRootThatIsAFileFailsTheRecordSteps) {
