@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "kordll/platform/CString.h"
@@ -31,8 +32,9 @@ struct Slot {
 
 class KdbWalk {
  public:
-  KdbWalk(const std::string& bytes, std::ostream& out, bool dump)
-      : b_(bytes), out_(out), dump_(dump) {}
+  KdbWalk(const std::string& bytes, std::ostream& out, bool dump,
+          const KdbInspector::RelationLookup* lookup = nullptr)
+      : b_(bytes), out_(out), dump_(dump), lookup_(lookup) {}
 
   int Run() {
     Header();
@@ -257,6 +259,7 @@ class KdbWalk {
         if (t.states[place] != '1') continue;
         const int head = t.id * KdbFormat::kSlotsPerSubTable + place;
         out_ << "record at slot " << head << " (relation " << t.relation << ")\n";
+        const std::vector<KdbInspector::FieldDesc>* layout = Layout(t.relation, t.fields);
         std::vector<std::u16string> text(t.fields);
         std::vector<int> more(t.fields, 1);
         int index = head;
@@ -278,9 +281,19 @@ class KdbWalk {
             if (!more[i] || c == '0' || c == '\0') continue;
             const unsigned char* u = reinterpret_cast<const unsigned char*>(area.data());
             const int n = static_cast<int>(area.size());
-            // Without the catalogue a field's type is not known: a piece that
-            // starts with a marker is read as marked text, any other as 8-bit.
-            if (n >= 2 && ((u[0] == '!' && u[1] == ':') || (u[0] == ' ' && u[1] == ' '))) {
+            if (layout != nullptr) {
+              // The catalogue says how the area is written: string fields
+              // as marked text, all others as 8-bit text.
+              if ((*layout)[i].type == 4) {
+                MarkedText::AppendPiece(u, n, &text[i]);
+              } else {
+                MarkedText::AppendNarrow(u, n, false, &text[i]);
+              }
+            } else if (n >= 2 &&
+                       ((u[0] == '!' && u[1] == ':') || (u[0] == ' ' && u[1] == ' '))) {
+              // Without the catalogue a field's type is not known: a piece
+              // that starts with a marker is read as marked text, any other
+              // as 8-bit.
               MarkedText::AppendPiece(u, n, &text[i]);
             } else {
               MarkedText::AppendNarrow(u, n, false, &text[i]);
@@ -294,15 +307,63 @@ class KdbWalk {
         out_ << "  slots: " << chain << "\n";
         for (int i = 0; i < t.fields; ++i) {
           if (text[i].empty()) continue;
-          out_ << "  field " << i << ": " << CString(text[i]).ToUtf8() << "\n";
+          if (layout != nullptr && (*layout)[i].id >= 0) {
+            const KdbInspector::FieldDesc& d = (*layout)[i];
+            out_ << "  field " << d.id << " " << (d.name.empty() ? "(no key)" : d.name) << " ("
+                 << TypeName(d.type) << "): " << CString(text[i]).ToUtf8() << "\n";
+          } else {
+            out_ << "  field " << i << ": " << CString(text[i]).ToUtf8() << "\n";
+          }
         }
       }
+    }
+  }
+
+  // The catalogue's layout of relation, or null when it is not known or
+  // does not have fields field positions. Asked once per relation.
+  const std::vector<KdbInspector::FieldDesc>* Layout(int relation, int fields) {
+    if (lookup_ == nullptr || !*lookup_) return nullptr;
+    auto it = layouts_.find(relation);
+    if (it == layouts_.end()) {
+      std::vector<KdbInspector::FieldDesc> layout;
+      const bool known = (*lookup_)(relation, &layout);
+      it = layouts_.emplace(relation, std::make_pair(known, std::move(layout))).first;
+    }
+    if (!it->second.first) return nullptr;
+    if (static_cast<int>(it->second.second.size()) != fields) {
+      if (mismatch_told_.insert(relation).second) {
+        out_ << "relation " << relation << ": the catalogue's layout has "
+             << it->second.second.size() << " field positions, the file " << fields
+             << "; fields are shown by position\n";
+      }
+      return nullptr;
+    }
+    return &it->second.second;
+  }
+
+  static const char* TypeName(int type) {
+    switch (type) {
+      case 0:
+        return "int";
+      case 1:
+        return "double";
+      case 2:
+        return "date";
+      case 3:
+        return "bool";
+      case 4:
+        return "string";
+      default:
+        return "unknown type";
     }
   }
 
   const std::string& b_;
   std::ostream& out_;
   bool dump_;
+  const KdbInspector::RelationLookup* lookup_;
+  std::map<int, std::pair<bool, std::vector<KdbInspector::FieldDesc>>> layouts_;
+  std::set<int> mismatch_told_;
   int problems_ = 0;
   std::vector<SubTable> tables_;
   std::map<int, size_t> by_id_;
@@ -395,6 +456,11 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
 
 int KdbInspector::DumpKdb(const std::string& bytes, std::ostream& out) {
   return KdbWalk(bytes, out, true).Run();
+}
+
+int KdbInspector::DumpKdb(const std::string& bytes, std::ostream& out,
+                          const RelationLookup& lookup) {
+  return KdbWalk(bytes, out, true, &lookup).Run();
 }
 
 int KdbInspector::CheckKdb(const std::string& bytes, std::ostream& out) {

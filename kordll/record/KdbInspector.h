@@ -10,17 +10,36 @@
 #ifndef KORDLL_RECORD_KDBINSPECTOR_H_
 #define KORDLL_RECORD_KDBINSPECTOR_H_
 
+#include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace kordll {
 
 class KdbInspector {
  public:
+  // One field position of a relation's layout, as the catalogue knows it.
+  struct FieldDesc {
+    int id = -1;       // field id; -1 for a hole in the layout
+    std::string name;  // the field's key (decoration name), UTF-8
+    int type = -1;     // type id: 0 int, 1 double, 2 date, 3 bool, 4 string
+  };
+  // Answers the layout of a relation: fills *fields with one entry per
+  // field position and returns true, or returns false for a relation it
+  // does not know.
+  using RelationLookup = std::function<bool(int relation, std::vector<FieldDesc>* fields)>;
+
   // Prints the database header, each sub-table (id, relation, lengths, slot
-  // states) and each record, field by field by position, following its
-  // chain. Returns the number of problems met on the way.
+  // states) and each record, following its chain, field by field. With a
+  // lookup that knows the record's relation (and a layout of as many field
+  // positions as the sub-table has), each field is printed with its id, key
+  // and type and decoded as its type says (string fields as marked text,
+  // the others as 8-bit text); otherwise by position, a piece that starts
+  // with a marker being read as marked text. Returns the number of problems
+  // met on the way.
   static int DumpKdb(const std::string& bytes, std::ostream& out);
+  static int DumpKdb(const std::string& bytes, std::ostream& out, const RelationLookup& lookup);
   // Walks every sub-table, slot and chain and prints one line per problem,
   // with its file offset. Returns the number of problems.
   static int CheckKdb(const std::string& bytes, std::ostream& out);
