@@ -64,6 +64,14 @@ T ReadDecimal(std::basic_string_view<Ch> s, size_t* consumed) {
   return value;
 }
 
+// The C functions read their arguments as NUL-terminated strings: a text
+// that holds U+0000 (a NUL-padded record, say) ends there for them.
+template <class Ch>
+std::basic_string_view<Ch> UpToNul(std::basic_string_view<Ch> s) {
+  size_t nul = s.find(Ch(0));
+  return nul == std::basic_string_view<Ch>::npos ? s : s.substr(0, nul);
+}
+
 locale_t CLocale() {
   static locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
   return loc;
@@ -304,8 +312,9 @@ struct Scanner {
         }
         case 'c': case 'C': {
           size_t count = width == 0 ? 1 : width;
-          if (pos >= in.size()) return Fail();
-          if (in.size() - pos < count) count = in.size() - pos;
+          // Fewer units than the width asks for end the input before the
+          // conversion completes: nothing is assigned or counted.
+          if (pos >= in.size() || in.size() - pos < count) return Fail();
           converted = true;
           if (!suppress) {
             AssignText(Next(), in.substr(pos, count));
@@ -370,12 +379,12 @@ struct Scanner {
 }  // namespace
 
 int swscanf(const CString& input, const CString& format, std::initializer_list<ScanArg> args) {
-  Scanner<char16_t> s{input.view(), format.view(), args.begin(), args.end()};
+  Scanner<char16_t> s{UpToNul(input.view()), UpToNul(format.view()), args.begin(), args.end()};
   return s.Run();
 }
 
 int sscanf(std::string_view input, std::string_view format, std::initializer_list<ScanArg> args) {
-  Scanner<char> s{input, format, args.begin(), args.end()};
+  Scanner<char> s{UpToNul(input), UpToNul(format), args.begin(), args.end()};
   return s.Run();
 }
 
@@ -388,11 +397,12 @@ template <class Str, class State>
 int NextToken(Str* token, const Str* text, std::basic_string_view<typename Str::value_type> delims,
               State& state) {
   if (text) {
-    state.text = *text;
+    state.text = UpToNul(std::basic_string_view<typename Str::value_type>(*text));
     state.pos = 0;
     state.active = true;
   }
   if (!state.active) return 0;
+  delims = UpToNul(delims);
   const auto& t = state.text;
   size_t from = t.find_first_not_of(delims, state.pos);
   if (from == Str::npos) {

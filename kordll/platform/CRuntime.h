@@ -49,6 +49,7 @@ using ScanArg = std::variant<int*, long long*, unsigned*, double*, CString*, std
 // space skipped first); %c reads one unit without skipping white space;
 // %[set] and %[^set] read a non-empty run. Returns the count of assigned
 // fields, or -1 (EOF) when the input ends before the first conversion.
+// Input and format are read as C strings: each ends at its first U+0000.
 int swscanf(const CString& input, const CString& format, std::initializer_list<ScanArg> args);
 int sscanf(std::string_view input, std::string_view format, std::initializer_list<ScanArg> args);
 
@@ -70,7 +71,8 @@ struct NarrowTokenState {
 // wcstok meaning: with text non-null, starts a new walk over a copy of
 // *text; with null, goes on with the walk of the state. Skips runs of
 // delimiters, so empty tokens vanish. Returns 1 and sets *token, or 0 when
-// no token is left (then the walk is over).
+// no token is left (then the walk is over). As with the C strings the C
+// functions take, the text and the delimiters end at their first U+0000.
 int wcstok(CString* token, const CString* text, const CString& delims, TokenState& state);
 int wcstok(CString* token, const CString* text, const CString& delims);
 int strtok(std::string* token, const std::string* text, std::string_view delims,

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <string>
+#include <vector>
 
 namespace kordll {
 namespace {
@@ -91,6 +93,46 @@ TEST(RuntimeScan, SuppressionCharsAndSets) {
   EXPECT_EQ(rest, u"tail");
   EXPECT_EQ(swscanf(CString(u"0x1A"), CString(u"%x"), {&a}), 1);
   EXPECT_EQ(a, 26);
+}
+
+TEST(RuntimeScan, InputAndFormatEndAtTheFirstNul) {
+  // A NUL-padded record read as a C string: the padding is not part of %s.
+  CString word;
+  int n = 0;
+  const char16_t padded[] = u"5:abc\0\0x";
+  EXPECT_EQ(swscanf(CString(padded, 8), CString(u"%d:%s"), {&n, &word}), 2);
+  EXPECT_EQ(word, u"abc");
+  // Nothing after the NUL is seen: the input ends before the conversion.
+  EXPECT_EQ(swscanf(CString(u"\0" u"7", 2), CString(u"%d"), {&n}), -1);
+  std::string narrow;
+  EXPECT_EQ(sscanf(std::string_view("ab\0cd", 5), "%s", {&narrow}), 1);
+  EXPECT_EQ(narrow, "ab");
+}
+
+TEST(RuntimeScan, CharsWiderThanTheInputAreNotAssigned) {
+  CString three(u"--");
+  int n = 0;
+  EXPECT_EQ(swscanf(CString(u"ab"), CString(u"%3c"), {&three}), -1);
+  EXPECT_EQ(three, u"--");
+  EXPECT_EQ(swscanf(CString(u"1ab"), CString(u"%d%3c"), {&n, &three}), 1);
+  EXPECT_EQ(three, u"--");
+  EXPECT_EQ(swscanf(CString(u"abc"), CString(u"%3c"), {&three}), 1);
+  EXPECT_EQ(three, u"abc");
+}
+
+TEST(RuntimeTokens, TextAndDelimitersEndAtTheFirstNul) {
+  CString text(u"a;b\0;c", 6);
+  TokenState st;
+  CString tok;
+  std::vector<CString> got;
+  for (int r = wcstok(&tok, &text, CString(u";"), st); r; r = wcstok(&tok, nullptr, CString(u";"), st)) {
+    got.push_back(tok);
+  }
+  EXPECT_EQ(got, (std::vector<CString>{CString(u"a"), CString(u"b")}));
+  // A NUL in the delimiters ends them; it is no delimiter itself.
+  CString plain(u"x,y");
+  EXPECT_EQ(wcstok(&tok, &plain, CString(u"\0,", 2), st), 1);
+  EXPECT_EQ(tok, u"x,y");
 }
 
 TEST(RuntimeTokens, RunsOfDelimitersVanish) {
