@@ -186,7 +186,9 @@ CString CString::Tokenize(const CString& delims, int& start) const {
   }
   size_t to = s_.find_first_of(delims.s_, from);
   if (to == std::u16string::npos) to = s_.size();
-  start = static_cast<int>(to < s_.size() ? to + 1 : to);
+  // One past the delimiter; after a last token that ends the text this is
+  // one past the end, as MFC leaves it.
+  start = static_cast<int>(to) + 1;
   return CString(s_.substr(from, to - from));
 }
 
@@ -343,12 +345,42 @@ FormatArg::FormatArg(const std::string& utf8)
   text_ = owned_;
 }
 
+FormatArg::FormatArg(const FormatArg& other)
+    : kind_(other.kind_), i_(other.i_), u_(other.u_), d_(other.d_), owned_(other.owned_) {
+  // A view of the other's own copy must become a view of ours.
+  text_ = other.OwnsText() ? std::u16string_view(owned_) : other.text_;
+}
+
+bool FormatArg::OwnsText() const {
+  return !owned_.empty() && text_.data() == owned_.data();
+}
+
+namespace {
+
+// A double as an integer of the conversion, without the undefined behaviour
+// of casting a value the integer cannot hold: NaN gives 0, others saturate.
+long long DoubleToInt(double d) {
+  if (std::isnan(d)) return 0;
+  if (d >= 9223372036854775807.0) return LLONG_MAX;
+  if (d <= -9223372036854775808.0) return LLONG_MIN;
+  return static_cast<long long>(d);
+}
+
+unsigned long long DoubleToUInt(double d) {
+  if (std::isnan(d)) return 0;
+  if (d < 0) return static_cast<unsigned long long>(DoubleToInt(d));
+  if (d >= 18446744073709551615.0) return ULLONG_MAX;
+  return static_cast<unsigned long long>(d);
+}
+
+}  // namespace
+
 long long FormatArg::AsInt() const {
   switch (kind_) {
     case kInt: return i_;
     case kUInt:
     case kPointer: return static_cast<long long>(u_);
-    case kDouble: return static_cast<long long>(d_);
+    case kDouble: return DoubleToInt(d_);
     case kText: return 0;
   }
   return 0;
@@ -359,7 +391,7 @@ unsigned long long FormatArg::AsUInt() const {
     case kInt: return static_cast<unsigned long long>(i_);
     case kUInt:
     case kPointer: return u_;
-    case kDouble: return static_cast<unsigned long long>(d_);
+    case kDouble: return DoubleToUInt(d_);
     case kText: return 0;
   }
   return 0;
@@ -542,7 +574,7 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
     }
     if (i < n && f[i] == u'*') {
       const FormatArg* a = take();
-      long long w = a ? a->AsInt() : 0;
+      long long w = a ? std::clamp<long long>(a->AsInt(), -4096, 4096) : 0;
       if (w < 0) {
         cv.left = true;
         w = -w;

@@ -53,6 +53,9 @@ class FormatArg {
   FormatArg(const char* utf8);
   FormatArg(const std::string& utf8);
   FormatArg(const void* p) : kind_(kPointer), u_(reinterpret_cast<uintptr_t>(p)) {}
+  // A copy views its own converted text, never the original's.
+  FormatArg(const FormatArg& other);
+  FormatArg& operator=(const FormatArg&) = delete;
 
   Kind kind() const { return kind_; }
   long long AsInt() const;
@@ -62,6 +65,8 @@ class FormatArg {
   std::u16string_view AsText() const;
 
  private:
+  bool OwnsText() const;  // text_ views owned_
+
   Kind kind_;
   long long i_ = 0;
   unsigned long long u_ = 0;

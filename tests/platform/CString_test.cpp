@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cmath>
+#include <string>
+#include <vector>
+
 namespace kordll {
 namespace {
 
@@ -90,6 +95,35 @@ TEST(CStringTokenize, SkipsRunsOfDelimiters) {
   EXPECT_EQ(s.Tokenize(CString(u","), pos), u"b");
   EXPECT_EQ(s.Tokenize(CString(u","), pos), u"");
   EXPECT_EQ(pos, -1);
+  // A last token that ends the text leaves the start one past the end.
+  CString t(u"a,b");
+  pos = 2;
+  EXPECT_EQ(t.Tokenize(CString(u","), pos), u"b");
+  EXPECT_EQ(pos, 4);
+  EXPECT_EQ(t.Tokenize(CString(u","), pos), u"");
+  EXPECT_EQ(pos, -1);
+}
+
+TEST(CStringFormat, NumbersOutOfRangeOfTheConversionSaturate) {
+  // A double for an integer conversion never casts out of range.
+  EXPECT_EQ(CString::Formatted(u"%d", 1e300), u"9223372036854775807");
+  EXPECT_EQ(CString::Formatted(u"%d", -1e300), u"-9223372036854775808");
+  EXPECT_EQ(CString::Formatted(u"%d", std::nan("")), u"0");
+  EXPECT_EQ(CString::Formatted(u"%u", 1e300), u"18446744073709551615");
+  // The most negative width is a left-aligned width like any other.
+  EXPECT_EQ(CString::Formatted(u"[%*d]", LLONG_MIN, 5).GetLength(), 4098);
+}
+
+TEST(CStringFormat, CopiedArgumentsKeepTheirOwnText) {
+  std::vector<FormatArg> args;
+  {
+    std::string utf8 = "converted";
+    FormatArg original(utf8);
+    args.push_back(original);
+  }
+  args.push_back(FormatArg("second"));  // may move the first to new storage
+  EXPECT_EQ(args[0].AsText(), u"converted");
+  EXPECT_EQ(args[1].AsText(), u"second");
 }
 
 TEST(CStringFormat, ConversionsAndFlags) {
