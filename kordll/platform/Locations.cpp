@@ -25,7 +25,16 @@ struct State {
   CString program_folder;  // set by the application; "" for the default
   CString exe_folder;      // folder of /proc/self/exe, computed once
   bool exe_folder_known = false;
+  // Set by the first testing override and never cleared: from then on the
+  // process environment no longer speaks for the location variables.
+  bool testing = false;
 };
+
+// Where the folders lie below when a test has set overrides but no root is
+// set now (its temporary root is gone). Nothing can be made below /proc/self,
+// not even by the super-user, so a late call fails instead of reaching the
+// real home folder.
+constexpr char kNoTestRoot[] = "/proc/self/kordll-no-test-root";
 
 State& GetState() {
   static State* state = new State;  // never destroyed: usable at exit
@@ -38,9 +47,29 @@ bool IsAsciiLetter(char16_t c) { return (c >= u'a' && c <= u'z') || (c >= u'A' &
 
 bool IsAbsolute(const CString& path) { return !path.IsEmpty() && path[0] == u'/'; }
 
+bool InTestingMode() {
+  State& s = GetState();
+  std::lock_guard<std::mutex> l(s.mu);
+  return s.testing;
+}
+
+// A variable that decides a location: as overridden for testing; once any
+// override has been set, unset unless overridden; otherwise the process
+// environment.
+CString LocationVariable(const char* name) {
+  {
+    State& s = GetState();
+    std::lock_guard<std::mutex> l(s.mu);
+    auto it = s.overrides.find(name);
+    if (it != s.overrides.end()) return it->second ? *it->second : CString();
+    if (s.testing) return CString();
+  }
+  return Locations::GetVariable(name);
+}
+
 // An absolute folder from a variable, or "" for unset, empty or relative.
 CString AbsoluteVariable(const char* name) {
-  CString value = Locations::GetVariable(name);
+  CString value = LocationVariable(name);
   if (!IsAbsolute(value)) return CString();
   return Locations::NormalizePath(value);
 }
@@ -48,6 +77,8 @@ CString AbsoluteVariable(const char* name) {
 CString HomeFolder() {
   CString home = AbsoluteVariable("HOME");
   if (!home.IsEmpty()) return home;
+  // A test never reaches the account's real home.
+  if (InTestingMode()) return CString();
   // Without HOME, the account's home from the user database.
   std::vector<char> buffer(16384);
   struct passwd pw;
@@ -63,7 +94,7 @@ CString HomeFolder() {
 // that work fails rather than lands in a folder nobody chose).
 CString BelowHome(const char* relative) {
   CString home = HomeFolder();
-  if (home.IsEmpty()) return CString();
+  if (home.IsEmpty()) return InTestingMode() ? Locations::Join(kNoTestRoot, relative) : CString();
   return Locations::Join(home, relative);
 }
 
@@ -218,6 +249,7 @@ void Locations::SetVariableForTesting(const char* name, std::optional<CString> v
   State& s = GetState();
   std::lock_guard<std::mutex> l(s.mu);
   s.overrides[name] = std::move(value);
+  s.testing = true;
 }
 
 void Locations::SetRootForTesting(const CString& root) {
@@ -300,9 +332,15 @@ CString Locations::MapDrivePath(const CString& text) {
   char16_t drive = text[0] | 0x20;  // ASCII lower case
   if (drive == u'c' && !parts.empty() && parts[0].CompareNoCase("Tidrel Downloads") == 0) {
     parts.erase(parts.begin());
-    return JoinParts(GetDownloadFolder(), parts);
+    CString downloads = GetDownloadFolder();
+    // Without a download folder the path has nowhere to go: "" names no
+    // file, where a relative path would land in the working folder.
+    if (downloads.IsEmpty()) return CString();
+    return JoinParts(downloads, parts);
   }
-  CString base = Join(GetDataRoot(), CString("drive_") + drive);
+  CString data = GetDataRoot();
+  if (data.IsEmpty()) return CString();
+  CString base = Join(data, CString("drive_") + drive);
   return JoinParts(base, parts);
 }
 

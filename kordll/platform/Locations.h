@@ -18,7 +18,13 @@
 //
 // Tests never touch the real home folder: SetRootForTesting (or the TempRoot
 // helper of the tests) points every location into a temporary folder, and
-// SetVariableForTesting stands in for the process environment.
+// SetVariableForTesting stands in for the process environment. Once any
+// testing override has been set, the process environment and the user
+// database no longer decide a location, even after ResetForTesting: a folder
+// that no override names lies below "/proc/self/kordll-no-test-root", where
+// nothing can be made, so a call that comes after a test's root is gone fails
+// rather than reaching the real home folder. Applications, which never set
+// these overrides, see the rules above unchanged.
 //
 // All members are static and thread-safe.
 
@@ -61,7 +67,8 @@ class Locations {
   // HOME `root`/home, so that no location can reach the real home folder.
   static void SetRootForTesting(const CString& root);
 
-  // Testing: forgets every override and the program folder set.
+  // Testing: forgets every override and the program folder set (the
+  // process stays in testing mode, see above).
   static void ResetForTesting();
 
   // ---- Paths ---------------------------------------------------------------
@@ -95,7 +102,9 @@ class Locations {
   // "C:\Tidrel Downloads\rest" (any case) is the download folder with rest
   // below it; any other is <data root>/drive_x/rest, x lower case. Both "\"
   // and "/" separate parts of such a path; ".." parts stop at the drive's
-  // root, as on Windows. Any other text is given back unchanged.
+  // root, as on Windows. With no such folder (no home folder at all) the
+  // answer is "", which names no file. Any other text is given back
+  // unchanged.
   static CString MapDrivePath(const CString& text);
 
   // ---- Names taken from data -----------------------------------------------

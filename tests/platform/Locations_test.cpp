@@ -66,6 +66,22 @@ TEST_F(LocationsTest, ProfileAndDataFollowXdgThenHome) {
   EXPECT_EQ("/x/share/kordll", Locations::GetDataRoot());
 }
 
+TEST(LocationsAfterTest, NothingReachesTheRealHomeOnceATestRootIsGone) {
+  { test::TempRoot root; }
+  // The environment and the user database no longer decide: every folder
+  // lies below /proc/self, where nothing can be made.
+  for (const CString& folder : {Locations::GetProfileFolder(), Locations::GetDataRoot(),
+                                Locations::GetDownloadFolder()}) {
+    EXPECT_EQ(folder.Left(31), "/proc/self/kordll-no-test-root/") << folder.ToUtf8();
+    EXPECT_FALSE(FileSystem::CreateDirectoryTree(folder));
+  }
+  EXPECT_EQ(Locations::MapDrivePath("D:\\x").Left(31), "/proc/self/kordll-no-test-root/");
+  // An explicit override still speaks.
+  Locations::SetVariableForTesting("HOME", CString("/home/someone"));
+  EXPECT_EQ("/home/someone/.config/kordll", Locations::GetProfileFolder());
+  Locations::ResetForTesting();
+}
+
 TEST_F(LocationsTest, ProgramFolderIsTheExecutablesUnlessSet) {
   CString exe_folder = Locations::GetProgramFolder();
   ASSERT_FALSE(exe_folder.IsEmpty());

@@ -293,6 +293,24 @@ TEST_F(RegistryTest, CurrentFollowsTheProfileFolderAndOldPointersFailSafely) {
   EXPECT_EQ(v.integer, 1u);
 }
 
+TEST(RegistryAfterTest, ALateCallAfterTheTestRootMakesNoFile) {
+  TestHost host;
+  Host::Install(&host);
+  {
+    test::TempRoot root;
+    ASSERT_EQ(Registry::Current()->SetValue(kUser, "K", "v", RegValue::Dword(1), true),
+              ERROR_SUCCESS);
+  }
+  // The root is gone: the registry cannot land anywhere on disk, least of all
+  // in the real profile folder; it keeps the session in memory and says so.
+  Registry* late = Registry::Current();
+  EXPECT_TRUE(late->in_memory());
+  EXPECT_EQ(late->file_path(), "");
+  EXPECT_EQ(host.CountOf(TestHost::CallKind::kMessageBox), 1);
+  Registry::CloseCurrent();
+  Host::Install(nullptr);
+}
+
 // ---- The Win32-shaped calls --------------------------------------------------
 
 TEST_F(RegistryTest, Win32OpenCreateAndClose) {

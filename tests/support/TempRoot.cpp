@@ -3,6 +3,7 @@
 #include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
+#include "kordll/platform/Registry.h"
 
 namespace kordll {
 namespace test {
@@ -31,6 +32,11 @@ TempRoot::TempRoot(int options) {
 
 TempRoot::~TempRoot() {
   FaultInjection::DisarmAll();
+  // The process registry lives in the profile folder about to go: close it,
+  // so that no connection outlives its file. Once the overrides are gone,
+  // every location lies where nothing can be made (see Locations), so a late
+  // call fails instead of reaching the real home folder.
+  Registry::CloseCurrent();
   Locations::ResetForTesting();
   if (root_.IsEmpty()) return;
   if (!FileSystem::DeleteFolderTree(root_)) {

@@ -6,9 +6,11 @@
 // folder is <root>/config, the data root <root>/data, the download folder
 // <root>/downloads and HOME <root>/home, all made at once. With
 // kWithProgramFolder the program folder becomes <root>/program (made too).
-// On destruction it puts the locations back (Locations::ResetForTesting) and
-// removes the folder with everything in it; it also disarms any fault
-// injection left armed. Only one TempRoot should be alive at a time.
+// On destruction it closes the process registry, puts the locations back
+// (Locations::ResetForTesting: from then on they lie where nothing can be
+// made, never in the real home folder) and removes the folder with
+// everything in it; it also disarms any fault injection left armed. Only one
+// TempRoot should be alive at a time.
 //
 //   #include "tests/support/TempRoot.h"
 //
