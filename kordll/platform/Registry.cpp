@@ -230,9 +230,13 @@ bool MakeFolders(const std::string& folder) {
   return stat(folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// Renames without replacing an existing target.
-bool RenameNoReplace(const std::string& from, const std::string& to) {
-  return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+// Renames without replacing an existing target, also on a file system that
+// lacks the kernel's no-replace rename (the file layer falls back to a hard
+// link there). *taken tells whether the target name was in use.
+bool RenameNoReplace(const std::string& from, const std::string& to, bool* taken = nullptr) {
+  int ok = FileSystem::MoveFile(CString::FromUtf8(from), CString::FromUtf8(to));
+  if (taken != nullptr) *taken = !ok && GetLastError() == ERROR_ALREADY_EXISTS;
+  return ok != 0;
 }
 
 std::string ProfileFolder() {
@@ -428,8 +432,9 @@ bool Registry::SetAside(const std::string& path) {
   for (int n = 1; n <= 1000; ++n) {
     std::string aside = path + ".damaged" + (n == 1 ? std::string() : "-" + std::to_string(n));
     if (PathExists(aside) || PathExists(aside + "-wal") || PathExists(aside + "-shm")) continue;
-    if (!RenameNoReplace(path, aside)) {
-      if (errno == EEXIST) continue;
+    bool taken = false;
+    if (!RenameNoReplace(path, aside, &taken)) {
+      if (taken) continue;
       return false;
     }
     // The journal files belong to the damaged file: they must not be
