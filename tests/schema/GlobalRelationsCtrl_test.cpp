@@ -135,16 +135,6 @@ TEST(GlobalRelationsCtrlTest, AddRelationKeepsTheOldOneUnlessReplacing) {
   EXPECT_EQ(catalogue.AddRelation(nullptr, 1), 0);
 }
 
-TEST(GlobalRelationsCtrlTest, RelationsWithOneNameAreKeptApartById) {
-  GlobalRelationsCtrl catalogue;
-  EXPECT_EQ(catalogue.GetRelation(4)->GetRelationName(), CString("post"));
-  EXPECT_EQ(catalogue.GetRelation(11)->GetRelationName(), CString("post"));
-  EXPECT_NE(catalogue.GetRelation(4)->GetRGDBTemplate(),
-            catalogue.GetRelation(11)->GetRGDBTemplate());
-  EXPECT_EQ(catalogue.GetRelation(4)->GetRGDBTemplate()->GetFieldCount(), 17);
-  EXPECT_EQ(catalogue.GetRelation(11)->GetRGDBTemplate()->GetFieldCount(), 20);
-}
-
 TEST(GlobalRelationsCtrlTest, RemovedRelationBelongsToTheCaller) {
   GlobalRelationsCtrl catalogue;
   Relation* removed = catalogue.RemoveRelation(18);
