@@ -9,6 +9,8 @@ namespace {
 
 // Pages read at once when reads walk forward through the file (a scan).
 constexpr uint64_t kReadAheadPages = 64;
+// Bytes of the window that a forward walk reads at once.
+constexpr uint64_t kWindowBytes = 256 << 10;
 // The largest single write handed to the operating system.
 constexpr uint64_t kMaxRunBytes = 1 << 20;
 
@@ -78,6 +80,31 @@ void SlotFile::DropCacheLocked() {
   last_loaded_ = UINT64_MAX;
   last_index_ = UINT64_MAX;
   last_page_ = nullptr;
+  window_size_ = 0;
+  last_read_end_ = UINT64_MAX;
+}
+
+bool SlotFile::LoadWindow(uint64_t offset) {
+  window_size_ = 0;
+  const uint64_t start = offset / kPageSize * kPageSize;
+  if (static_cast<int64_t>(start) >= disk_size_) return false;
+  const uint64_t count = std::min<uint64_t>(kWindowBytes, static_cast<uint64_t>(disk_size_) - start);
+  window_.resize(kWindowBytes);
+  uint32_t got = 0;
+  if (!file_.ReadFileAt(static_cast<int64_t>(start), window_.data(), static_cast<uint32_t>(count),
+                        &got)) {
+    return false;
+  }
+  // What the cache holds is newer than the file where it was written.
+  for (uint64_t index = start / kPageSize; index * kPageSize < start + got; ++index) {
+    auto it = pages_.find(index);
+    if (it == pages_.end()) continue;
+    const uint64_t n = std::min<uint64_t>(kPageSize, start + got - index * kPageSize);
+    std::memcpy(window_.data() + (index * kPageSize - start), it->second->data.data(), n);
+  }
+  window_start_ = start;
+  window_size_ = got;
+  return got > 0;
 }
 
 std::unique_ptr<SlotFile::Page> SlotFile::NewPage() {
@@ -149,6 +176,22 @@ int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* go
   if (static_cast<int64_t>(offset) >= size_ || count == 0) return 1;
   uint64_t left = std::min<uint64_t>(count, static_cast<uint64_t>(size_) - offset);
   unsigned char* out = static_cast<unsigned char*>(buffer);
+  // A read that goes on forward from the one before, into a part of the
+  // file that the cache does not hold, is served from the window.
+  const bool forward = last_read_end_ != UINT64_MAX && offset >= last_read_end_ &&
+                       offset - last_read_end_ < kWindowBytes / 4;
+  last_read_end_ = offset + left;
+  bool in_window = window_size_ > 0 && offset >= window_start_ &&
+                   offset + left <= window_start_ + window_size_;
+  if (!in_window && forward && offset + left <= static_cast<uint64_t>(disk_size_) &&
+      pages_.count(offset / kPageSize) == 0 && left <= kWindowBytes / 2) {
+    in_window = LoadWindow(offset) && offset + left <= window_start_ + window_size_;
+  }
+  if (in_window) {
+    std::memcpy(out, window_.data() + (offset - window_start_), left);
+    if (got != nullptr) *got = static_cast<uint32_t>(left);
+    return 1;
+  }
   uint32_t done = 0;
   while (left > 0) {
     const uint64_t index = offset / kPageSize;
@@ -172,6 +215,13 @@ int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
   std::lock_guard<std::mutex> lock(mu_);
   if (!open_ || !writable_) return 0;
   const unsigned char* in = static_cast<const unsigned char*>(buffer);
+  if (window_size_ > 0 && offset < window_start_ + window_size_ &&
+      offset + count > window_start_) {
+    // The window stays what the file will hold.
+    const uint64_t from = std::max(offset, window_start_);
+    const uint64_t to = std::min<uint64_t>(offset + count, window_start_ + window_size_);
+    std::memcpy(window_.data() + (from - window_start_), in + (from - offset), to - from);
+  }
   uint64_t left = count;
   uint32_t done = 0;
   while (left > 0) {

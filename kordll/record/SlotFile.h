@@ -85,6 +85,8 @@ class SlotFile {
   Page* GetPageSlow(uint64_t index, bool willOverwriteAll);
   std::unique_ptr<Page> NewPage();
   int FlushLocked();
+  // Reads the window that starts at the page of offset. REQUIRES: mu_ held.
+  bool LoadWindow(uint64_t offset);
   void DropCacheLocked();
 
   std::mutex mu_;
@@ -105,6 +107,14 @@ class SlotFile {
   // holds), and the buffers of the reads and writes that go to the file.
   std::vector<std::unique_ptr<Page>> spare_;
   std::vector<unsigned char> read_buffer_;
+  // A window of the file read in one piece when reads walk forward (a scan):
+  // [window_start_, window_start_ + window_size_). It is kept current: every
+  // write into its range is copied into it, and what the page cache holds is
+  // laid over it when it is read. Empty when window_size_ is 0.
+  std::vector<unsigned char> window_;
+  uint64_t window_start_ = 0;
+  uint64_t window_size_ = 0;
+  uint64_t last_read_end_ = UINT64_MAX;  // where the previous read ended
   std::vector<unsigned char> run_buffer_;
 };
 
