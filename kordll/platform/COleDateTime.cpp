@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "kordll/platform/Clock.h"
 
@@ -88,7 +89,7 @@ bool IsBlank(char16_t ch) { return IsSpaceUnit(ch); }
 // Reads a run of ASCII digits at *pos; stores its value and length. The
 // value saturates well above any accepted field, so long runs cannot
 // overflow.
-int ReadDigits(const std::u16string& s, size_t* pos, int* value) {
+int ReadDigits(std::u16string_view s, size_t* pos, int* value) {
   int length = 0;
   int v = 0;
   while (*pos < s.size() && s[*pos] >= u'0' && s[*pos] <= u'9') {
@@ -488,7 +489,10 @@ bool COleDateTime::ParseDateTime(const CString& text, unsigned long /*flags*/,
                                  unsigned long /*locale*/) {
   dt_ = 0;
   status_ = invalid;
-  const std::u16string& s = text.str();
+  // The reader takes a C string: it sees the text up to its first U+0000,
+  // as the scanned forms of the date reader do.
+  std::u16string_view s = text.view();
+  s = s.substr(0, s.find(u'\0'));
   size_t pos = 0;
   auto skip_blanks = [&] {
     size_t before = pos;

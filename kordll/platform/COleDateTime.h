@@ -142,7 +142,8 @@ class COleDateTime {
   //   H:MM:SS, optionally followed by AM or PM in any case (the hour is then
   //   1 to 12; 12 AM is midnight).
   // Every other text is refused, in particular text with a zone word, a "T"
-  // between date and time, or an "@". flags and locale are accepted for the
+  // between date and time, or an "@". Only the text before a first U+0000
+  // is read, as from a C string. flags and locale are accepted for the
   // callers' sake and not read. On success the date is set and valid and
   // true is returned; on failure it becomes invalid (value 0) and false is
   // returned.

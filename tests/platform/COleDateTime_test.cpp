@@ -347,10 +347,21 @@ TEST(COleDateTimeParseTest, SurvivesHostileText) {
   std::u16string digits(100000, u'9');
   EXPECT_FALSE(d.ParseDateTime(CString(digits)));
   EXPECT_FALSE(d.ParseDateTime(CString(u"11/7/2005 10:00 A")));
-  std::u16string with_nul = u"11/7/2005";
-  with_nul.push_back(u'\0');
-  EXPECT_FALSE(d.ParseDateTime(CString(with_nul)));
   EXPECT_FALSE(d.ParseDateTime(CString(u"\xD800/7/2005")));
+}
+
+TEST(COleDateTimeParseTest, ReadsUpToTheFirstNul) {
+  // The reader takes a C string: what follows a U+0000 is not seen.
+  std::u16string with_nul = u"11/7/2005 10:30";
+  with_nul.push_back(u'\0');
+  with_nul += u"GMT junk";
+  COleDateTime d;
+  EXPECT_TRUE(d.ParseDateTime(CString(with_nul)));
+  EXPECT_EQ("2005-11-07 10:30:00", Parts(d));
+  std::u16string nul_first(1, u'\0');
+  nul_first += u"11/7/2005";
+  EXPECT_FALSE(d.ParseDateTime(CString(nul_first)));
+  EXPECT_EQ(COleDateTime::invalid, d.GetStatus());
 }
 
 }  // namespace

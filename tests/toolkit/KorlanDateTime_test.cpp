@@ -117,6 +117,15 @@ TEST_F(KorlanReadTest, HostileTextEndsInAnAnswer) {
   with_nul.push_back(u'\0');
   with_nul += u"MT";
   EXPECT_EQ("2005-11-07 10:00:00", Show(KorlanDateTime::StringToDateTime(CString(with_nul), 0)));
+  // The plain reader, like the forms, stops at U+0000.
+  std::u16string plain_nul = u"11/7/2005 10:30";
+  plain_nul.push_back(u'\0');
+  plain_nul += u"junk";
+  KorlanDateTime::ReadInfo info;
+  EXPECT_EQ("2005-11-07 10:30:00",
+            Show(KorlanDateTime::StringToDateTimeExplained(CString(plain_nul), 0, &info)));
+  EXPECT_EQ(0, info.form);
+  EXPECT_EQ("2005-11-07 10:30:00", Show(KorlanDateTime::StringToDate(CString(plain_nul))));
 }
 
 // ---- Widening the year ----------------------------------------------------------
