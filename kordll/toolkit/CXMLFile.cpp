@@ -2,6 +2,7 @@
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libxml/xmlIO.h>
 #include <libxml/xmlerror.h>
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
@@ -587,6 +588,33 @@ int CXMLFile::GetXML(CString& out) {
   return document_->get_xml(&out);
 }
 
+namespace {
+
+// Serialises a transformation's result as text. The characters are always
+// written as UTF-8 and read back as such, whatever encoding the stylesheet's
+// output names: the result is a text, not a file, and serialising in the
+// named encoding would garble every character that encoding lacks or
+// writes in more than one byte (UTF-16, windows-1252).
+int SaveResultAsText(xmlDoc* output, xsltStylesheetPtr sheet, CString& out) {
+  // A buffer without an encoder takes the tree's own UTF-8 as it is.
+  xmlOutputBufferPtr buffer = xmlAllocOutputBuffer(nullptr);
+  if (buffer == nullptr) return 0;
+  int written = xsltSaveResultTo(buffer, output, sheet);
+  int result = 0;
+  if (written >= 0 && xmlOutputBufferFlush(buffer) >= 0) {
+    const xmlChar* content = xmlOutputBufferGetContent(buffer);
+    size_t size = xmlOutputBufferGetSize(buffer);
+    out = content != nullptr
+              ? CString::FromUtf8(std::string_view(reinterpret_cast<const char*>(content), size))
+              : CString();
+    result = 1;
+  }
+  xmlOutputBufferClose(buffer);
+  return result;
+}
+
+}  // namespace
+
 int CXMLFile::TransformNode(CXMLFile& stylesheet, CString& out) {
   if (document_ == nullptr || stylesheet.document_ == nullptr) return 0;
   xmlDoc* source = document_->tree().get();
@@ -616,17 +644,7 @@ int CXMLFile::TransformNode(CXMLFile& stylesheet, CString& out) {
     xsltSetTransformErrorFunc(context, nullptr, IgnoreGenericError);
     xmlDoc* output = xsltApplyStylesheetUser(sheet, source, nullptr, nullptr, nullptr, context);
     if (output != nullptr) {
-      if (context->state == XSLT_STATE_OK) {
-        xmlChar* text = nullptr;
-        int size = 0;
-        if (xsltSaveResultToString(&text, &size, output, sheet) == 0) {
-          out = text != nullptr
-                    ? CString::FromUtf8(std::string_view(reinterpret_cast<const char*>(text), size))
-                    : CString();
-          result = 1;
-        }
-        if (text != nullptr) xmlFree(text);
-      }
+      if (context->state == XSLT_STATE_OK) result = SaveResultAsText(output, sheet, out);
       xmlFreeDoc(output);
     }
   }

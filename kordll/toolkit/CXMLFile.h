@@ -158,8 +158,10 @@ class CXMLFile {
   int GetXML(CString& out);
 
   // Transforms the held document by the stylesheet held by `stylesheet`
-  // (XSLT 1.0) and hands back the text of the result. The transformation
-  // may not write files or reach the network. 0 when either document is
+  // (XSLT 1.0) and hands back the text of the result. The characters of
+  // the text are right whatever encoding the stylesheet's output names (the
+  // declaration still names it). The transformation may not write files or
+  // reach the network. 0 when either document is
   // missing, the stylesheet is not valid or the transformation fails.
   int TransformNode(CXMLFile& stylesheet, CString& out);
 
