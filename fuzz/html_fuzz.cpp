@@ -3,14 +3,38 @@
 //
 // The first byte chooses how the rest is read (as UTF-8, or as raw 16-bit
 // units so that lone surrogates and U+0000 reach the operations) and where a
-// base address ends and the page begins for NormalizeLinks.
+// base address ends and the page begins for NormalizeLinks. The same first
+// line serves as the list of downloadable extensions of the settings.
 
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 #include "kordll/platform/CString.h"
+#include "kordll/record/SettingsEntryPoints.h"
 #include "kordll/toolkit/KorlanHTMLCtrl.h"
+
+namespace {
+
+// Settings whose downloadable extensions are whatever the input says.
+class FuzzSettings : public kordll::SettingsEntryPoints {
+ public:
+  kordll::CString GetCurrentPreferencesStringValue(int field) override {
+    return field == kordll::KorlanHTMLCtrl::kDownloadableExtensionsField ? extensions_
+                                                                          : kordll::CString();
+  }
+  // Any non-null record stands for "settings exist"; it is never opened.
+  kordll::Preferences* GetCurrentPreferences() override {
+    return reinterpret_cast<kordll::Preferences*>(&marker_);
+  }
+
+  kordll::CString extensions_;
+
+ private:
+  int marker_ = 0;
+};
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using kordll::CString;
@@ -30,18 +54,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     text = CString::FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
   }
 
+  static FuzzSettings settings;
+  static kordll::SettingsEntryPoints* installed = kordll::SettingsEntryPoints::Install(&settings);
+  (void)installed;
+
   KorlanHTMLCtrl::DecodeString(text);
   KorlanHTMLCtrl::URLDecode(text);
   KorlanHTMLCtrl::UrlEncode(text);
   KorlanHTMLCtrl::NormalizeHTML(text);
   KorlanHTMLCtrl::EscapeHTML(text, nullptr, 0);
-  KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(text);
 
   // The base address is the text up to the first line feed.
   int split = text.Find(u'\n');
   CString base = split < 0 ? CString("http://host/dir/page.html") : text.Left(split);
   CString page = split < 0 ? text : text.Mid(split + 1);
   KorlanHTMLCtrl::NormalizeLinks(page, base);
+
+  settings.extensions_ = split < 0 ? CString(".mp3;;.OGG;zip") : base;
+  KorlanHTMLCtrl::DoesLinkPointToDownloadableFile(page);
 
   int start = -1;
   int end = -1;
