@@ -341,7 +341,9 @@ int ContentFilter::SetDateInterval(COleDateTime start, COleDateTime end) {
     start_ = AtTimeOfDay(start, 0, 0, 0);
     end_ = AtTimeOfDay(end, 23, 59, 59);
   }
-  if (IsValid(start_) || IsValid(end_)) dateInterval_ = 1;
+  // Only two invalid dates leave the date test as it was; a null date (kept
+  // as given under bit 1024) switches it on like a valid one.
+  if (IsFilterDateValuesSet()) dateInterval_ = 1;
   return !(start_ == oldStart) || !(end_ == oldEnd) ? 1 : 0;
 }
 
@@ -351,7 +353,7 @@ int ContentFilter::SetDateInterval(COleDateTime* start, COleDateTime* end) {
   status_ &= ~kInactive;
   start_ = start != nullptr ? AtTimeOfDay(*start, 0, 0, 0) : InvalidDate();
   end_ = end != nullptr ? AtTimeOfDay(*end, 23, 59, 59) : InvalidDate();
-  if (IsValid(start_) || IsValid(end_)) dateInterval_ = 1;
+  if (IsFilterDateValuesSet()) dateInterval_ = 1;
   return !(start_ == oldStart) || !(end_ == oldEnd) ? 1 : 0;
 }
 
@@ -365,12 +367,19 @@ int ContentFilter::IsFilterDateValuesSet() const {
 int ContentFilter::IsDateValid(COleDateTime date) {
   if (dateInterval_ == 0) return 1;
   if (date.GetStatus() == COleDateTime::invalid) return 0;
-  return IsDateTimeValid(AtTimeOfDay(date, 0, 0, 0));
+  // Only an invalid date is refused before the cut. A null date passes that
+  // test, and cut to its day it is invalid: it then passes an interval
+  // without dates and fails every comparison.
+  return IsInInterval(AtTimeOfDay(date, 0, 0, 0));
 }
 
 int ContentFilter::IsDateTimeValid(COleDateTime date) {
   if (dateInterval_ == 0) return 1;
   if (date.GetStatus() == COleDateTime::invalid) return 0;
+  return IsInInterval(date);
+}
+
+int ContentFilter::IsInInterval(const COleDateTime& date) const {
   const bool startSet = start_.GetStatus() != COleDateTime::invalid;
   const bool endSet = end_.GetStatus() != COleDateTime::invalid;
   if (!startSet && !endSet) return 1;
@@ -443,8 +452,9 @@ int ContentFilter::CheckFocusable(Focusable* record, int loadOnAccept) {
 
 int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int depth) {
   if (record == nullptr) return 0;
-  // 1. A link is tested as its target; an orphan link stands for itself and
-  // answers its fallbacks.
+  // 1. A link is tested as its target. An orphan link has no record to stand
+  // for: it is tested as itself, so that every question asked below gets
+  // the link's fallback answer and nothing reaches a destroyed record.
   if (record->GetFocusableRelation() == FocusableLink::kLinkRelation) {
     if (auto* link = dynamic_cast<FocusableLink*>(record)) {
       if (Focusable* target = link->GetLinkedFocusable()) record = target;
@@ -621,10 +631,18 @@ int ContentFilter::IsSame(ContentFilter* other) {
     for (auto& [field, otherItems] : otherFields) {
       auto items = fields.find(field);
       if (items == fields.end() || items->second.size() != otherItems.size()) return 0;
-      for (Item* item : items->second) {
+      const ItemArray& mineItems = items->second;
+      for (size_t i = 0; i < mineItems.size(); ++i) {
+        Item* item = mineItems[i];
+        // Copies keep the order of their items: the item at the same place
+        // answers at once, and only a differently ordered filter pays for
+        // the search among all of other's items.
+        // (The arrays have the same size here.)
+        if (item == nullptr) return 0;
+        if (item->IsSame(otherItems[i])) continue;
         bool equal = false;
         for (Item* candidate : otherItems) {
-          if (item != nullptr && item->IsSame(candidate)) {
+          if (item->IsSame(candidate)) {
             equal = true;
             break;
           }
@@ -850,7 +868,6 @@ int ContentFilter::SetFilterOld(CString text) {
   pos = end + 1;
   end = text.Find(u']', pos);
   const CString entries = text.Mid(pos + 1, end - pos - 1);
-  int items = CountItems();
   int first = 0;
   while (first < entries.GetLength()) {
     int bar = entries.Find(u'|', first);
@@ -864,10 +881,8 @@ int ContentFilter::SetFilterOld(CString text) {
     const int type = _wtoi(entry.Mid(colon + 1, second - colon - 1));
     const CString word = entry.Mid(second + 1);
     keywords_.push_back(word);
-    if (++items > kMaxItems) {
-      DeleteFields(&fields);
-      return 0;
-    }
+    // One item per entry: what this form makes grows with the text alone,
+    // so it needs no limit of its own.
     if (Item* item = Item::CreateTypedItem(type, word)) fields[field].push_back(item);
   }
 

@@ -64,8 +64,13 @@ class ContentFilter {
   static constexpr int kMaskShowAll = 65519;  // every bit but 16
   // A chain of cascade filters longer than this is refused.
   static constexpr int kMaxCascadeDepth = 16;
-  // A filter holds at most this many items; a text that would make more is
-  // refused by SetFilter. No rule a user types comes near it.
+  // In the present text form every keyword becomes an item of every listed
+  // field, so a short hostile text could ask for billions of items. SetFilter
+  // therefore stops and returns 0 (keeping what it read so far, as for any
+  // malformed text) once the filter would hold more than this many items,
+  // those it held before included. Only a filter beyond this size can tell:
+  // a rule of a hundred words over all fields of both post relations makes
+  // 200. The older form makes one item per entry and has no such limit.
   static constexpr int kMaxItems = 10000;
 
   // The items looked for in one field. The filter owns the items.
@@ -177,8 +182,12 @@ class ContentFilter {
   // --- Questions ---------------------------------------------------------------
 
   // 1 if record passes, 0 if not (status bit 32 does not invert this: the
-  // caller acts on it). A link is tested as its target (an orphan link as
-  // itself, with its fallback answers). Fields that a record not fully
+  // caller acts on it). A link is tested as its target. An orphan link (its
+  // target was destroyed, or PreLoading has not found it) is tested as
+  // itself and gives its fallback answers: status 0, relation 8, no dates,
+  // no fields, never loaded; so a filter that asks for a status bit, a date
+  // or a word refuses it, and one that asks for none of these accepts it. A
+  // null record is refused. Fields that a record not fully
   // loaded lacks are read for the test and released again before the
   // answer; only a reservation this call made is released. With
   // loadOnAccept not 0 an accepted record is loaded (reserved for the
@@ -276,6 +285,9 @@ class ContentFilter {
  private:
   // The test of CheckFocusable at a depth in a chain of cascades.
   int CheckFocusableAt(Focusable* record, int loadOnAccept, int depth);
+  // Steps of the date tests after the record's date was checked: 1 with no
+  // dates set, else whether date lies in the interval.
+  int IsInInterval(const COleDateTime& date) const;
   // The text test of one field's text against one item.
   int TextMatches(const CString& fieldText, Item* item);
   // Adds a made item to field of relation, with the task item (steps shared

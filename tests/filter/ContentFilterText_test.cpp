@@ -182,7 +182,36 @@ TEST_F(ContentFilterTextTest, UnclosedSectionsReadWithoutRunningOffTheText) {
   EXPECT_EQ(cut.GetFilterMask(), 0);
 }
 
+TEST_F(ContentFilterTextTest, APresentTextAskingForTooManyItemsIsRefused) {
+  // Every keyword becomes an item of every listed field: 100 words over 100
+  // fields are exactly the limit, 101 words one field too many.
+  auto text = [](int words, int fields) {
+    CString out(u"(4)(:)(65519)(");
+    for (int i = 0; i < words; ++i) out.AppendFormat(u"w%d:", i);
+    out += u")(4:";
+    for (int i = 0; i < fields; ++i) out.AppendFormat(u"%d:4:", i + 4);
+    out += u"|)()";
+    return out;
+  };
+  ContentFilter fits;
+  EXPECT_EQ(fits.SetFilter(text(100, 100)), 1);
+  EXPECT_EQ(ItemCount(fits, 4, 103), 100u);
+  ContentFilter tooMany;
+  EXPECT_EQ(tooMany.SetFilter(text(101, 100)), 0);
+  // The items already held count too.
+  EXPECT_EQ(fits.SetFilter(text(1, 1)), 0);
+}
+
 // --- The older form ---------------------------------------------------------------------
+
+TEST_F(ContentFilterTextTest, AnOldTextIsReadWholeHoweverManyEntriesItHas) {
+  CString text(u"[4][:][65519][16][");
+  for (int i = 0; i < 10001; ++i) text.AppendFormat(u"7:4:w%d|", i);
+  text += u"][]";
+  ContentFilter filter;
+  EXPECT_EQ(filter.SetFilterOld(text), 1);
+  EXPECT_EQ(ItemCount(filter, 16, 7), 10001u);
+}
 
 TEST_F(ContentFilterTextTest, AnOldFilterOnPostsActsOnBothPostRelationsAndIsUpgraded) {
   ContentFilter filter;

@@ -95,6 +95,29 @@ TEST_F(ContentFilterTest, DateIntervalsStretchToWholeDaysUnlessTimesAreKept) {
   EXPECT_EQ(filter.GetEndDate().GetStatus(), COleDateTime::invalid);
 }
 
+TEST_F(ContentFilterTest, ANullDateIsNoInvalidDate) {
+  COleDateTime null;
+  null.SetStatus(COleDateTime::null);
+  ContentFilter filter;
+  // A null start kept as given switches the date test on.
+  filter.ReSetFilterStatus(ContentFilter::kKeepDateTimes, 0);
+  filter.SetDateInterval(null, Invalid());
+  EXPECT_EQ(filter.IsDateIntervalSet(), 1);
+  EXPECT_EQ(filter.IsFilterDateValuesSet(), 1);
+
+  // With the test on and no dates set, a null record date cut to its day
+  // passes; an invalid one is refused before the cut.
+  ContentFilter open;
+  open.SetDateInterval(COleDateTime(2007, 5, 6, 0, 0, 0), Invalid());
+  open.SetDateInterval(Invalid(), Invalid());
+  ASSERT_EQ(open.IsDateIntervalSet(), 1);
+  EXPECT_EQ(open.IsDateValid(null), 1);
+  EXPECT_EQ(open.IsDateValid(Invalid()), 0);
+  // With a date set it fails the comparison.
+  open.SetDateInterval(COleDateTime(2007, 5, 6, 0, 0, 0), Invalid());
+  EXPECT_EQ(open.IsDateValid(null), 0);
+}
+
 TEST_F(ContentFilterTest, WholeWordSearchCountsOnlyAsciiLettersAndDigitsAsWordCharacters) {
   ContentFilter filter;
   EXPECT_EQ(filter.SearchWord(CString(u"art"), CString(u"art")), 1);
