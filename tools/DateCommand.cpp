@@ -7,6 +7,7 @@
 // Exit status: 0 when every text read as a date, 1 when one did not, 2 for a
 // usage error.
 
+#include <climits>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -56,6 +57,16 @@ std::string Offset(int hours, int minutes) {
   return CString::Formatted("%02d:%02d", hours, minutes).ToUtf8();
 }
 
+// Whether the zone reader recognised the word at all: it writes only what
+// it recognises, and "Z" stands for GMT without writing anything.
+bool Understood(const CString& word) {
+  constexpr int kUnwritten = INT_MIN;
+  int hours = kUnwritten, minutes = kUnwritten, west = kUnwritten;
+  KorlanDateTime::GetTimeZoneInfo(word.c_str(), &hours, &minutes, &west);
+  return hours != kUnwritten || minutes != kUnwritten || west != kUnwritten ||
+         word.CompareNoCase(CString("Z")) == 0;
+}
+
 std::string ZoneOf(const KorlanDateTime::ReadInfo& info) {
   bool has_word = info.form == 1 || info.form == 2 || info.form == 3 || info.form == 5 ||
                   info.form == 7 || info.form == 8 || info.form == 10;
@@ -72,9 +83,7 @@ std::string ZoneOf(const KorlanDateTime::ReadInfo& info) {
       return text + ": " + Offset(0, info.zone_minutes) +
              ", dropped since it has no whole hours: taken as GMT";
     }
-    if (info.zone_west == 0 || info.zone_word.CompareNoCase(CString("Z")) == 0) {
-      return text + ": GMT itself";
-    }
+    if (info.form == 4 || Understood(info.zone_word)) return text + ": GMT itself";
     return text + ": not understood: no offset, taken as GMT";
   }
   return text + ": " + Offset(info.zone_hours, info.zone_minutes) +

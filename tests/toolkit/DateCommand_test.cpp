@@ -73,6 +73,12 @@ TEST_F(DateCommandTest, ZonesTheReaderDoesNotUnderstand) {
   EXPECT_TRUE(Has("zone:   \"Z\": GMT itself")) << out_;
   EXPECT_TRUE(Has("zone:   none in this shape: taken as GMT")) << out_;
   EXPECT_TRUE(Has("read:   1915-11-03 10:00:00 (Wednesday)")) << out_;
+  // A zero offset written behind GMT is understood too.
+  ASSERT_EQ(0, Run({"Mon, 07 Nov 2005 10:00:00 -0000", "2005-11-03T09:15:43-00:00",
+                    "Mon, 07 Nov 2005 10:00:00 UTC"}));
+  EXPECT_TRUE(Has("zone:   \"-0000\": GMT itself")) << out_;
+  EXPECT_TRUE(Has("zone:   \"-00:00\": GMT itself")) << out_;
+  EXPECT_TRUE(Has("zone:   \"UTC\": not understood: no offset, taken as GMT")) << out_;
 }
 
 TEST_F(DateCommandTest, UnreadableTextsFail) {
