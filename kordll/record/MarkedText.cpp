@@ -1,6 +1,8 @@
 #include "kordll/record/MarkedText.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace kordll {
 
@@ -58,11 +60,8 @@ void AppendBytes(const unsigned char* bytes, int count, std::u16string* out) {
   for (int k = 0; k < count; ++k) to[k] = bytes[k];
 }
 
-int LeadingOnes(unsigned char b) {
-  int n = 0;
-  while (n < 8 && (b & (0x80 >> n)) != 0) ++n;
-  return n;
-}
+constexpr uint64_t kOnes = 0x0101010101010101ull;
+constexpr uint64_t kHighs = 0x8080808080808080ull;
 
 }  // namespace
 
@@ -115,38 +114,46 @@ int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* a
 }
 
 void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
+  if (length <= 0) return;
+  // Every byte gives at most one unit: the text is written in place and cut
+  // to what was decoded.
+  const size_t old = out->size();
+  out->resize(old + static_cast<size_t>(length));
+  char16_t* to = out->data() + old;
+  size_t n = 0;
   int i = 0;
-  while (i < length && bytes[i] != 0) {
-    // A run of one-byte characters goes in at once.
-    int j = i;
-    while (j < length && bytes[j] != 0 && bytes[j] < 0x80) ++j;
-    if (j > i) {
-      AppendBytes(bytes + i, j - i, out);
-      i = j;
-      if (i >= length || bytes[i] == 0) return;
+  while (i < length) {
+    // Eight one-byte characters at a time while there are no NUL and no
+    // multi-byte groups among them.
+    if (i + 8 <= length) {
+      uint64_t w;
+      std::memcpy(&w, bytes + i, 8);
+      if (((w & kHighs) | ((w - kOnes) & ~w & kHighs)) == 0) {
+        for (int k = 0; k < 8; ++k) to[n + k] = bytes[i + k];
+        n += 8;
+        i += 8;
+        continue;
+      }
     }
     const unsigned char b = bytes[i];
-    switch (LeadingOnes(b)) {
-      case 0:
-        out->push_back(b);
-        ++i;
-        break;
-      case 2:
-        if (i + 1 >= length) return;
-        out->push_back(static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F)));
-        i += 2;
-        break;
-      case 3:
-        if (i + 2 >= length) return;
-        out->push_back(static_cast<char16_t>(((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) |
-                                             (bytes[i + 2] & 0x3F)));
-        i += 3;
-        break;
-      default:
-        ++i;  // not a lead byte: skipped
-        break;
+    if (b < 0x80) {
+      if (b == 0) break;
+      to[n++] = b;
+      ++i;
+    } else if ((b & 0xE0) == 0xC0) {
+      if (i + 1 >= length) break;
+      to[n++] = static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F));
+      i += 2;
+    } else if ((b & 0xF0) == 0xE0) {
+      if (i + 2 >= length) break;
+      to[n++] = static_cast<char16_t>(((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) |
+                                      (bytes[i + 2] & 0x3F));
+      i += 3;
+    } else {
+      ++i;  // not a lead byte: skipped
     }
   }
+  out->resize(old + n);
 }
 
 void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,
@@ -157,8 +164,8 @@ void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipB
     out->push_back(bytes[i]);
   }
   if (i < 2) return;
-  int j = i;
-  while (j < length && bytes[j] != 0) ++j;
+  const unsigned char* end = static_cast<const unsigned char*>(std::memchr(bytes + i, 0, length - i));
+  const int j = end != nullptr ? static_cast<int>(end - bytes) : length;
   AppendBytes(bytes + i, j - i, out);
 }
 
