@@ -290,6 +290,8 @@ class ContentFilter {
   int IsInInterval(const COleDateTime& date) const;
   // The text test of one field's text against one item.
   int TextMatches(const CString& fieldText, Item* item);
+  // SearchWord without copying its arguments.
+  int SearchIn(const CString& text, const CString& word) const;
   // Adds a made item to field of relation, with the task item (steps shared
   // by the three adders).
   void AddItem(Item* item, int relation, int field);
@@ -336,6 +338,10 @@ class ContentFilter {
   CString definition_;
   // Not owned.
   ContentFilter* cascade_ = nullptr;
+  // Room for the lowered field text and word of TextMatches, kept between
+  // calls; they hold nothing of the filter's state.
+  CString textBuffer_;
+  CString wordBuffer_;
 };
 
 }  // namespace kordll
