@@ -42,6 +42,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (seen < 1000 && all->nextNode(&node)) {
       IXMLDOMElement* element = node->AsElement();
       xml.GetNodeValue(element, text);
+      double number = 0;
+      xml.GetNodeValue(element, number);
+      COleDateTime date;
+      xml.GetNodeValue(element, date);
       xml.GetAttributeValue(element, CString("id"), text);
       IXMLDOMNode* parent = nullptr;
       if (xml.GetParentNode(node, &parent)) parent->Release();
