@@ -21,7 +21,7 @@ class FuzzSettings : public kordll::SettingsEntryPoints {
  public:
   kordll::CString GetCurrentPreferencesStringValue(int field) override {
     return field == kordll::KorlanHTMLCtrl::kDownloadableExtensionsField ? extensions_
-                                                                          : kordll::CString();
+                                                                         : kordll::CString();
   }
   // Any non-null record stands for "settings exist"; it is never opened.
   kordll::Preferences* GetCurrentPreferences() override {

@@ -591,8 +591,9 @@ TEST_F(CXMLFileTest, TransformNodeGivesTheCharactersWhateverTheOutputEncoding) {
   for (const char* encoding : {"UTF-8", "ISO-8859-1", "windows-1252", "UTF-16"}) {
     for (const char* method : {"text", "xml"}) {
       std::string sheet_text =
-          std::string("<xsl:stylesheet version='1.0' "
-                      "xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:output method='") +
+          std::string(
+              "<xsl:stylesheet version='1.0' "
+              "xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:output method='") +
           method + "' encoding='" + encoding +
           "'/><xsl:template match='/'><r><xsl:value-of select='a'/></r></xsl:template>"
           "</xsl:stylesheet>";
@@ -600,8 +601,8 @@ TEST_F(CXMLFileTest, TransformNodeGivesTheCharactersWhateverTheOutputEncoding) {
       Load(sheet, sheet_text.c_str());
       CString out;
       ASSERT_EQ(1, xml.TransformNode(sheet, out)) << encoding << " " << method;
-      EXPECT_NE(-1, out.Find(CString(u"caf\u00e9 \u20ac"))) << encoding << " " << method << ": "
-                                                            << out.ToUtf8();
+      EXPECT_NE(-1, out.Find(CString(u"caf\u00e9 \u20ac")))
+          << encoding << " " << method << ": " << out.ToUtf8();
     }
   }
 }
