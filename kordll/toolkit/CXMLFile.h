@@ -115,7 +115,9 @@ class CXMLFile {
   int GetNodeValue(IXMLDOMElement* element, COleDateTime& out);
 
   // Clears `out`, then reads the value of the first match of `path` below
-  // the element. 0 if there is no match.
+  // the element. 0 if there is no match. The converting forms set the value
+  // from the match's text (from "" when it has none) and leave it as it was
+  // when nothing matches.
   int GetChildNodeValue(IXMLDOMElement* element, const CString& path, CString& out);
   int GetChildNodeValue(IXMLDOMElement* element, const CString& path, int& out);
   int GetChildNodeValue(IXMLDOMElement* element, const CString& path, long& out);
