@@ -835,6 +835,13 @@ int ContentFilter::SetFilter(CString text) {
   end = text.Find(u')', pos);
   const CString entries = text.Mid(pos + 1, end - pos - 1);
   int items = CountItems();
+  // The keywords that become items, gathered once: empty ones (which an
+  // older text read before may have left) make none, and must not cost a
+  // pass for every field listed.
+  std::vector<const CString*> itemWords;
+  for (const CString& keyword : keywords_) {
+    if (!keyword.IsEmpty()) itemWords.push_back(&keyword);
+  }
   int first = 0;
   while (first < entries.GetLength()) {
     int bar = entries.Find(u'|', first);
@@ -854,12 +861,11 @@ int ContentFilter::SetFilter(CString text) {
       if (!wcstok(&typeToken, nullptr, kColon, state)) break;  // a lone last token
       const int type = _wtoi(typeToken);
       ItemArray& array = fields[_wtoi(fieldToken)];
-      for (const CString& keyword : keywords_) {
-        if (keyword.IsEmpty()) continue;
+      for (const CString* keyword : itemWords) {
         // Every keyword becomes an item of every listed field: a text that
         // would make more items than any rule needs is refused.
         if (++items > kMaxItems) return 0;
-        if (Item* item = Item::CreateTypedItem(type, keyword)) array.push_back(item);
+        if (Item* item = Item::CreateTypedItem(type, *keyword)) array.push_back(item);
       }
     }
   }

@@ -96,7 +96,8 @@ class ContentFilter {
   // keywords and resources are appended (duplicates kept) and each of its
   // relations replaces this filter's entry of that id. Flags, mask, status,
   // dates, cached text and cascade pointer are always taken over; a cascade
-  // pointer equal to this filter becomes null. Null does nothing.
+  // pointer equal to this filter becomes null. Null, or this filter itself,
+  // does nothing.
   void SetContentFilter(ContentFilter* source, int keepExisting);
   // Mask 0 (not 65519), status 16 (inactive), no text, no cascade, date
   // test off and no dates, changed flag 0. Fields, keywords, task items and

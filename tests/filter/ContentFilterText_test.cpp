@@ -202,6 +202,23 @@ TEST_F(ContentFilterTextTest, APresentTextAskingForTooManyItemsIsRefused) {
   EXPECT_EQ(fits.SetFilter(text(1, 1)), 0);
 }
 
+TEST_F(ContentFilterTextTest, EmptyKeywordsLeftByAnOldTextCostNothingPerListedField) {
+  // 50,000 empty words, then 50,000 fields: a pass over every word for every
+  // field would not end in any reasonable time.
+  CString old(u"[4][:][65519][16][");
+  for (int i = 0; i < 50000; ++i) old += u"7:4:|";
+  old += u"][]";
+  CString present(u"(4)(:)(65519)()(16:");
+  for (int i = 0; i < 50000; ++i) present.AppendFormat(u"%d:4:", i + 4);
+  present += u"|)()";
+  ContentFilter filter;
+  ASSERT_EQ(filter.SetFilterOld(old), 1);
+  ASSERT_EQ(Keywords(filter).size(), 50000u);
+  EXPECT_EQ(filter.SetFilter(present), 1);
+  EXPECT_EQ(filter.IsFieldChecked(16, 50003), 1);
+  EXPECT_EQ(ItemCount(filter, 16, 50003), 0u);
+}
+
 // --- The older form ---------------------------------------------------------------------
 
 TEST_F(ContentFilterTextTest, AnOldTextIsReadWholeHoweverManyEntriesItHas) {
