@@ -1,7 +1,9 @@
 // Fuzz target for the stored filter texts: SetFilter and SetFilterOld read
 // text typed by users and stored by older versions. Whatever the bytes,
 // reading must end, stay inside the text and the filter's item limit, and
-// leave a filter that writes, tells and compares itself without fault.
+// leave a filter that writes, tells and compares itself without fault, and
+// that tests a post (the items the text made, of whatever type, against the
+// post's fields) without fault and without leaving a reservation behind.
 //
 // The input is read as UTF-8 (invalid bytes become U+FFFD). The first byte
 // chooses the reader: even SetFilter, odd SetFilterOld; the rest is the text.
@@ -12,8 +14,32 @@
 
 #include "kordll/filter/ContentFilter.h"
 #include "kordll/platform/CString.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
+
+namespace {
+
+// A post in memory, held as a controller holds it, with text in the fields
+// a filter reads.
+void TestPost(kordll::ContentFilter* filter) {
+  constexpr int kController = 3;
+  auto* post = new kordll::Focusable(4, nullptr);
+  post->ReserveHeader(kController);
+  post->SetFocusableStatus(2);
+  post->SetPostTitle(kordll::CString(u"Kernel release: notes (art) 42"));
+  post->SetValueStr(7, kordll::CString(u"  A body\twith \u00dcber-text, w0 and 7 "), 1);
+  filter->CheckFocusable(post, 0);
+  filter->CheckFocusable(post, 1);
+  while (post->GetReferenceCount() > 0) post->Release(nullptr);
+  post->ReleaseHeader(kController);  // deletes it
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  // The catalogue gives posts their layout; one for the whole run.
+  static kordll::GlobalRelationsCtrl* catalogue = new kordll::GlobalRelationsCtrl();
+  (void)catalogue;
   if (size == 0) return 0;
   const kordll::CString text = kordll::CString::FromUtf8(
       std::string_view(reinterpret_cast<const char*>(data) + 1, size - 1));
@@ -36,5 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   reread.SetFilter(filter.GetFilter());
   reread.GetFilter();
   (void)written;
+  TestPost(&filter);
+  filter.ReSetFilterStatus(kordll::ContentFilter::kWordDependent | kordll::ContentFilter::kExactMatch,
+                           kordll::ContentFilter::kWholeWordOnly);
+  TestPost(&filter);
   return 0;
 }
