@@ -115,6 +115,23 @@ TEST(MemoryHeapTest, BlocksOfManyChunksAreWritableAndFoundAgain) {
   EXPECT_EQ(heap.GetChunkCount(), 5);
 }
 
+TEST(MemoryHeapTest, EveryBlockOfAnyObjectSizeIsFoundAgainAndInnerPointersAreNot) {
+  for (int size : {1, 7, 72, 1000}) {
+    MemoryHeap heap(size);
+    std::vector<char*> blocks;
+    for (int i = 0; i < 3 * kChunk; ++i) blocks.push_back(static_cast<char*>(heap.operator_new(1)));
+    if (size > 1) {
+      for (char* p : blocks) heap.operator_delete(p + size - 1);  // last byte of a block
+      ASSERT_EQ(heap.GetUsedCount(), 3 * kChunk) << "size " << size;
+    }
+    // Freed in reverse, the blocks come back in that order.
+    for (int i = 3 * kChunk - 1; i >= 0; --i) heap.operator_delete(blocks[i]);
+    ASSERT_EQ(heap.GetUsedCount(), 0) << "size " << size;
+    EXPECT_EQ(heap.operator_new(1), blocks[3 * kChunk - 1]) << "size " << size;
+    EXPECT_EQ(heap.operator_new(1), blocks[3 * kChunk - 2]) << "size " << size;
+  }
+}
+
 // --- Class-level allocation of the typed items ------------------------------
 
 class PooledItemTest : public ::testing::Test {
