@@ -29,6 +29,10 @@ const CString kStoredDateFormat(u"%m/%d/%y@%H:%M");
 const CString kEscapedBar(u"&898989;");
 const CString kGuidFormat(u"R%d_G%d");
 
+// Places the item array gets at its first growth: a post has a dozen
+// fields.
+constexpr size_t kInitialItemCapacity = 16;
+
 // How long GetFocusable_wDBLocation waits for a controller, in clock time.
 constexpr int64_t kControllerWaitMillis = 15000;
 
@@ -131,6 +135,15 @@ void ParseInto(Item* item, const CString& text) {
   }
 }
 
+// Writes value into an int or bool item, which hold the same native form.
+void SetIntLikeValue(Item* item, int value) {
+  if (item->IsBoolean()) {
+    static_cast<BoolItem*>(item)->SetValue(value);
+  } else {
+    static_cast<IntItem*>(item)->SetValue(value);
+  }
+}
+
 // Marks the native value of an item as not parsed yet.
 void MarkUnparsed(Item* item) {
   if (auto* i = dynamic_cast<IntItem*>(item)) {
@@ -163,8 +176,16 @@ Item* Focusable::GetItem(int id) const {
 
 bool Focusable::EnsureItemPlace(int id) {
   if (impl_ == nullptr || id < 1 || id > kMaxFieldID) return false;
-  if (impl_->items.size() < static_cast<size_t>(id)) {
-    impl_->items.resize(static_cast<size_t>(id), nullptr);
+  std::vector<Item*>& items = impl_->items;
+  if (items.size() < static_cast<size_t>(id)) {
+    // A body is filled field by field in rising order; room for a dozen
+    // fields at the first growth spares the array a reallocation per
+    // doubling.
+    if (items.capacity() < static_cast<size_t>(id)) {
+      items.reserve(
+          std::max<size_t>({static_cast<size_t>(id), 2 * items.capacity(), kInitialItemCapacity}));
+    }
+    items.resize(static_cast<size_t>(id), nullptr);
   }
   return true;
 }
@@ -172,10 +193,17 @@ bool Focusable::EnsureItemPlace(int id) {
 Item* Focusable::PrepareItemForSet(int id, int type) {
   if (!EnsureItemPlace(id)) return nullptr;
   Item*& slot = impl_->items[id - 1];
-  if (slot != nullptr && slot->GetItemTypeID() == type) return slot;
-  // A typed value is written into an item of its own type. An item of
-  // another type (a caller mixing types for one field) is replaced rather
-  // than reinterpreted.
+  if (slot != nullptr) {
+    const int held = slot->GetItemTypeID();
+    if (held == type) return slot;
+    // A value is written into the item that is there, whatever its type.
+    // Int and bool items hold the same native form (an int), so either
+    // takes an int or a flag and keeps its own type.
+    const bool intLike = type == Item::kTypeInt || type == Item::kTypeBool;
+    if (intLike && (held == Item::kTypeInt || held == Item::kTypeBool)) return slot;
+  }
+  // An item whose native form differs (a caller mixing types for one field)
+  // is replaced rather than reinterpreted.
   Item* fresh = Item::CreateTypedItem(type, CString());
   if (fresh == nullptr) return nullptr;  // the pool is gone: store nothing
   delete slot;
@@ -295,6 +323,8 @@ void DropOnDemandItem(FocusableImpl* impl, int id, size_t lengthBefore) {
                   [](Item* item) { return item == nullptr; })) {
     impl->items.resize(lengthBefore);
   }
+  // A header-only record keeps no array memory behind it.
+  if (impl->items.empty()) impl->items.shrink_to_fit();
 }
 
 }  // namespace
@@ -904,9 +934,14 @@ int Focusable::GetValueBOOL(int id, int* out) {
 // --- Field writes
 // ---------------------------------------------------------------------------------
 
-int Focusable::SetValue(int id, int type, const char16_t* text, int partial, int first, int) {
+int Focusable::SetValue(int id, int type, const char16_t* text, int partial, int first, int last) {
+  // null reads as ""
+  return SetStoredPiece(id, type, text != nullptr ? CString(text) : CString(), partial, first,
+                        last);
+}
+
+int Focusable::SetStoredPiece(int id, int type, const CString& piece, int partial, int first, int) {
   if (impl_ == nullptr || id < 0) return 0;
-  const CString piece(text);  // null reads as ""
   if (id == 0) {
     if (partial != 0) {
       if (first != 0) impl_->guid.Empty();
@@ -949,7 +984,8 @@ int Focusable::SetValue_wStr(int id, int type, CString text) {
     return 1;
   }
   if (type < Item::kTypeInt || type > Item::kTypeString) return 0;  // unknown type
-  return SetValue(id, type, text.c_str(), 0, 0, 1);
+  // The whole text, U+0000 included: it is not cut at a terminator.
+  return SetStoredPiece(id, type, text, 0, 0, 1);
 }
 
 int Focusable::SetValueStr(int id, CString text, int markChanged) {
@@ -976,9 +1012,9 @@ int Focusable::SetValueStr(int id, CString text, int markChanged) {
 
 int Focusable::SetValueInt(int id, int value, int markChanged) {
   if (impl_ == nullptr || id < 1) return 0;
-  auto* item = static_cast<IntItem*>(PrepareItemForSet(id, Item::kTypeInt));
+  Item* item = PrepareItemForSet(id, Item::kTypeInt);
   if (item == nullptr) return 0;
-  item->SetValue(value);
+  SetIntLikeValue(item, value);
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;
@@ -1006,9 +1042,9 @@ int Focusable::SetValueDate(int id, COleDateTime value, int markChanged) {
 
 int Focusable::SetValueBOOL(int id, int value, int markChanged) {
   if (impl_ == nullptr || id < 4) return 0;
-  auto* item = static_cast<BoolItem*>(PrepareItemForSet(id, Item::kTypeBool));
+  Item* item = PrepareItemForSet(id, Item::kTypeBool);
   if (item == nullptr) return 0;
-  item->SetValue(value);
+  SetIntLikeValue(item, value);
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;

@@ -209,8 +209,12 @@ class Focusable {
   virtual int SetValue(int id, int type, const char16_t* text, int partial, int first, int last);
   // 67. SetValue without pieces.
   virtual int SetValue_wStr(int id, int type, CString text);
-  // 68-72. Typed writes. The item's changed flag becomes markChanged; the
-  // record's is set if markChanged is not 0. 1 if stored, else 0.
+  // 68-72. Typed writes. A missing item is made of the setter's type; an
+  // existing one takes the value as it stands, with no comparison (text
+  // into any item, an int or a flag into an int or bool item; an item of
+  // another native form is replaced). The item's changed flag becomes
+  // markChanged; the record's is set if markChanged is not 0. 1 if stored,
+  // else 0.
   virtual int SetValueStr(int id, CString text, int markChanged);
   virtual int SetValueInt(int id, int value, int markChanged);
   virtual int SetValueDouble(int id, double value, int markChanged);
@@ -298,6 +302,8 @@ class Focusable {
   Item* PrepareItemForSet(int id, int type);
   // Reads field id alone from disk when no item is there (status, dates).
   void ReadFieldFromDB(int id);
+  // The work of SetValue and SetValue_wStr on a piece of stored text.
+  int SetStoredPiece(int id, int type, const CString& piece, int partial, int first, int last);
 };
 
 }  // namespace kordll

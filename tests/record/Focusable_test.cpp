@@ -284,6 +284,33 @@ TEST_F(FocusableTest, SetValueWithTextAcceptsKnownTypesOnly) {
   EXPECT_EQ(record.GetGUID(), CString(u"R1_G1"));
 }
 
+TEST_F(FocusableTest, ATextWithANulCharacterIsStoredWhole) {
+  Focusable record(4, nullptr);
+  const CString text(std::u16string(u"ab\0cd", 5));
+  EXPECT_EQ(record.SetValue_wStr(6, 4, text), 1);
+  EXPECT_EQ(record.GetFieldString(6, 0), text);
+  EXPECT_EQ(record.SetValue_wStr(6, 4, text), 1);  // existing item
+  EXPECT_EQ(record.GetFieldString(6, 0).GetLength(), 5);
+}
+
+TEST_F(FocusableTest, IntAndFlagSettersWriteIntoEachOthersItems) {
+  Focusable record(4, nullptr);
+  record.SetValueBOOL(5, 1, 0);
+  EXPECT_EQ(record.SetValueInt(5, 0, 1), 1);
+  int flag = -1;
+  EXPECT_EQ(record.GetValueBOOL(5, &flag), 1);  // still a flag
+  EXPECT_EQ(flag, 0);
+  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"0"));
+  EXPECT_EQ(record.IsItemChanged(5, 0), 1);
+  record.SetValueInt(6, 40, 0);
+  EXPECT_EQ(record.SetValueBOOL(6, 1, 0), 1);
+  EXPECT_EQ(record.GetFieldInt(6), 1);  // still an int
+  // A value of another native form replaces the item.
+  EXPECT_EQ(record.SetValueDouble(6, 2.5, 0), 1);
+  EXPECT_EQ(record.GetFieldDouble(6), 2.5);
+  EXPECT_EQ(record.GetFieldInt(6), -1);
+}
+
 TEST_F(FocusableTest, AbsurdFieldIdsStoreNothing) {
   Focusable record(4, nullptr);
   EXPECT_EQ(record.SetValueInt(Focusable::kMaxFieldID + 1, 1, 1), 0);
