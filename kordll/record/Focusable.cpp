@@ -1215,7 +1215,7 @@ Focusable* Focusable::GetFocusable_wDBLocation(CString guid, int dbID, int slotI
   // The controller may be being created by another part of the start-up,
   // possibly through messages of this very thread: wait for it, bounded by
   // clock time, keeping this thread's queue alive.
-  const int64_t deadline = Clock::MonotonicMillis() + kControllerWaitMillis;
+  int64_t deadline = Clock::MonotonicMillis() + kControllerWaitMillis;
   bool pumping = true;
   ResourceController* controller = nullptr;
   for (;;) {
@@ -1224,6 +1224,9 @@ Focusable* Focusable::GetFocusable_wDBLocation(CString guid, int dbID, int slotI
     if (!WaitPass(registry, &pumping)) return nullptr;
   }
   if (controller == nullptr) return nullptr;
+  // The wait for the controller's id has a bound of its own: a controller
+  // that came late still gets the whole time to take its id.
+  deadline = Clock::MonotonicMillis() + kControllerWaitMillis;
   while (registry->GetResourceControllerID(controller) == -1 &&
          Clock::MonotonicMillis() < deadline) {
     if (!WaitPass(registry, &pumping)) return nullptr;

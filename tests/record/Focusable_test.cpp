@@ -944,5 +944,27 @@ TEST_F(FocusableTest, DatabaseLocationWaitsForTheControllerAndItsId) {
   EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G2"), 120, 5), nullptr);
 }
 
+TEST_F(FocusableTest, DatabaseLocationGivesTheIdOfALateControllerItsOwnBound) {
+  ScopedManualClock clock;
+  FakeRegistry registry;
+  FakeController controller;
+  Focusable known(4, nullptr);
+  const int64_t start = Clock::MonotonicMillis();
+  // The controller appears after 14 seconds and takes its id (and with it
+  // its records) 5 seconds later.
+  registry.onPostCtrlQuestion = [&](int) {
+    if (Clock::MonotonicMillis() - start >= 14000) registry.byDatabase[120] = &controller;
+  };
+  registry.onValidityQuestion = [&](int) {
+    if (controller.id == -1 && Clock::MonotonicMillis() - start >= 19000) {
+      controller.id = 3;
+      controller.byGUID[CString(u"R3_G1")] = &known;
+    }
+  };
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  EXPECT_EQ(Focusable::GetFocusable_wDBLocation(CString(u"R3_G1"), 120, 5), &known);
+  EXPECT_LT(Clock::MonotonicMillis() - start, 29100);
+}
+
 }  // namespace
 }  // namespace kordll
