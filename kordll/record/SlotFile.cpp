@@ -250,39 +250,58 @@ int SlotFile::Flush() {
 int SlotFile::FlushLocked() {
   if (!open_ || dirty_.empty()) return 1;
   std::sort(dirty_.begin(), dirty_.end());
-  size_t i = 0;
-  bool ok = true;
-  while (ok && i < dirty_.size()) {
-    // A run of consecutive dirty pages, joined where one ends at the page's
-    // end and the next starts at its beginning, goes out as one write.
+  // Runs of consecutive dirty pages, joined where one ends at the page's end
+  // and the next starts at its beginning, go out as one write each.
+  struct Run {
+    size_t first, last;  // indexes into dirty_
+    uint64_t start;      // file offset
+  };
+  std::vector<Run> runs;
+  for (size_t i = 0; i < dirty_.size();) {
     size_t j = i;
     while (j + 1 < dirty_.size() && dirty_[j + 1] == dirty_[j] + 1 &&
            pages_[dirty_[j]]->dirty_hi == kPageSize && pages_[dirty_[j + 1]]->dirty_lo == 0 &&
            (dirty_[j + 1] - dirty_[i]) * kPageSize < kMaxRunBytes) {
       ++j;
     }
+    runs.push_back({i, j, dirty_[i] * kPageSize + pages_[dirty_[i]]->dirty_lo});
+    i = j + 1;
+  }
+  // The order limits what a failure half way leaves behind. What extends the
+  // file goes first, from its old end on, so that the file never gets a gap.
+  // What changes the file in place goes from the end of the file back to its
+  // start: a slot's own bytes (its areas, status and header) lie behind the
+  // state block of its sub-table, which lies behind the database header, so
+  // the states and the statistics that point at new data change only after
+  // that data is in the file.
+  std::vector<const Run*> order;
+  for (const Run& run : runs) {
+    if (static_cast<int64_t>(run.start) >= disk_size_) order.push_back(&run);
+  }
+  for (auto it = runs.rbegin(); it != runs.rend(); ++it) {
+    if (static_cast<int64_t>(it->start) < disk_size_) order.push_back(&*it);
+  }
+  bool ok = true;
+  for (const Run* r : order) {
     std::vector<unsigned char>& run = run_buffer_;
     run.clear();
-    const Page* first = pages_[dirty_[i]].get();
-    const uint64_t start = dirty_[i] * kPageSize + first->dirty_lo;
-    for (size_t k = i; k <= j; ++k) {
+    for (size_t k = r->first; k <= r->last; ++k) {
       const Page* page = pages_[dirty_[k]].get();
       run.insert(run.end(), page->data.begin() + page->dirty_lo,
                  page->data.begin() + page->dirty_hi);
     }
     uint32_t written = 0;
-    if (!file_.WriteFileAt(static_cast<int64_t>(start), run.data(),
+    if (!file_.WriteFileAt(static_cast<int64_t>(r->start), run.data(),
                            static_cast<uint32_t>(run.size()), &written)) {
       ok = false;
       break;
     }
-    disk_size_ = std::max<int64_t>(disk_size_, static_cast<int64_t>(start + run.size()));
-    for (size_t k = i; k <= j; ++k) {
+    disk_size_ = std::max<int64_t>(disk_size_, static_cast<int64_t>(r->start + run.size()));
+    for (size_t k = r->first; k <= r->last; ++k) {
       Page* page = pages_[dirty_[k]].get();
       page->dirty_lo = kPageSize;
       page->dirty_hi = 0;
     }
-    i = j + 1;
   }
   if (ok) {
     dirty_.clear();
