@@ -50,8 +50,8 @@ std::vector<Post>& Posts() {
   static std::vector<Post> posts = [] {
     std::mt19937 rng(42);
     std::vector<Post> out(kPosts);
-    const char* words[] = {"feed", "news", "river", "caf\xc3\xa9", "update", "m\xc3\xbcnchen",
-                           "release", "\xe2\x82\xac", "story", "report"};
+    const char* words[] = {"feed",           "news",    "river",        "caf\xc3\xa9", "update",
+                           "m\xc3\xbcnchen", "release", "\xe2\x82\xac", "story",       "report"};
     auto text = [&](int lo, int hi) {
       const int n = std::uniform_int_distribution<int>(lo, hi)(rng);
       std::string s;
@@ -119,7 +119,9 @@ void Report(benchmark::State& state, int workload, int records, double seconds, 
 }
 
 using Clock = std::chrono::steady_clock;
-double Since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
+double Since(Clock::time_point t) {
+  return std::chrono::duration<double>(Clock::now() - t).count();
+}
 
 void Exec(const char* sql) { sqlite3_exec(g_sql, sql, nullptr, nullptr, nullptr); }
 
@@ -129,8 +131,9 @@ void BM_Sqlite_BulkWrite(benchmark::State& state) {
     const std::string path = (Folder() + "/posts.sqlite3").ToUtf8();
     sqlite3_open(path.c_str(), &g_sql);
     Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;");
-    Exec("CREATE TABLE posts(id INTEGER PRIMARY KEY, guid TEXT, status INTEGER, title TEXT, "
-         "author TEXT, description TEXT, link TEXT)");
+    Exec(
+        "CREATE TABLE posts(id INTEGER PRIMARY KEY, guid TEXT, status INTEGER, title TEXT, "
+        "author TEXT, description TEXT, link TEXT)");
     sqlite3_stmt* st;
     sqlite3_prepare_v2(g_sql, "INSERT INTO posts VALUES(?,?,?,?,?,?,?)", -1, &st, nullptr);
     const auto t = Clock::now();

@@ -78,6 +78,6 @@ int RunKdb(const std::vector<std::string>& args, std::ostream& out, std::ostream
 }
 
 const kordll_tool::Registration kKdb{"kdb", "kdb dump|check FILE",
-                                      "show or check the inside of a .kdb file", &RunKdb};
+                                     "show or check the inside of a .kdb file", &RunKdb};
 
 }  // namespace

@@ -325,8 +325,8 @@ int AZeusDB::readDBHeader() {
   int version = -1;
   int id = -1;
   std::string stats;
-  const int items = sscanf(std::string_view(buffer, std::strlen(buffer)), "[%d:%d:%s]",
-                           {&version, &id, &stats});
+  const int items =
+      sscanf(std::string_view(buffer, std::strlen(buffer)), "[%d:%d:%s]", {&version, &id, &stats});
   int error = 0;
   if (items >= 2) db_id_ = id;
   if (version != KdbFormat::kVersion) error = kErrVersion;
@@ -380,8 +380,8 @@ int AZeusDB::writeDBHeader() {
     }
     blocks.push_back(std::move(block));
   }
-  const std::string head = "[" + std::to_string(KdbFormat::kVersion) + ":" +
-                           std::to_string(db_id_) + ":";
+  const std::string head =
+      "[" + std::to_string(KdbFormat::kVersion) + ":" + std::to_string(db_id_) + ":";
   // Blocks that do not fit are left out from the end, so that the version
   // and the database id are always stored.
   std::string text;
@@ -667,8 +667,7 @@ _struct_SubTableInfo* AZeusDB::getSubTable(int slot) {
 
 uint64_t AZeusDB::getSlotBytePosition(_struct_SubTableInfo* info, int place, int afterHeader,
                                       int afterStatus) {
-  uint64_t position =
-      info->firstSlotPosition + static_cast<uint64_t>(info->GetSlotSize()) * place;
+  uint64_t position = info->firstSlotPosition + static_cast<uint64_t>(info->GetSlotSize()) * place;
   if (afterHeader) position += kSlotHeader;
   if (afterStatus) position += info->fieldCount + 2;
   return position;
@@ -812,9 +811,8 @@ int AZeusDB::readSlotFront(uint64_t position, uint64_t count) {
   // Never more than the file holds: a damaged geometry cannot make the
   // buffer grow beyond the file.
   const int64_t size = file_->Size();
-  uint64_t available = size > static_cast<int64_t>(position)
-                           ? static_cast<uint64_t>(size) - position
-                           : 0;
+  uint64_t available =
+      size > static_cast<int64_t>(position) ? static_cast<uint64_t>(size) - position : 0;
   if (count > available) count = available;
   if (slot_buffer_.size() < count) slot_buffer_.resize(count);
   uint32_t got = 0;
@@ -1473,7 +1471,8 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
       return 0;
     }
     status.assign(f, 0);
-    if (slot_got_ >= static_cast<uint64_t>(front)) parseItemsStatus(bytes + kSlotHeader, f, &status);
+    if (slot_got_ >= static_cast<uint64_t>(front))
+      parseItemsStatus(bytes + kSlotHeader, f, &status);
 
     uint64_t offset = front;  // of the current field area in slot_buffer_
     uint64_t skip = 0;
@@ -1491,8 +1490,7 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
       }
       offset += skip;
       skip = 0;
-      const unsigned char* area =
-          offset + length <= slot_got_ ? bytes + offset : nullptr;
+      const unsigned char* area = offset + length <= slot_got_ ? bytes + offset : nullptr;
       const int r = readItem(record, field, length, &status[i], sequence, area, &more);
       if (r != 0 && r != kErrNoData) return 0;
       offset += length;

@@ -51,11 +51,11 @@ class SlotFile;
 // One sub-table as the engine keeps it in memory. Owned by the AZeusDB that
 // mapped or created it.
 struct _struct_SubTableInfo {
-  int id = -1;          // sub-table id; global slot index = 40 x id + place
-  int slotCount = 0;    // 40 in practice
-  int slotSize = -1;    // -1 until GetSlotSize() first sums the lengths
+  int id = -1;        // sub-table id; global slot index = 40 x id + place
+  int slotCount = 0;  // 40 in practice
+  int slotSize = -1;  // -1 until GetSlotSize() first sums the lengths
   int fieldCount = 0;
-  int full = 0;         // read from disk with no free state; skipped by findEmptySlot
+  int full = 0;                    // read from disk with no free state; skipped by findEmptySlot
   uint64_t firstSlotPosition = 0;  // file offset of slot 0
   int relation = 0;
   std::vector<unsigned char> headFlags;          // 1 for state '1'
@@ -88,13 +88,13 @@ class AZeusDB {
   // written nowhere on disk.
   enum {
     kErrNone = 0,
-    kErrCorrupted = 2,    // "DB corrupted!"
-    kErrRead = 3,         // "DB Read Error!"
-    kErrTooLong = 5,      // a header text does not fit its place
-    kErrEmptyRead = 6,    // "Empty Read!"
-    kErrWrite = 8,        // "DB Write Error!"
-    kErrNoData = 9,       // readItem only: the field has no data in this slot
-    kErrNoEntry = 10,     // "No Valid Entry!"
+    kErrCorrupted = 2,  // "DB corrupted!"
+    kErrRead = 3,       // "DB Read Error!"
+    kErrTooLong = 5,    // a header text does not fit its place
+    kErrEmptyRead = 6,  // "Empty Read!"
+    kErrWrite = 8,      // "DB Write Error!"
+    kErrNoData = 9,     // readItem only: the field has no data in this slot
+    kErrNoEntry = 10,   // "No Valid Entry!"
     kErrNoTemplate = 11,
     kErrRelation = 12,
     kErrVersion = 13,
@@ -195,8 +195,8 @@ class AZeusDB {
   int readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
                const unsigned char* area, int* more);
   int writeItem(CString* text, int length, int* status, int* more, int* changed);
-  int writeItem_wstring(const CString& text, int* position, int length, int* status,
-                        int* more, int* changed);
+  int writeItem_wstring(const CString& text, int* position, int length, int* status, int* more,
+                        int* changed);
   void ConvertToWChar(const unsigned char* bytes, int length, int type, std::u16string* out);
   int readItemsStatus(_struct_SubTableInfo* info, int place, std::vector<int>* status);
   int writeItemsStatus(_struct_SubTableInfo* info, int place, const std::vector<int>& status);
@@ -277,7 +277,7 @@ class AZeusDB {
   // Guarded by slot_lock_.
   int mapped_ = 0;
   uint64_t end_of_file_ = 1000;  // where the next sub-table goes
-  uint64_t position_ = 0;  // the one file position that item reads and writes use
+  uint64_t position_ = 0;        // the one file position that item reads and writes use
   InfoMap sub_tables_;
   std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
   // For each relation, the list places of infos that are not full and have

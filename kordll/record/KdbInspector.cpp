@@ -116,7 +116,8 @@ class KdbWalk {
         Problem(lpos, "field lengths not opened by [");
         return;
       }
-      if (lengths.back() != '\n') Problem(lpos + lengths.size() - 1, "field lengths not ended by 0x0A");
+      if (lengths.back() != '\n')
+        Problem(lpos + lengths.size() - 1, "field lengths not ended by 0x0A");
       lengths.back() = '\0';
       t.lengths = KdbFormat::ParseLengths(lengths.c_str(), lengths.size());
       if (static_cast<int>(t.lengths.size()) != t.fields) {
@@ -133,8 +134,8 @@ class KdbWalk {
       t.slotSize = KdbFormat::SlotSize(t.lengths);
       t.firstSlot = pos + header;
       if (dump_) {
-        out_ << "sub-table " << t.id << " at offset " << pos << ": relation " << t.relation
-             << ", " << t.fields << " fields, slot size " << t.slotSize << ", lengths [";
+        out_ << "sub-table " << t.id << " at offset " << pos << ": relation " << t.relation << ", "
+             << t.fields << " fields, slot size " << t.slotSize << ", lengths [";
         for (size_t i = 0; i < t.lengths.size(); ++i) out_ << (i ? "," : "") << t.lengths[i];
         out_ << "], states " << t.states << "\n";
       }
@@ -142,7 +143,8 @@ class KdbWalk {
       tables_.push_back(t);
       by_id_[t.id] = tables_.size() - 1;
     }
-    if (pos > b_.size() && !tables_.empty()) Problem(b_.size(), "file ends inside the last sub-table");
+    if (pos > b_.size() && !tables_.empty())
+      Problem(b_.size(), "file ends inside the last sub-table");
   }
 
   uint64_t SlotOffset(const SubTable& t, int place) const {
@@ -168,29 +170,34 @@ class KdbWalk {
         slots_[index] = s;
         const char state = t.states[place];
         if (!s.valid) {
-          if (state == '1' || state == '2') Problem(off, "slot " + std::to_string(index) + " header does not scan");
+          if (state == '1' || state == '2')
+            Problem(off, "slot " + std::to_string(index) + " header does not scan");
           continue;
         }
         if (off + t.slotSize <= b_.size() && b_[off + t.slotSize - 1] != '\n') {
           Problem(off + t.slotSize - 1, "slot " + std::to_string(index) + " not ended by 0x0A");
         }
         if (state == '0' && s.sequence != -1) {
-          Problem(off, "slot " + std::to_string(index) + " is free in the states but its header is taken");
+          Problem(off, "slot " + std::to_string(index) +
+                           " is free in the states but its header is taken");
         }
         if ((state == '1' || state == '2') && s.sequence == -1) {
-          Problem(off, "slot " + std::to_string(index) + " is taken in the states but its header is free");
+          Problem(off, "slot " + std::to_string(index) +
+                           " is taken in the states but its header is free");
         }
         if (state == '1' && (s.sequence != 0 || s.previous != -1)) {
           Problem(off, "head slot " + std::to_string(index) + " has sequence " +
-                           std::to_string(s.sequence) + " and previous " + std::to_string(s.previous));
+                           std::to_string(s.sequence) + " and previous " +
+                           std::to_string(s.previous));
         }
         if (state == '2' && s.sequence <= 0) {
           Problem(off, "continuation slot " + std::to_string(index) + " has sequence " +
                            std::to_string(s.sequence));
         }
         if ((state == '1' || state == '2') && s.relation != t.relation) {
-          Problem(off, "slot " + std::to_string(index) + " of relation " + std::to_string(s.relation) +
-                           " in a sub-table of relation " + std::to_string(t.relation));
+          Problem(off, "slot " + std::to_string(index) + " of relation " +
+                           std::to_string(s.relation) + " in a sub-table of relation " +
+                           std::to_string(t.relation));
         }
       }
     }
@@ -246,8 +253,8 @@ class KdbWalk {
       for (int place = 0; place < KdbFormat::kSlotsPerSubTable; ++place) {
         const int index = t.id * KdbFormat::kSlotsPerSubTable + place;
         if (t.states[place] == '2' && reached_.count(index) == 0) {
-          Problem(SlotOffset(t, place), "continuation slot " + std::to_string(index) +
-                                            " belongs to no record");
+          Problem(SlotOffset(t, place),
+                  "continuation slot " + std::to_string(index) + " belongs to no record");
         }
       }
     }
@@ -289,8 +296,7 @@ class KdbWalk {
               } else {
                 MarkedText::AppendNarrow(u, n, false, &text[i]);
               }
-            } else if (n >= 2 &&
-                       ((u[0] == '!' && u[1] == ':') || (u[0] == ' ' && u[1] == ' '))) {
+            } else if (n >= 2 && ((u[0] == '!' && u[1] == ':') || (u[0] == ' ' && u[1] == ' '))) {
               // Without the catalogue a field's type is not known: a piece
               // that starts with a marker is read as marked text, any other
               // as 8-bit.
@@ -410,8 +416,10 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
       continue;
     }
     slots[i] = {s[0], s[1], s[2]};
-    if (s[0] < 0 || s[0] > 2) problem(off, "slot " + std::to_string(i) + " status " + std::to_string(s[0]));
-    if (b[off + stride - 1] != '\n') problem(off + stride - 1, "slot " + std::to_string(i) + " not ended by 0x0A");
+    if (s[0] < 0 || s[0] > 2)
+      problem(off, "slot " + std::to_string(i) + " status " + std::to_string(s[0]));
+    if (b[off + stride - 1] != '\n')
+      problem(off + stride - 1, "slot " + std::to_string(i) + " not ended by 0x0A");
   }
   std::vector<int> reached(count, 0);
   for (uint64_t i = 0; i < count; ++i) {
@@ -428,11 +436,14 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
       if (slots[index][0] != 2) break;
       const int next = slots[index][1];
       if (next < 0 || static_cast<uint64_t>(next) >= count) {
-        problem(off, "slot " + std::to_string(index) + " links to " + std::to_string(next) + ", outside the file");
+        problem(off, "slot " + std::to_string(index) + " links to " + std::to_string(next) +
+                         ", outside the file");
         break;
       }
-      if (slots[next][2] != static_cast<int>(index) || (slots[next][0] != 1 && slots[next][0] != 2)) {
-        problem(off, "slot " + std::to_string(next) + " does not continue the text of slot " + std::to_string(index));
+      if (slots[next][2] != static_cast<int>(index) ||
+          (slots[next][0] != 1 && slots[next][0] != 2)) {
+        problem(off, "slot " + std::to_string(next) + " does not continue the text of slot " +
+                         std::to_string(index));
         break;
       }
       if (reached[next] || steps > count) {
@@ -441,7 +452,8 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
       }
       index = static_cast<uint64_t>(next);
     }
-    if (dump) out << "text at slot " << i << " (slots " << chain << "): " << CString(text).ToUtf8() << "\n";
+    if (dump)
+      out << "text at slot " << i << " (slots " << chain << "): " << CString(text).ToUtf8() << "\n";
   }
   for (uint64_t i = 0; i < count; ++i) {
     if ((slots[i][0] == 1 || slots[i][0] == 2) && !reached[i]) {

@@ -164,7 +164,8 @@ void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipB
     out->push_back(bytes[i]);
   }
   if (i < 2) return;
-  const unsigned char* end = static_cast<const unsigned char*>(std::memchr(bytes + i, 0, length - i));
+  const unsigned char* end =
+      static_cast<const unsigned char*>(std::memchr(bytes + i, 0, length - i));
   const int j = end != nullptr ? static_cast<int>(end - bytes) : length;
   AppendBytes(bytes + i, j - i, out);
 }

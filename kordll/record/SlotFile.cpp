@@ -88,7 +88,8 @@ bool SlotFile::LoadWindow(uint64_t offset) {
   window_size_ = 0;
   const uint64_t start = offset / kPageSize * kPageSize;
   if (static_cast<int64_t>(start) >= disk_size_) return false;
-  const uint64_t count = std::min<uint64_t>(kWindowBytes, static_cast<uint64_t>(disk_size_) - start);
+  const uint64_t count =
+      std::min<uint64_t>(kWindowBytes, static_cast<uint64_t>(disk_size_) - start);
   window_.resize(kWindowBytes);
   uint32_t got = 0;
   if (!file_.ReadFileAt(static_cast<int64_t>(start), window_.data(), static_cast<uint32_t>(count),
@@ -146,9 +147,8 @@ SlotFile::Page* SlotFile::GetPageSlow(uint64_t index, bool willOverwriteAll) {
   const uint64_t disk_pages = (static_cast<uint64_t>(disk_size_) + kPageSize - 1) / kPageSize;
   count = std::min(count, disk_pages - index);
   // The read ahead stays within the bound of the cache.
-  count = std::min<uint64_t>(count, std::max<int64_t>(
-                                        1, kMaxCachedBytes / kPageSize -
-                                               static_cast<int64_t>(pages_.size())));
+  count = std::min<uint64_t>(count, std::max<int64_t>(1, kMaxCachedBytes / kPageSize -
+                                                             static_cast<int64_t>(pages_.size())));
   read_buffer_.resize(count * kPageSize);
   uint32_t got = 0;
   if (!file_.ReadFileAt(static_cast<int64_t>(first_byte), read_buffer_.data(),
@@ -181,8 +181,8 @@ int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* go
   const bool forward = last_read_end_ != UINT64_MAX && offset >= last_read_end_ &&
                        offset - last_read_end_ < kWindowBytes / 4;
   last_read_end_ = offset + left;
-  bool in_window = window_size_ > 0 && offset >= window_start_ &&
-                   offset + left <= window_start_ + window_size_;
+  bool in_window =
+      window_size_ > 0 && offset >= window_start_ && offset + left <= window_start_ + window_size_;
   if (!in_window && forward && offset + left <= static_cast<uint64_t>(disk_size_) &&
       pages_.count(offset / kPageSize) == 0 && left <= kWindowBytes / 2) {
     in_window = LoadWindow(offset) && offset + left <= window_start_ + window_size_;
@@ -215,8 +215,7 @@ int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
   std::lock_guard<std::mutex> lock(mu_);
   if (!open_ || !writable_) return 0;
   const unsigned char* in = static_cast<const unsigned char*>(buffer);
-  if (window_size_ > 0 && offset < window_start_ + window_size_ &&
-      offset + count > window_start_) {
+  if (window_size_ > 0 && offset < window_start_ + window_size_ && offset + count > window_start_) {
     // The window stays what the file will hold.
     const uint64_t from = std::max(offset, window_start_);
     const uint64_t to = std::min<uint64_t>(offset + count, window_start_ + window_size_);

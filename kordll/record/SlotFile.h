@@ -36,9 +36,9 @@ namespace kordll {
 class SlotFile {
  public:
   enum Mode {
-    kOpenRead,        // existing file, read-only
-    kOpenReadWrite,   // existing file, read-write
-    kCreate,          // new or emptied file, read-write
+    kOpenRead,       // existing file, read-only
+    kOpenReadWrite,  // existing file, read-write
+    kCreate,         // new or emptied file, read-write
   };
 
   static constexpr int kPageSize = 4096;
@@ -94,8 +94,8 @@ class SlotFile {
   WinFile file_;
   bool open_ = false;
   bool writable_ = false;
-  int64_t size_ = -1;        // logical size: the file's, grown by pending writes
-  int64_t disk_size_ = -1;   // what the file holds now
+  int64_t size_ = -1;       // logical size: the file's, grown by pending writes
+  int64_t disk_size_ = -1;  // what the file holds now
   std::unordered_map<uint64_t, std::unique_ptr<Page>> pages_;
   std::vector<uint64_t> dirty_;  // indexes of pages with a dirty range
   uint64_t last_loaded_ = UINT64_MAX;

@@ -49,7 +49,8 @@ TEST(KdbDumpTest, FieldsAreShownWithKeyAndTypeAndDecodedByType) {
   EXPECT_NE(std::string::npos, s.find("  field 1 status (int): 2\n")) << s;
   // A title chained over three slots, joined, and one with multi-byte
   // characters decoded as marked text.
-  EXPECT_NE(std::string::npos, s.find("  field 4 title (string): a title that runs over three slots\n"))
+  EXPECT_NE(std::string::npos,
+            s.find("  field 4 title (string): a title that runs over three slots\n"))
       << s;
   EXPECT_NE(std::string::npos, s.find("  field 4 title (string): caf\xc3\xa9 \xe2\x82\xac\n")) << s;
   EXPECT_EQ(std::string::npos, s.find("  field 4: ")) << s;
@@ -75,7 +76,8 @@ TEST(KdbDumpTest, UnknownRelationOrOtherLayoutIsShownByPosition) {
   auto none = [](int, std::vector<KdbInspector::FieldDesc>*) { return false; };
   std::ostringstream unknown;
   KdbInspector::DumpKdb(Load("valid.kdb"), unknown, none);
-  EXPECT_NE(std::string::npos, unknown.str().find("  field 4: a title that runs over three slots\n"))
+  EXPECT_NE(std::string::npos,
+            unknown.str().find("  field 4: a title that runs over three slots\n"))
       << unknown.str();
   EXPECT_NE(std::string::npos, unknown.str().find("  field 1: 2\n"));
 
@@ -114,7 +116,10 @@ TEST(KdbDumpTest, ToolUsesTheRelationCatalogue) {
     Focusable record(4, nullptr);
     record.SetValueStr(0, CString("R3_G7"), 1);
     record.SetValueInt(1, 5, 1);
-    record.SetValueStr(4, CString("Gr\xc3\xbc\xc3\x9f" "e aus M\xc3\xbcnchen"), 1);
+    record.SetValueStr(4,
+                       CString("Gr\xc3\xbc\xc3\x9f"
+                               "e aus M\xc3\xbcnchen"),
+                       1);
     ASSERT_NE(0, db.writeFocusableSlot(&record, nullptr, nullptr));
   }
   const std::string file = root.Path("posts.kdb").ToUtf8();
@@ -126,7 +131,8 @@ TEST(KdbDumpTest, ToolUsesTheRelationCatalogue) {
   std::string out;
   ASSERT_TRUE(FileSystem::ReadWholeFile(CString(dump.c_str()), &out));
   EXPECT_NE(std::string::npos, out.find("  field 4 " + title_key +
-                                        " (string): Gr\xc3\xbc\xc3\x9f" "e aus M\xc3\xbcnchen\n"))
+                                        " (string): Gr\xc3\xbc\xc3\x9f"
+                                        "e aus M\xc3\xbcnchen\n"))
       << out;
   EXPECT_NE(std::string::npos, out.find("  field 1 " + status_key + " (int): 5\n")) << out;
 }

@@ -127,7 +127,9 @@ TEST_P(AZeusDBFaultsTest, EveryFailingWriteLeavesAConsistentFile) {
     ASSERT_TRUE(FileSystem::ReadWholeFile(Path(), &bytes));
     std::ostringstream problems;
     const int count = KdbInspector::CheckKdb(bytes, problems);
-    if (result == 1) EXPECT_EQ(0, count) << problems.str();
+    if (result == 1) {
+      EXPECT_EQ(0, count) << problems.str();
+    }
     EXPECT_TRUE(OnlyLeftoversOfAnInterruptedSave(problems.str())) << problems.str();
     {
       AZeusDB db(root_.root(), "faults", 10, 0);
