@@ -476,14 +476,14 @@ void EmitInteger(std::u16string& out, const Conversion& cv, char conv, const For
       digits.insert(0, static_cast<size_t>(cv.precision) - digits.size(), '0');
     }
   }
-  std::string prefix;
+  std::string_view prefix;
   if (negative) prefix = "-";
   else if ((conv == 'd' || conv == 'i') && cv.plus) prefix = "+";
   else if ((conv == 'd' || conv == 'i') && cv.space) prefix = " ";
   if (conv == 'p') prefix = "0x";
   else if (cv.alt && magnitude != 0 && conv == 'x') prefix = "0x";
   else if (cv.alt && magnitude != 0 && conv == 'X') prefix = "0X";
-  else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(0, "0");
+  else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(digits.begin(), '0');
   std::u16string body;
   AppendAscii(body, digits);
   EmitPadded(out, cv, prefix, body, cv.precision < 0);
@@ -515,7 +515,7 @@ void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
   if (std::isupper(static_cast<unsigned char>(conv))) {
     for (char& c : digits) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   }
-  std::string prefix;
+  std::string_view prefix;
   if (negative && !std::isnan(v)) prefix = "-";
   else if (cv.plus) prefix = "+";
   else if (cv.space) prefix = " ";
