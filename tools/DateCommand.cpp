@@ -74,7 +74,7 @@ std::string ZoneOf(const KorlanDateTime::ReadInfo& info) {
   if (info.form == 4) {
     text = "the offset fields";
   } else if (has_word) {
-    text = "\"" + info.zone_word.ToUtf8() + "\"";
+    text.append(1, '"').append(info.zone_word.ToUtf8()).append(1, '"');
   } else {
     return "none in this shape: taken as GMT";
   }

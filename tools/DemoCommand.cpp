@@ -72,7 +72,11 @@ class Walk {
   bool failed_ = false;
 };
 
-std::string Quoted(const CString& text) { return "\"" + text.ToUtf8() + "\""; }
+std::string Quoted(const CString& text) {
+  std::string quoted(1, '"');
+  quoted.append(text.ToUtf8()).append(1, '"');
+  return quoted;
+}
 
 void TextAndRuntime(Walk& walk) {
   walk.Step("Text is 16-bit units, formatted without C varargs");
@@ -190,7 +194,8 @@ void Records(Walk& walk) {
              << Quoted(relation->GetRelationName()) << " with " << fieldCount << " fields:\n   ";
   for (int field = 0; field < fieldCount; ++field) {
     const CString tag = relation->GetFieldDecorationName(field);
-    walk.out() << " " << field << (tag.IsEmpty() ? std::string() : "=" + tag.ToUtf8());
+    walk.out() << " " << field;
+    if (!tag.IsEmpty()) walk.out() << "=" << tag.ToUtf8();
   }
   walk.out() << "\n";
 

@@ -41,13 +41,13 @@ std::vector<CString> SplitPath(const CString& path) {
   std::u16string part;
   for (char16_t ch : path.str()) {
     if (ch == u'\\') {
-      if (!part.empty()) parts.emplace_back(std::move(part));
+      if (!part.empty()) parts.push_back(CString(part));
       part.clear();
     } else {
       part.push_back(ch);
     }
   }
-  if (!part.empty()) parts.emplace_back(std::move(part));
+  if (!part.empty()) parts.push_back(CString(part));
   return parts;
 }
 
@@ -430,7 +430,9 @@ Registry::OpenOutcome Registry::OpenFile(const std::string& path) {
 bool Registry::SetAside(const std::string& path) {
   CloseDb();
   for (int n = 1; n <= 1000; ++n) {
-    std::string aside = path + ".damaged" + (n == 1 ? std::string() : "-" + std::to_string(n));
+    std::string aside = path;
+    aside.append(".damaged");
+    if (n > 1) aside.append(1, '-').append(std::to_string(n));
     if (PathExists(aside) || PathExists(aside + "-wal") || PathExists(aside + "-shm")) continue;
     bool taken = false;
     if (!RenameNoReplace(path, aside, &taken)) {
