@@ -43,7 +43,7 @@ fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(BUILD)/fuzz $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DKORDLL_SANITIZE=address,undefined -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF -DKORDLL_EXAMPLES=OFF
 	cmake --build $(BUILD)/fuzz -j $(JOBS)
-	@echo "Fuzzers are in $(BUILD)/fuzz; run e.g. $(BUILD)/fuzz/date_fuzz fuzz/corpus/date_fuzz -max_total_time=60"
+	@echo "Fuzzers are in $(BUILD)/fuzz; run e.g. mkdir -p $(BUILD)/fuzz/new && $(BUILD)/fuzz/date_fuzz $(BUILD)/fuzz/new fuzz/corpus/date_fuzz -max_total_time=60"
 
 tsan: deps
 	cmake -S . -B $(BUILD)/tsan $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORDLL_SANITIZE=thread \
