@@ -21,11 +21,9 @@ namespace kordll {
 namespace {
 
 std::string Load(const std::string& name) {
-  const char* src = std::getenv("KORDLL_TEST_SOURCE_DIR");
   std::string bytes;
   FileSystem::ReadWholeFile(
-      CString((std::string(src != nullptr ? src : ".") + "/tests/record/data/" + name).c_str()),
-      &bytes);
+      CString((std::string(KORDLL_SOURCE_DIR) + "/tests/record/data/" + name).c_str()), &bytes);
   return bytes;
 }
 
@@ -99,8 +97,7 @@ TEST(KdbDumpTest, UnknownRelationOrOtherLayoutIsShownByPosition) {
 
 // The tool takes the layout from the relation catalogue.
 TEST(KdbDumpTest, ToolUsesTheRelationCatalogue) {
-  const char* tool = std::getenv("KORDLL_TOOL");
-  if (tool == nullptr) GTEST_SKIP() << "KORDLL_TOOL not set";
+  const char* tool = KORDLL_TOOL_PATH;
   test::TempRoot root;
   ASSERT_TRUE(root.ok());
   GlobalRelationsCtrl catalogue;
