@@ -12,7 +12,7 @@
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
 
@@ -44,8 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   kordll::RelationsEntryPoints::SetTemplate(7, seven);
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   std::ostringstream sink;
-  kordll::KdbInspector::CheckKdb(bytes, sink);
-  kordll::KdbInspector::DumpKdb(bytes, sink);
+  kordll::KdbExaminer::CheckKdb(bytes, sink);
+  kordll::KdbExaminer::DumpKdb(bytes, sink);
 
   const kordll::CString path = Folder() + "/input.kdb";
   kordll::FileSystem::DeleteFile(path);

@@ -8,7 +8,7 @@
 
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/StringDB.h"
 
 namespace {
@@ -27,8 +27,8 @@ kordll::CString Folder() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   std::ostringstream sink;
-  kordll::KdbInspector::CheckSdb(bytes, sink);
-  kordll::KdbInspector::DumpSdb(bytes, sink);
+  kordll::KdbExaminer::CheckSdb(bytes, sink);
+  kordll::KdbExaminer::DumpSdb(bytes, sink);
 
   const kordll::CString path = Folder() + "/input.sdb";
   kordll::FileSystem::DeleteFile(path);

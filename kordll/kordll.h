@@ -46,7 +46,7 @@
 #include "kordll/record/IntItem.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/KdbFormat.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/MarkedText.h"
 #include "kordll/record/MemoryHeap.h"

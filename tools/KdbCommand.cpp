@@ -16,7 +16,7 @@
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/FieldInfo.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 #include "kordll/schema/Relation.h"
@@ -27,11 +27,11 @@ namespace {
 // The layout of a relation from the catalogue: one entry per field
 // position, holes with id -1.
 bool CatalogueLayout(const kordll::GlobalRelationsCtrl& catalogue, int relation,
-                     std::vector<kordll::KdbInspector::FieldDesc>* fields) {
+                     std::vector<kordll::KdbExaminer::FieldDesc>* fields) {
   kordll::Relation* r = catalogue.GetRelation(relation);
   if (r == nullptr || r->GetRGDBTemplate() == nullptr) return false;
   kordll::RGDBTemplate* layout = r->GetRGDBTemplate();
-  fields->assign(layout->GetFieldCount(), kordll::KdbInspector::FieldDesc());
+  fields->assign(layout->GetFieldCount(), kordll::KdbExaminer::FieldDesc());
   for (int i = 0; i < layout->GetFieldCount(); ++i) {
     const kordll::FieldInfo* field = layout->GetField(i);
     if (field == nullptr || field->id < 0) continue;
@@ -63,12 +63,12 @@ int RunKdb(const std::vector<std::string>& args, std::ostream& out, std::ostream
       own = std::make_unique<kordll::GlobalRelationsCtrl>();
       catalogue = own.get();
     }
-    problems = kordll::KdbInspector::DumpKdb(
-        bytes, out, [catalogue](int relation, std::vector<kordll::KdbInspector::FieldDesc>* f) {
+    problems = kordll::KdbExaminer::DumpKdb(
+        bytes, out, [catalogue](int relation, std::vector<kordll::KdbExaminer::FieldDesc>* f) {
           return CatalogueLayout(*catalogue, relation, f);
         });
   } else {
-    problems = kordll::KdbInspector::CheckKdb(bytes, out);
+    problems = kordll::KdbExaminer::CheckKdb(bytes, out);
   }
   if (args[0] == "check") {
     out << (problems == 0 ? "no problems found" : std::to_string(problems) + " problem(s) found")

@@ -11,7 +11,7 @@
 
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "tools/ToolCommand.h"
 
 namespace {
@@ -26,8 +26,8 @@ int RunSdb(const std::vector<std::string>& args, std::ostream& out, std::ostream
     err << "kordll sdb: cannot read " << args[1] << "\n";
     return 2;
   }
-  const int problems = args[0] == "dump" ? kordll::KdbInspector::DumpSdb(bytes, out)
-                                         : kordll::KdbInspector::CheckSdb(bytes, out);
+  const int problems = args[0] == "dump" ? kordll::KdbExaminer::DumpSdb(bytes, out)
+                                         : kordll::KdbExaminer::CheckSdb(bytes, out);
   if (args[0] == "check") {
     out << (problems == 0 ? "no problems found" : std::to_string(problems) + " problem(s) found")
         << "\n";

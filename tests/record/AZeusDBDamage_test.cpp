@@ -15,7 +15,7 @@
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/StringDB.h"
@@ -77,12 +77,12 @@ TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
   AZeusDB db(root_.root(), "f", 10, 0);
   EXPECT_EQ(std::make_pair(3, static_cast<int>(AZeusDB::kErrNoEntry)), Scan(&db));
   std::ostringstream out;
-  EXPECT_EQ(0, KdbInspector::CheckKdb(Load("valid.kdb"), out)) << out.str();
-  EXPECT_EQ(0, KdbInspector::CheckSdb(Load("valid.sdb"), out)) << out.str();
+  EXPECT_EQ(0, KdbExaminer::CheckKdb(Load("valid.kdb"), out)) << out.str();
+  EXPECT_EQ(0, KdbExaminer::CheckSdb(Load("valid.sdb"), out)) << out.str();
   const int kdb = Tool("kdb check '" + DataDir() + "valid.kdb'");
   EXPECT_EQ(0, kdb);
   std::ostringstream dump;
-  KdbInspector::DumpKdb(Load("valid.kdb"), dump);
+  KdbExaminer::DumpKdb(Load("valid.kdb"), dump);
   EXPECT_NE(std::string::npos, dump.str().find("field 4: a title that runs over three slots"))
       << dump.str();
 }
@@ -107,7 +107,7 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     const std::string bytes = Load(c.file);
     ASSERT_FALSE(bytes.empty());
     std::ostringstream out;
-    EXPECT_GT(KdbInspector::CheckKdb(bytes, out), 0);
+    EXPECT_GT(KdbExaminer::CheckKdb(bytes, out), 0);
     const int tool = Tool(std::string("kdb check '") + DataDir() + c.file + "'");
     EXPECT_EQ(1, tool);
 
@@ -134,7 +134,7 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
     SCOPED_TRACE(file);
     const std::string bytes = Load(file);
     std::ostringstream out;
-    EXPECT_GT(KdbInspector::CheckSdb(bytes, out), 0);
+    EXPECT_GT(KdbExaminer::CheckSdb(bytes, out), 0);
     const int tool = Tool(std::string("sdb check '") + DataDir() + file + "'");
     EXPECT_EQ(1, tool);
     FileSystem::DeleteFile(root_.Path("s.sdb"));

@@ -12,7 +12,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 #include "kordll/schema/Relation.h"
 #include "tests/support/TempRoot.h"
@@ -28,9 +28,9 @@ std::string Load(const std::string& name) {
 }
 
 // The layout of valid.kdb (relation 4): guid, status, two holes, title.
-bool ValidLayout(int relation, std::vector<KdbInspector::FieldDesc>* fields) {
+bool ValidLayout(int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
   if (relation != 4) return false;
-  fields->assign(5, KdbInspector::FieldDesc());
+  fields->assign(5, KdbExaminer::FieldDesc());
   (*fields)[0] = {0, "guid", 4};
   (*fields)[1] = {1, "status", 0};
   (*fields)[4] = {4, "title", 4};
@@ -41,7 +41,7 @@ TEST(KdbDumpTest, FieldsAreShownWithKeyAndTypeAndDecodedByType) {
   const std::string bytes = Load("valid.kdb");
   ASSERT_FALSE(bytes.empty());
   std::ostringstream out;
-  EXPECT_EQ(0, KdbInspector::DumpKdb(bytes, out, ValidLayout));
+  EXPECT_EQ(0, KdbExaminer::DumpKdb(bytes, out, ValidLayout));
   const std::string s = out.str();
   EXPECT_NE(std::string::npos, s.find("  field 0 guid (string): R3_G1\n")) << s;
   EXPECT_NE(std::string::npos, s.find("  field 1 status (int): 2\n")) << s;
@@ -57,13 +57,13 @@ TEST(KdbDumpTest, FieldsAreShownWithKeyAndTypeAndDecodedByType) {
 TEST(KdbDumpTest, TypeDecidesHowAnAreaIsRead) {
   // Declared as an int, the title's area is read as 8-bit text: the marker
   // blanks stay and the multi-byte groups are not joined.
-  auto narrow_title = [](int relation, std::vector<KdbInspector::FieldDesc>* fields) {
+  auto narrow_title = [](int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
     if (!ValidLayout(relation, fields)) return false;
     (*fields)[4].type = 0;
     return true;
   };
   std::ostringstream out;
-  KdbInspector::DumpKdb(Load("valid.kdb"), out, narrow_title);
+  KdbExaminer::DumpKdb(Load("valid.kdb"), out, narrow_title);
   EXPECT_NE(std::string::npos, out.str().find("  field 4 title (int):   short\n")) << out.str();
   // "é" as its two bytes, each read as the unit of the same value.
   EXPECT_NE(std::string::npos, out.str().find("  field 4 title (int): !:caf\xc3\x83\xc2\xa9"))
@@ -71,21 +71,21 @@ TEST(KdbDumpTest, TypeDecidesHowAnAreaIsRead) {
 }
 
 TEST(KdbDumpTest, UnknownRelationOrOtherLayoutIsShownByPosition) {
-  auto none = [](int, std::vector<KdbInspector::FieldDesc>*) { return false; };
+  auto none = [](int, std::vector<KdbExaminer::FieldDesc>*) { return false; };
   std::ostringstream unknown;
-  KdbInspector::DumpKdb(Load("valid.kdb"), unknown, none);
+  KdbExaminer::DumpKdb(Load("valid.kdb"), unknown, none);
   EXPECT_NE(std::string::npos,
             unknown.str().find("  field 4: a title that runs over three slots\n"))
       << unknown.str();
   EXPECT_NE(std::string::npos, unknown.str().find("  field 1: 2\n"));
 
-  auto longer = [](int relation, std::vector<KdbInspector::FieldDesc>* fields) {
+  auto longer = [](int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
     if (!ValidLayout(relation, fields)) return false;
     fields->resize(7);
     return true;
   };
   std::ostringstream other;
-  KdbInspector::DumpKdb(Load("valid.kdb"), other, longer);
+  KdbExaminer::DumpKdb(Load("valid.kdb"), other, longer);
   const std::string s = other.str();
   EXPECT_NE(std::string::npos,
             s.find("relation 4: the catalogue's layout has 7 field positions, the file 5"))

@@ -17,7 +17,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "tests/support/TempRoot.h"
@@ -126,7 +126,7 @@ TEST_P(AZeusDBFaultsTest, EveryFailingWriteLeavesAConsistentFile) {
     std::string bytes;
     ASSERT_TRUE(FileSystem::ReadWholeFile(Path(), &bytes));
     std::ostringstream problems;
-    const int count = KdbInspector::CheckKdb(bytes, problems);
+    const int count = KdbExaminer::CheckKdb(bytes, problems);
     if (result == 1) {
       EXPECT_EQ(0, count) << problems.str();
     }
@@ -150,7 +150,7 @@ TEST_P(AZeusDBFaultsTest, EveryFailingWriteLeavesAConsistentFile) {
     // (the second save took other slots): a leftover, not damage.
     ASSERT_TRUE(FileSystem::ReadWholeFile(Path(), &bytes));
     std::ostringstream after;
-    KdbInspector::CheckKdb(bytes, after);
+    KdbExaminer::CheckKdb(bytes, after);
     EXPECT_TRUE(OnlyLeftoversOfAnInterruptedSave(after.str())) << after.str();
     EXPECT_EQ(std::string::npos, after.str().find("header is taken")) << after.str();
   }

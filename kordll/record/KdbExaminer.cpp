@@ -1,4 +1,4 @@
-#include "kordll/record/KdbInspector.h"
+#include "kordll/record/KdbExaminer.h"
 
 #include <array>
 #include <cstring>
@@ -33,7 +33,7 @@ struct Slot {
 class KdbWalk {
  public:
   KdbWalk(const std::string& bytes, std::ostream& out, bool dump,
-          const KdbInspector::RelationLookup* lookup = nullptr)
+          const KdbExaminer::RelationLookup* lookup = nullptr)
       : b_(bytes), out_(out), dump_(dump), lookup_(lookup) {}
 
   int Run() {
@@ -266,7 +266,7 @@ class KdbWalk {
         if (t.states[place] != '1') continue;
         const int head = t.id * KdbFormat::kSlotsPerSubTable + place;
         out_ << "record at slot " << head << " (relation " << t.relation << ")\n";
-        const std::vector<KdbInspector::FieldDesc>* layout = Layout(t.relation, t.fields);
+        const std::vector<KdbExaminer::FieldDesc>* layout = Layout(t.relation, t.fields);
         std::vector<std::u16string> text(t.fields);
         std::vector<int> more(t.fields, 1);
         int index = head;
@@ -314,7 +314,7 @@ class KdbWalk {
         for (int i = 0; i < t.fields; ++i) {
           if (text[i].empty()) continue;
           if (layout != nullptr && (*layout)[i].id >= 0) {
-            const KdbInspector::FieldDesc& d = (*layout)[i];
+            const KdbExaminer::FieldDesc& d = (*layout)[i];
             out_ << "  field " << d.id << " " << (d.name.empty() ? "(no key)" : d.name) << " ("
                  << TypeName(d.type) << "): " << CString(text[i]).ToUtf8() << "\n";
           } else {
@@ -327,11 +327,11 @@ class KdbWalk {
 
   // The catalogue's layout of relation, or null when it is not known or
   // does not have fields field positions. Asked once per relation.
-  const std::vector<KdbInspector::FieldDesc>* Layout(int relation, int fields) {
+  const std::vector<KdbExaminer::FieldDesc>* Layout(int relation, int fields) {
     if (lookup_ == nullptr || !*lookup_) return nullptr;
     auto it = layouts_.find(relation);
     if (it == layouts_.end()) {
-      std::vector<KdbInspector::FieldDesc> layout;
+      std::vector<KdbExaminer::FieldDesc> layout;
       const bool known = (*lookup_)(relation, &layout);
       it = layouts_.emplace(relation, std::make_pair(known, std::move(layout))).first;
     }
@@ -367,8 +367,8 @@ class KdbWalk {
   const std::string& b_;
   std::ostream& out_;
   bool dump_;
-  const KdbInspector::RelationLookup* lookup_;
-  std::map<int, std::pair<bool, std::vector<KdbInspector::FieldDesc>>> layouts_;
+  const KdbExaminer::RelationLookup* lookup_;
+  std::map<int, std::pair<bool, std::vector<KdbExaminer::FieldDesc>>> layouts_;
   std::set<int> mismatch_told_;
   int problems_ = 0;
   std::vector<SubTable> tables_;
@@ -466,24 +466,24 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
 
 }  // namespace
 
-int KdbInspector::DumpKdb(const std::string& bytes, std::ostream& out) {
+int KdbExaminer::DumpKdb(const std::string& bytes, std::ostream& out) {
   return KdbWalk(bytes, out, true).Run();
 }
 
-int KdbInspector::DumpKdb(const std::string& bytes, std::ostream& out,
+int KdbExaminer::DumpKdb(const std::string& bytes, std::ostream& out,
                           const RelationLookup& lookup) {
   return KdbWalk(bytes, out, true, &lookup).Run();
 }
 
-int KdbInspector::CheckKdb(const std::string& bytes, std::ostream& out) {
+int KdbExaminer::CheckKdb(const std::string& bytes, std::ostream& out) {
   return KdbWalk(bytes, out, false).Run();
 }
 
-int KdbInspector::DumpSdb(const std::string& bytes, std::ostream& out) {
+int KdbExaminer::DumpSdb(const std::string& bytes, std::ostream& out) {
   return SdbWalk(bytes, out, true);
 }
 
-int KdbInspector::CheckSdb(const std::string& bytes, std::ostream& out) {
+int KdbExaminer::CheckSdb(const std::string& bytes, std::ostream& out) {
   return SdbWalk(bytes, out, false);
 }
 

@@ -1,4 +1,4 @@
-// KdbInspector: reads the bytes of a record (".kdb") or string (".sdb")
+// KdbExaminer: reads the bytes of a record (".kdb") or string (".sdb")
 // database file on its own, to show what is inside and to find what is
 // wrong with it. Used by the `kordll kdb` and `kordll sdb` tools.
 //
@@ -7,8 +7,8 @@
 // damaged or hostile file gives a list of problems, never a crash, a hang or
 // an allocation beyond the size of the file.
 
-#ifndef KORDLL_RECORD_KDBINSPECTOR_H_
-#define KORDLL_RECORD_KDBINSPECTOR_H_
+#ifndef KORDLL_RECORD_KDBEXAMINER_H_
+#define KORDLL_RECORD_KDBEXAMINER_H_
 
 #include <functional>
 #include <ostream>
@@ -17,7 +17,7 @@
 
 namespace kordll {
 
-class KdbInspector {
+class KdbExaminer {
  public:
   // One field position of a relation's layout, as the catalogue knows it.
   struct FieldDesc {
@@ -50,4 +50,4 @@ class KdbInspector {
 
 }  // namespace kordll
 
-#endif  // KORDLL_RECORD_KDBINSPECTOR_H_
+#endif  // KORDLL_RECORD_KDBEXAMINER_H_
