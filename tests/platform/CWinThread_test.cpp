@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -94,13 +95,19 @@ class RecordingThread : public CWinThread {
   int init_answer_;
 };
 
+// A RecordingThread the test deletes itself.
+std::unique_ptr<RecordingThread> Kept(Journal* journal, int init_answer = 1) {
+  auto thread = std::make_unique<RecordingThread>(journal, init_answer);
+  thread->m_bAutoDelete = 0;
+  return thread;
+}
+
 TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal);
   // Messages posted before the thread runs wait for it.
   for (int i = 0; i < 50; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
-  ASSERT_EQ(thread, AfxBeginThread(thread));
+  ASSERT_EQ(thread.get(), AfxBeginThread(thread.get()));
   for (int i = 50; i < 500; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
   ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 3, 0));
   ASSERT_EQ(1, thread->WaitForExit(20000));
@@ -115,13 +122,11 @@ TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
   }
   std::vector<std::string> entries = journal.entries();
   EXPECT_EQ((std::vector<std::string>{"init on thread", "exit"}), entries);
-  delete thread;
 }
 
 TEST(CWinThreadTest, QuitEndsTheLoopAndLaterMessagesAreHandedBack) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal);
   ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
   ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 9, 0));
   ASSERT_EQ(1, thread->PostThreadMessage(2, 0, 0));  // behind the quit: never handled
@@ -133,13 +138,13 @@ TEST(CWinThreadTest, QuitEndsTheLoopAndLaterMessagesAreHandedBack) {
   EXPECT_EQ(1u, msgs[0].message);
   EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 2"}), journal.entries());
   EXPECT_EQ(0, thread->CreateThread());  // a thread runs once
-  delete thread;
 }
 
 TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
   Journal journal;
   RecordingThread* thread = AfxBeginThread<RecordingThread>(&journal);
   ASSERT_NE(nullptr, thread);
+  const unsigned id = thread->GetThreadId();
   ASSERT_EQ(1, thread->PostThreadMessage(7, 0, 0));
   ASSERT_EQ(1, thread->PostThreadMessage(500, 4, 0));  // the handler asks to quit
   ASSERT_TRUE(journal.WaitForEntry("dtor"));
@@ -147,53 +152,50 @@ TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
   // by the thread itself once it no longer counted as a CWinThread.
   EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "dtor"}), journal.entries());
   EXPECT_EQ(2u, journal.msgs().size());
+  EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0)) << "its id is refused once it deleted itself";
 }
 
 TEST(CWinThreadTest, PostToAnEndedThreadAnswersZero) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal);
   ASSERT_EQ(1, thread->CreateThread());
   unsigned id = thread->GetThreadId();
   ASSERT_NE(0u, id);
   EXPECT_EQ(1, PostThreadMessage(id, 12, 0, 0));
+  EXPECT_EQ(0, thread->WaitForExit(0)) << "still running";
   ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
   ASSERT_EQ(1, thread->WaitForExit(20000));
   EXPECT_EQ(0, thread->PostThreadMessage(13, 0, 0));
   EXPECT_EQ(0, PostThreadMessage(id, 13, 0, 0));
   ASSERT_EQ(1u, journal.msgs().size());
-  delete thread;
+  thread.reset();
   // By id it stays safe once the object is gone.
   EXPECT_EQ(0, PostThreadMessage(id, 14, 0, 0));
   EXPECT_EQ(0, PostThreadMessage(0, 14, 0, 0));
-}
 
-TEST(CWinThreadTest, AutoDeletedThreadRefusesPostsById) {
-  Journal journal;
-  RecordingThread* thread = AfxBeginThread<RecordingThread>(&journal);
-  ASSERT_NE(nullptr, thread);
-  unsigned id = thread->GetThreadId();
-  ASSERT_EQ(1, PostThreadMessage(id, kMsgQuit, 0, 0));
-  ASSERT_TRUE(journal.WaitForEntry("dtor"));
+  // A thread never started takes posts by id until it is deleted.
+  Journal unstarted_journal;
+  auto unstarted = Kept(&unstarted_journal);
+  id = unstarted->GetThreadId();
+  EXPECT_EQ(1, PostThreadMessage(id, 1, 0, 0));
+  unstarted.reset();
   EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0));
+  EXPECT_TRUE(unstarted_journal.msgs().empty());
 }
 
 TEST(CWinThreadTest, InitInstanceRefusingSkipsTheLoop) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal, 0);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal, 0);
   ASSERT_EQ(1, thread->PostThreadMessage(5, 0, 0));
   ASSERT_EQ(1, thread->CreateThread());
   ASSERT_EQ(1, thread->WaitForExit(20000));
   EXPECT_TRUE(journal.msgs().empty());
   EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 5"}), journal.entries());
-  delete thread;
 }
 
 TEST(CWinThreadTest, PumpInsideAHandlerRunsWaitingMessagesAndKeepsTheQuit) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal);
   // 501 pumps: it runs 20 and 21 from inside its handler, then meets the
   // quit, puts it back and stops. A put-back quit comes after every posted
   // message, so the loop still runs 22 before it ends.
@@ -204,16 +206,12 @@ TEST(CWinThreadTest, PumpInsideAHandlerRunsWaitingMessagesAndKeepsTheQuit) {
   ASSERT_EQ(1, thread->PostThreadMessage(22, 0, 0));
   ASSERT_EQ(1, thread->CreateThread());
   ASSERT_EQ(1, thread->WaitForExit(20000));
-  std::vector<MSG> msgs = journal.msgs();
-  ASSERT_EQ(4u, msgs.size());
-  EXPECT_EQ(501u, msgs[0].message);
-  EXPECT_EQ(20u, msgs[1].message);
-  EXPECT_EQ(21u, msgs[2].message);
-  EXPECT_EQ(22u, msgs[3].message);
+  std::vector<unsigned> order;
+  for (const MSG& m : journal.msgs()) order.push_back(m.message);
+  EXPECT_EQ((std::vector<unsigned>{501, 20, 21, 22}), order);
   EXPECT_EQ((std::vector<std::string>{"init on thread", "pump saw quit", "exit"}),
             journal.entries());
   EXPECT_EQ(6u, thread->GetExitCode());
-  delete thread;
 }
 
 TEST(CWinThreadTest, PlainThreadHasNoQueueAndSimplyWaits) {
@@ -310,47 +308,24 @@ TEST(CWinThreadTest, HandlerExceptionEndsTheThreadQuietly) {
    public:
     int OnThreadMessage(unsigned, intptr_t, intptr_t) override { throw std::runtime_error("x"); }
   };
-  auto* thread = new Throwing();
+  auto thread = std::make_unique<Throwing>();
   thread->m_bAutoDelete = 0;
   ASSERT_EQ(1, thread->CreateThread());
   ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
   ASSERT_EQ(1, thread->WaitForExit(20000));
   EXPECT_EQ(0xFFFFFFFFu, thread->GetExitCode());
   EXPECT_EQ(0, thread->PostThreadMessage(2, 0, 0));
-  delete thread;
-}
-
-TEST(CWinThreadTest, WaitForExitTimesOutWhileRunning) {
-  Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
-  ASSERT_EQ(1, thread->CreateThread());
-  EXPECT_EQ(0, thread->WaitForExit(0));
-  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
-  EXPECT_EQ(1, thread->WaitForExit(20000));
-  delete thread;
-}
-
-TEST(CWinThreadTest, NeverStartedThreadRefusesPostsOnceDeleted) {
-  Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  unsigned id = thread->GetThreadId();
-  EXPECT_EQ(1, PostThreadMessage(id, 1, 0, 0));
-  delete thread;
-  EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0));
-  EXPECT_TRUE(journal.msgs().empty());
 }
 
 TEST(CWinThreadConcurrencyTest, EachSendersOrderIsKept) {
   Journal journal;
-  auto* thread = new RecordingThread(&journal);
-  thread->m_bAutoDelete = 0;
+  auto thread = Kept(&journal);
   ASSERT_EQ(1, thread->CreateThread());
   constexpr int kSenders = 4;
   constexpr int kEach = 2000;
   std::vector<std::thread> senders;
   for (int s = 0; s < kSenders; ++s) {
-    senders.emplace_back([thread, s] {
+    senders.emplace_back([&thread, s] {
       for (int i = 0; i < kEach; ++i) thread->PostThreadMessage(2000 + s, i, 0);
     });
   }
@@ -367,7 +342,6 @@ TEST(CWinThreadConcurrencyTest, EachSendersOrderIsKept) {
     EXPECT_EQ(next[s], m.wParam);
     next[s] = m.wParam + 1;
   }
-  delete thread;
 }
 
 TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
@@ -375,8 +349,7 @@ TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
   // post answered 0 must reach neither: no message is lost or run twice.
   for (int round = 0; round < 20; ++round) {
     Journal journal;
-    auto* thread = new RecordingThread(&journal);
-    thread->m_bAutoDelete = 0;
+    auto thread = Kept(&journal);
     ASSERT_EQ(1, thread->CreateThread());
     std::atomic<int> accepted{0};
     std::vector<std::thread> senders;
@@ -392,7 +365,6 @@ TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
     for (const std::string& e : journal.entries())
       if (e.rfind("discarded", 0) == 0) ++discarded;
     EXPECT_EQ(static_cast<size_t>(accepted.load()), journal.msgs().size() + discarded);
-    delete thread;
   }
 }
 

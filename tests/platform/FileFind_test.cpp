@@ -13,38 +13,38 @@
 namespace kordll {
 namespace {
 
-TEST(FileFindMaskTest, MatchesWithoutRegardToAsciiCase) {
-  EXPECT_TRUE(FileFind::MatchMask("X.DLL", "*.dll"));
-  EXPECT_TRUE(FileFind::MatchMask("plugin.Dll", "*.DLL"));
-  EXPECT_TRUE(FileFind::MatchMask("ABC", "abc"));
-  EXPECT_FALSE(FileFind::MatchMask("x.dlls", "*.dll"));
-  EXPECT_FALSE(FileFind::MatchMask("xdll", "*.dll"));
-  // Case folding is ASCII only, as the file system's own comparison here.
-  EXPECT_FALSE(FileFind::MatchMask(u"\u00C9t\u00E9", u"\u00E9t\u00E9"));
-  EXPECT_TRUE(FileFind::MatchMask(u"\u00E9t\u00E9.txt", u"\u00E9t?.TXT"));
-}
-
-TEST(FileFindMaskTest, StarAndQuestionMark) {
-  EXPECT_TRUE(FileFind::MatchMask("", "*"));
-  EXPECT_FALSE(FileFind::MatchMask("", "?"));
-  EXPECT_TRUE(FileFind::MatchMask("a", "?"));
-  EXPECT_FALSE(FileFind::MatchMask("ab", "?"));
-  EXPECT_TRUE(FileFind::MatchMask("abc", "a*c"));
-  EXPECT_TRUE(FileFind::MatchMask("ac", "a*c"));
-  EXPECT_TRUE(FileFind::MatchMask("abcbc", "a*bc"));
-  EXPECT_FALSE(FileFind::MatchMask("abcb", "a*bc"));
-  EXPECT_TRUE(FileFind::MatchMask("a.b.c", "*.*.?"));
-  EXPECT_TRUE(FileFind::MatchMask("a*b", "a*b"));
-  EXPECT_FALSE(FileFind::MatchMask("abc", ""));
-}
-
-TEST(FileFindMaskTest, DotStarMatchesNamesWithoutAnExtension) {
-  EXPECT_TRUE(FileFind::MatchMask("README", "*.*"));
-  EXPECT_TRUE(FileFind::MatchMask("folder", "*.*"));
-  EXPECT_TRUE(FileFind::MatchMask("a.b", "*.*"));
-  EXPECT_TRUE(FileFind::MatchMask("abc", "abc.*"));
-  EXPECT_TRUE(FileFind::MatchMask("abc.txt", "abc.*"));
-  EXPECT_FALSE(FileFind::MatchMask("abd", "abc.*"));
+TEST(FileFindMaskTest, StarQuestionMarkAndAsciiCase) {
+  // Case folding is ASCII only, as the file system's own comparison here;
+  // "*.*" also matches names without an extension.
+  const struct {
+    const char16_t* name;
+    const char16_t* mask;
+    bool match;
+  } cases[] = {{u"X.DLL", u"*.dll", true},
+               {u"plugin.Dll", u"*.DLL", true},
+               {u"x.dlls", u"*.dll", false},
+               {u"xdll", u"*.dll", false},
+               {u"\u00C9t\u00E9", u"\u00E9t\u00E9", false},
+               {u"\u00E9t\u00E9.txt", u"\u00E9t?.TXT", true},
+               {u"", u"*", true},
+               {u"", u"?", false},
+               {u"a", u"?", true},
+               {u"ab", u"?", false},
+               {u"ac", u"a*c", true},
+               {u"abcbc", u"a*bc", true},
+               {u"abcb", u"a*bc", false},
+               {u"a.b.c", u"*.*.?", true},
+               {u"a*b", u"a*b", true},
+               {u"abc", u"", false},
+               {u"README", u"*.*", true},
+               {u"a.b", u"*.*", true},
+               {u"abc", u"abc.*", true},
+               {u"abc.txt", u"abc.*", true},
+               {u"abd", u"abc.*", false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.match, FileFind::MatchMask(CString(c.name), CString(c.mask)))
+        << CString(c.name).ToUtf8() << " ~ " << CString(c.mask).ToUtf8();
+  }
 }
 
 TEST(FileFindMaskTest, HostileMasksFinish) {
@@ -141,12 +141,9 @@ TEST_F(FileFindTest, LinksAreReportedAsLinksNotFolders) {
   ASSERT_EQ(1, FileFind::List(P("w"), "*.*", &entries));
   ASSERT_EQ(2u, entries.size());
   EXPECT_EQ("jump", entries[0].name);
-  EXPECT_TRUE(entries[0].is_symlink);
-  EXPECT_FALSE(entries[0].is_folder);
-  EXPECT_FALSE(entries[0].is_file);
+  EXPECT_TRUE(entries[0].is_symlink && !entries[0].is_folder && !entries[0].is_file);
   EXPECT_EQ("real", entries[1].name);
-  EXPECT_TRUE(entries[1].is_folder);
-  EXPECT_FALSE(entries[1].is_symlink);
+  EXPECT_TRUE(entries[1].is_folder && !entries[1].is_symlink);
 }
 
 TEST_F(FileFindTest, ABackslashIsPartOfAName) {

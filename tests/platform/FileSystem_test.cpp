@@ -97,17 +97,12 @@ TEST_F(FileSystemTest, CopyOntoItselfOrFromNothingChangesNothing) {
   EXPECT_FALSE(FileSystem::Exists(P("t")));
 }
 
-TEST_F(FileSystemTest, CopyCopiesMoreThanOneBuffer) {
-  std::string big(200 * 1024 + 13, '\0');
+TEST_F(FileSystemTest, CopyCopiesManyBuffersOrOnAFullDiskNothing) {
+  std::string big(300 * 1024 + 13, '\0');
   for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 251);
   Put(P("src"), big);
-  ASSERT_EQ(1, FileSystem::CopyFile(P("src"), P("dst"), 1));
-  EXPECT_EQ(big, Contents(P("dst")));
-}
-
-TEST_F(FileSystemTest, CopyOnAFullDiskFailsAndLeavesNoPartialTarget) {
-  std::string big(300 * 1024, 'x');
-  Put(P("src"), big);
+  ASSERT_EQ(1, FileSystem::CopyFile(P("src"), P("copy"), 1));
+  EXPECT_EQ(big, Contents(P("copy")));
   FaultInjection::Arm(FaultInjection::kWrite, 2, 1);
   EXPECT_EQ(0, FileSystem::CopyFile(P("src"), P("dst"), 1));
   EXPECT_EQ(ERROR_DISK_FULL, GetLastError());
@@ -168,27 +163,17 @@ TEST_F(FileSystemTest, CreateDirectoryTreeMakesMissingParents) {
   EXPECT_EQ(0, FileSystem::CreateDirectoryTree(P("a/file")));
 }
 
-TEST_F(FileSystemTest, DeleteFolderTreeRemovesEverythingBelow) {
-  ASSERT_EQ(1, FileSystem::CreateDirectoryTree(P("t/a/b/c")));
-  Put(P("t/f1"), "1");
-  Put(P("t/a/f2"), "2");
-  Put(P("t/a/b/c/f3"), "3");
-  Put(P("t/.hidden"), "h");
-  Put(P("t/..x"), "dots in a name are a name");
-  ASSERT_EQ(1, FileSystem::DeleteFolderTree(P("t")));
-  EXPECT_FALSE(FileSystem::Exists(P("t")));
-  EXPECT_TRUE(FileSystem::IsFolder(root_.DataRoot()));
-}
-
-TEST_F(FileSystemTest, DeleteFolderTreeNeverFollowsLinks) {
+TEST_F(FileSystemTest, DeleteFolderTreeRemovesEverythingBelowButNeverFollowsLinks) {
   ASSERT_EQ(1, FileSystem::CreateDirectoryTree(P("outside/inner")));
   Put(P("outside/keep"), "K");
   Put(P("outside/inner/keep2"), "K2");
-  ASSERT_EQ(1, FileSystem::CreateDirectoryTree(P("t/sub")));
+  ASSERT_EQ(1, FileSystem::CreateDirectoryTree(P("t/sub/b/c")));
+  for (const char* name : {"t/f1", "t/sub/b/c/f3", "t/.hidden", "t/..x"}) Put(P(name), "x");
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("t/to_folder"), P("outside")));
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("t/sub/to_file"), P("outside/keep")));
   ASSERT_EQ(1, FileSystem::DeleteFolderTree(P("t")));
   EXPECT_FALSE(FileSystem::Exists(P("t")));
+  EXPECT_TRUE(FileSystem::IsFolder(root_.DataRoot()));
   EXPECT_EQ("K", Contents(P("outside/keep")));
   EXPECT_EQ("K2", Contents(P("outside/inner/keep2")));
 
@@ -203,22 +188,14 @@ TEST_F(FileSystemTest, DeleteFolderTreeNeverFollowsLinks) {
   EXPECT_EQ(ERROR_PATH_NOT_FOUND, GetLastError());
 }
 
-TEST_F(FileSystemTest, ANameIsFreeOnlyIfNothingHasIt) {
-  EXPECT_TRUE(FileSystem::IsNameFree(P("n")));
-  Put(P("file"), "");
-  ASSERT_EQ(1, FileSystem::CreateDirectory(P("folder")));
-  ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("dangling"), P("nowhere")));
-  EXPECT_FALSE(FileSystem::IsNameFree(P("file")));
-  EXPECT_FALSE(FileSystem::IsNameFree(P("folder")));
-  EXPECT_FALSE(FileSystem::IsNameFree(P("dangling")));
-  EXPECT_FALSE(FileSystem::IsNameFree(CString()));
-  EXPECT_FALSE(FileSystem::IsNameFree(P("file/x")));  // cannot be made either
-}
-
 TEST_F(FileSystemTest, QuestionsAboutNames) {
+  EXPECT_TRUE(FileSystem::IsNameFree(P("n")));
   Put(P("file"), "12345");
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("link"), P("file")));
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("dangling"), P("nowhere")));
+  // A name is free only if nothing has it and it could be made.
+  for (const CString& taken : {P("file"), root_.DataRoot(), P("dangling"), CString(), P("file/x")})
+    EXPECT_FALSE(FileSystem::IsNameFree(taken)) << taken.ToUtf8();
   EXPECT_TRUE(FileSystem::IsFile(P("file")));
   EXPECT_TRUE(FileSystem::IsFile(P("link")));
   EXPECT_FALSE(FileSystem::IsSymlink(P("file")));

@@ -70,8 +70,8 @@ TEST(LocationsAfterTest, NothingReachesTheRealHomeOnceATestRootIsGone) {
   { test::TempRoot root; }
   // The environment and the user database no longer decide: every folder
   // lies below /proc/self, where nothing can be made.
-  for (const CString& folder : {Locations::GetProfileFolder(), Locations::GetDataRoot(),
-                                Locations::GetDownloadFolder()}) {
+  for (const CString& folder :
+       {Locations::GetProfileFolder(), Locations::GetDataRoot(), Locations::GetDownloadFolder()}) {
     EXPECT_EQ(folder.Left(31), "/proc/self/kordll-no-test-root/") << folder.ToUtf8();
     EXPECT_FALSE(FileSystem::CreateDirectoryTree(folder));
   }
@@ -107,59 +107,39 @@ TEST(LocationsTempRootTest, TempRootSetsAndRestoresTheProgramFolder) {
   EXPECT_FALSE(FileSystem::Exists(root));
 }
 
-TEST(LocationsPathTest, JoinUsesOneSeparator) {
-  EXPECT_EQ("a/b", Locations::Join("a", "b"));
-  EXPECT_EQ("a/b", Locations::Join("a/", "b"));
-  EXPECT_EQ("a/b", Locations::Join("a", "/b"));
-  EXPECT_EQ("a/b", Locations::Join("a", "//b"));  // "dir" + "//" + "name"
-  EXPECT_EQ("/b", Locations::Join("/", "b"));
-  EXPECT_EQ("b", Locations::Join("", "b"));
-  EXPECT_EQ("a", Locations::Join("a", ""));
-  EXPECT_EQ("a\\/b\\c", Locations::Join("a\\", "b\\c"));  // "\" is a character
-}
-
-TEST(LocationsPathTest, ParentAndName) {
+TEST(LocationsPathTest, JoinParentNameAndNormalizeAreLexical) {
+  // "\\" is an ordinary character of a name, never a separator.
+  const char* joins[][3] = {{"a", "b", "a/b"},   {"a/", "b", "a/b"},         {"a", "/b", "a/b"},
+                            {"a", "//b", "a/b"}, {"/", "b", "/b"},           {"", "b", "b"},
+                            {"a", "", "a"},      {"a\\", "b\\c", "a\\/b\\c"}};
+  for (const auto& j : joins) EXPECT_EQ(j[2], Locations::Join(j[0], j[1])) << j[0] << "+" << j[1];
   EXPECT_EQ("/a/b", Locations::GetParent("/a/b/c"));
   EXPECT_EQ("/", Locations::GetParent("/a"));
   EXPECT_EQ("", Locations::GetParent("a"));
-  EXPECT_EQ("c", Locations::GetFileName("/a/b/c"));
   EXPECT_EQ("a\\b", Locations::GetFileName("/x/a\\b"));
-}
-
-TEST(LocationsPathTest, NormalizePathIsLexical) {
-  EXPECT_EQ("/a/c", Locations::NormalizePath("/a/./b/../c/"));
-  EXPECT_EQ("/a", Locations::NormalizePath("//a//"));
-  EXPECT_EQ("/", Locations::NormalizePath("/../.."));
-  EXPECT_EQ("/x", Locations::NormalizePath("/../../x"));
-  EXPECT_EQ("../x", Locations::NormalizePath("a/../../x"));
-  EXPECT_EQ(".", Locations::NormalizePath("a/.."));
-  EXPECT_EQ("", Locations::NormalizePath(""));
-  EXPECT_EQ("/a\\..", Locations::NormalizePath("/a\\.."));
+  const char* normal[][2] = {
+      {"/a/./b/../c/", "/a/c"}, {"//a//", "/a"}, {"/../..", "/"}, {"/../../x", "/x"},
+      {"a/../../x", "../x"},    {"a/..", "."},   {"", ""},        {"/a\\..", "/a\\.."}};
+  for (const auto& n : normal) EXPECT_EQ(n[1], Locations::NormalizePath(n[0])) << n[0];
 }
 
 TEST_F(LocationsTest, PathsInsideAFolder) {
   CString dl = root_.DownloadFolder();
-  EXPECT_TRUE(Locations::IsPathInside(dl, Locations::Join(dl, "file.mp3")));
-  EXPECT_TRUE(Locations::IsPathInside(dl, "file.mp3"));  // relative to the folder
-  EXPECT_TRUE(Locations::IsPathInside(dl, "sub/../file.mp3"));
-  EXPECT_TRUE(Locations::IsPathInside(dl, "not/yet/made.mp3"));
-  EXPECT_TRUE(Locations::IsPathInside(dl, "..\\x"));  // one odd name, not a step up
+  // Relative paths are taken from the folder; "..\\x" is one odd name.
+  for (const CString& inside :
+       {Locations::Join(dl, "file.mp3"), CString("file.mp3"), CString("sub/../file.mp3"),
+        CString("not/yet/made.mp3"), CString("..\\x")}) {
+    EXPECT_TRUE(Locations::IsPathInside(dl, inside)) << inside.ToUtf8();
+  }
   EXPECT_TRUE(Locations::IsPathInside(dl + "/", dl + "//a"));
-}
-
-TEST_F(LocationsTest, PathsEscapingAFolderAreRefused) {
-  CString dl = root_.DownloadFolder();
-  EXPECT_FALSE(Locations::IsPathInside(dl, "../config/registry"));
-  EXPECT_FALSE(Locations::IsPathInside(dl, "a/../../x"));
-  EXPECT_FALSE(Locations::IsPathInside(dl, "/etc/passwd"));
-  EXPECT_FALSE(Locations::IsPathInside(dl, dl));  // the folder itself
-  EXPECT_FALSE(Locations::IsPathInside(dl, "."));
-  EXPECT_FALSE(Locations::IsPathInside(dl, ""));
-  EXPECT_FALSE(Locations::IsPathInside(dl, root_.root() + "/downloads2/x"));  // a prefix only
-  EXPECT_FALSE(Locations::IsPathInside("relative", "relative/x"));
   CString nul = "a";
   nul += char16_t(0);
-  EXPECT_FALSE(Locations::IsPathInside(dl, nul));
+  for (const CString& outside :
+       {CString("../config/registry"), CString("a/../../x"), CString("/etc/passwd"), dl,
+        CString("."), CString(), nul, root_.root() + "/downloads2/x"}) {
+    EXPECT_FALSE(Locations::IsPathInside(dl, outside)) << outside.ToUtf8();
+  }
+  EXPECT_FALSE(Locations::IsPathInside("relative", "relative/x"));
 }
 
 TEST_F(LocationsTest, LinksLeadingOutAreRefused) {
@@ -207,59 +187,43 @@ TEST_F(LocationsTest, TheDesignsDownloadFolderIsTheDownloadFolder) {
 }
 
 TEST(LocationsPathTest, OtherTextsAreNotDrivePaths) {
-  EXPECT_EQ("/usr/x", Locations::MapDrivePath("/usr/x"));
-  EXPECT_EQ("relative\\x", Locations::MapDrivePath("relative\\x"));
-  EXPECT_EQ("CC:\\x", Locations::MapDrivePath("CC:\\x"));
-  EXPECT_EQ("1:\\x", Locations::MapDrivePath("1:\\x"));
-  EXPECT_EQ("C:x", Locations::MapDrivePath("C:x"));
-  EXPECT_EQ("", Locations::MapDrivePath(""));
-  EXPECT_EQ("http://x/y", Locations::MapDrivePath("http://x/y"));
+  for (const char* text : {"/usr/x", "relative\\x", "CC:\\x", "1:\\x", "C:x", "", "http://x/y"})
+    EXPECT_EQ(text, Locations::MapDrivePath(text));
 }
 
 TEST(LocationsNamesTest, DownloadFileNamesFromAddresses) {
-  EXPECT_EQ("episode 1.mp3", Locations::SafeDownloadFileName("episode 1.mp3"));
-  EXPECT_EQ("a_b_c_d", Locations::SafeDownloadFileName("a/b\\c:d"));
-  EXPECT_EQ(".._etc_passwd", Locations::SafeDownloadFileName("../etc/passwd"));
+  const char* names[][2] = {{"episode 1.mp3", "episode 1.mp3"},
+                            {"a/b\\c:d", "a_b_c_d"},
+                            {"../etc/passwd", ".._etc_passwd"},
+                            {"", "download"},
+                            {".", "download"},
+                            {"..", "download"},
+                            {"...", "..."},
+                            {"/", "_"}};
+  for (const auto& n : names) EXPECT_EQ(n[1], Locations::SafeDownloadFileName(n[0])) << n[0];
   CString controls = "x";
-  controls += char16_t(0);
-  controls += char16_t(0x1F);
-  controls += char16_t(0x7F);
-  controls += char16_t(0x85);
-  controls += u"\u00E9";
+  for (char16_t c : {char16_t(0), char16_t(0x1F), char16_t(0x7F), char16_t(0x85), char16_t(0xE9)})
+    controls += c;
   EXPECT_EQ(CString(u"x____\u00E9"), Locations::SafeDownloadFileName(controls));
-  EXPECT_EQ("download", Locations::SafeDownloadFileName(""));
-  EXPECT_EQ("download", Locations::SafeDownloadFileName("."));
-  EXPECT_EQ("download", Locations::SafeDownloadFileName(".."));
-  EXPECT_EQ("...", Locations::SafeDownloadFileName("..."));
-  EXPECT_EQ("_", Locations::SafeDownloadFileName("/"));
 }
 
-TEST(LocationsNamesTest, LoginsUsableAsFolderNames) {
-  EXPECT_TRUE(Locations::IsUsableLoginName("alice"));
-  EXPECT_TRUE(Locations::IsUsableLoginName(u"J\u00F6rg Smith"));
-  EXPECT_TRUE(Locations::IsUsableLoginName("..."));
-  EXPECT_FALSE(Locations::IsUsableLoginName(""));
-  EXPECT_FALSE(Locations::IsUsableLoginName("."));
-  EXPECT_FALSE(Locations::IsUsableLoginName(".."));
-  EXPECT_FALSE(Locations::IsUsableLoginName("a/b"));
-  EXPECT_FALSE(Locations::IsUsableLoginName("a\\b"));
-  EXPECT_FALSE(Locations::IsUsableLoginName("tab\there"));
+TEST(LocationsNamesTest, LoginAndSkinEntryNamesUsableAsFileNames) {
   CString nul = "a";
   nul += char16_t(0);
-  EXPECT_FALSE(Locations::IsUsableLoginName(nul));
-}
-
-TEST(LocationsNamesTest, SkinEntryNames) {
-  EXPECT_TRUE(Locations::IsUsableSkinEntryName("button.bmp"));
-  EXPECT_TRUE(Locations::IsUsableSkinEntryName("a~b"));
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName("~temp"));
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName(""));
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName(".."));
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName("a/b"));
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName("a\\b"));
-  CString nul = "a";
-  nul += char16_t(0);
-  EXPECT_FALSE(Locations::IsUsableSkinEntryName(nul));
+  const struct {
+    CString name;
+    bool login, skin;
+  } cases[] = {{"alice", true, true},  {u"J\u00F6rg Smith", true, true},
+               {"...", true, true},    {"button.bmp", true, true},
+               {"a~b", true, true},    {"~temp", true, false},
+               {"", false, false},     {".", false, false},
+               {"..", false, false},   {"a/b", false, false},
+               {"a\\b", false, false}, {"tab\there", false, true},
+               {nul, false, false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.login, Locations::IsUsableLoginName(c.name)) << c.name.ToUtf8();
+    EXPECT_EQ(c.skin, Locations::IsUsableSkinEntryName(c.name)) << c.name.ToUtf8();
+  }
 }
 
 }  // namespace

@@ -29,6 +29,13 @@ class RegistryTest : public ::testing::Test {
     Host::Install(nullptr);
   }
 
+  // The value, with a test failure when it cannot be read.
+  static RegValue Get(Registry* r, const CString& key, const CString& name) {
+    RegValue v;
+    EXPECT_EQ(r->QueryValue(kUser, key, name, &v), ERROR_SUCCESS) << name.ToUtf8();
+    return v;
+  }
+
   CString RegistryFile() const { return root_.ProfileFolder() + "/registry.sqlite3"; }
 
   test::TempRoot root_;
@@ -51,20 +58,25 @@ TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypes) {
               ERROR_SUCCESS);
   }
   Registry r(folder_);
-  RegValue v;
-  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Count", &v), ERROR_SUCCESS);
+  RegValue v = Get(&r, "Software\\Kor\\App", "Count");
   EXPECT_EQ(v.type, REG_DWORD);
   EXPECT_EQ(v.integer, 0xFFFFFFFFu);
-  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Big", &v), ERROR_SUCCESS);
+  v = Get(&r, "Software\\Kor\\App", "Big");
   EXPECT_EQ(v.type, REG_QWORD);
   EXPECT_EQ(v.integer, 1ull << 40);
-  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Name", &v), ERROR_SUCCESS);
+  v = Get(&r, "Software\\Kor\\App", "Name");
   EXPECT_EQ(v.type, REG_SZ);
   EXPECT_EQ(v.text, CString("Tidrel"));
-  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\App", "Blob", &v), ERROR_SUCCESS);
+  v = Get(&r, "Software\\Kor\\App", "Blob");
   EXPECT_EQ(v.type, REG_BINARY);
   EXPECT_EQ(v.bytes, std::string("\0\x01\xFF", 3));
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0);
+  // Two connections, as two applications of the family would have, see each
+  // other's writes.
+  Registry second(folder_);
+  ASSERT_EQ(second.SetValue(kUser, "Software\\Marsek", "UseGecko", RegValue::String("1"), true),
+            ERROR_SUCCESS);
+  EXPECT_EQ(Get(&r, "Software\\Marsek", "UseGecko").text, CString("1"));
 }
 
 TEST_F(RegistryTest, KeysAndValueNamesIgnoreCaseAndKeepTheirSpelling) {
@@ -74,8 +86,7 @@ TEST_F(RegistryTest, KeysAndValueNamesIgnoreCaseAndKeepTheirSpelling) {
   RegValue v;
   ASSERT_EQ(r.QueryValue(kUser, "SOFTWARE\\kor\\über", "GRÖSSE", &v), ERROR_FILE_NOT_FOUND)
       << "simple case mapping does not turn ß into SS";
-  ASSERT_EQ(r.QueryValue(kUser, "SOFTWARE\\kor\\über", "GRößE", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.integer, 7u);
+  EXPECT_EQ(Get(&r, "SOFTWARE\\kor\\über", "GRößE").integer, 7u);
 
   // Writing through another spelling replaces the same value.
   ASSERT_EQ(r.SetValue(kUser, "software\\KOR\\ÜBER", "größe", RegValue::Dword(8), true),
@@ -83,8 +94,7 @@ TEST_F(RegistryTest, KeysAndValueNamesIgnoreCaseAndKeepTheirSpelling) {
   std::vector<CString> names;
   ASSERT_EQ(r.EnumValues(kUser, "Software\\Kor\\Über", &names), ERROR_SUCCESS);
   ASSERT_EQ(names.size(), 1u);
-  ASSERT_EQ(r.QueryValue(kUser, "Software\\Kor\\Über", "Größe", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.integer, 8u);
+  EXPECT_EQ(Get(&r, "Software\\Kor\\Über", "Größe").integer, 8u);
 
   // The key keeps the spelling it was created with.
   ASSERT_EQ(r.EnumKeys(kUser, "software\\kor", &names), ERROR_SUCCESS);
@@ -103,10 +113,8 @@ TEST_F(RegistryTest, StringsKeepEveryUnitAcrossReopen) {
     ASSERT_EQ(r.SetValue(kUser, "K", "Empty", RegValue::String(CString()), true), ERROR_SUCCESS);
   }
   Registry r(folder_);
-  RegValue v;
-  ASSERT_EQ(r.QueryValue(kUser, "K", "Password", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.text.str(), tricky);
-  ASSERT_EQ(r.QueryValue(kUser, "K", "Empty", &v), ERROR_SUCCESS);
+  EXPECT_EQ(Get(&r, "K", "Password").text.str(), tricky);
+  RegValue v = Get(&r, "K", "Empty");
   EXPECT_EQ(v.type, REG_SZ);
   EXPECT_TRUE(v.text.IsEmpty());
 }
@@ -166,24 +174,11 @@ TEST_F(RegistryTest, DeleteValueAndTypeChanges) {
   ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(3), true), ERROR_SUCCESS);
   ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::String("3"), true), ERROR_SUCCESS);
   RegValue v;
-  ASSERT_EQ(r.QueryValue(kUser, "K", "V", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.type, REG_SZ);
+  EXPECT_EQ(Get(&r, "K", "V").type, REG_SZ);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "V"), ERROR_SUCCESS);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "v"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(r.QueryValue(kUser, "K", "v", &v), ERROR_FILE_NOT_FOUND);
   EXPECT_TRUE(r.KeyExists(kUser, "K")) << "a key outlives its values";
-}
-
-TEST_F(RegistryTest, TwoConnectionsSeeEachOthersWrites) {
-  // As two applications of the family would, each with its own connection.
-  Registry first(folder_);
-  Registry second(folder_);
-  ASSERT_EQ(
-      first.SetValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", RegValue::String("1"), true),
-      ERROR_SUCCESS);
-  RegValue v;
-  ASSERT_EQ(second.QueryValue(kUser, "Software\\Marsek\\Marsek", "UseGecko", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.text, CString("1"));
 }
 
 TEST_F(RegistryTest, GarbageFileIsSetAsideAndTheHostHears) {
@@ -208,9 +203,7 @@ TEST_F(RegistryTest, GarbageFileIsSetAsideAndTheHostHears) {
 
   // The fresh file works and keeps what was written.
   Registry again(folder_);
-  RegValue v;
-  ASSERT_EQ(again.QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.integer, 5u);
+  EXPECT_EQ(Get(&again, "K", "v").integer, 5u);
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
 
   // A second damage does not replace the first one set aside.
@@ -273,9 +266,7 @@ TEST_F(RegistryTest, NoUsableFolderKeepsTheSessionInMemory) {
   EXPECT_TRUE(r.in_memory());
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
   ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(9), true), ERROR_SUCCESS);
-  RegValue v;
-  ASSERT_EQ(r.QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.integer, 9u);
+  EXPECT_EQ(Get(&r, "K", "v").integer, 9u);
   std::string content;
   ASSERT_EQ(FileSystem::ReadWholeFile(root_.Path("notafolder"), &content), 1);
   EXPECT_EQ(content, "x");
@@ -335,6 +326,15 @@ TEST_F(RegistryTest, Win32OpenCreateAndClose) {
   ASSERT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "software\\kor\\app", 0, KEY_READ, &key),
             ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+
+  // A handle to a key deleted meanwhile refuses writes and brings nothing back.
+  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor\\Gone", &key), ERROR_SUCCESS);
+  ASSERT_EQ(RegDeleteKey(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_ACCESS_DENIED);
+  ASSERT_EQ(RegDeleteTree(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_SUCCESS);
+  const uint8_t four[4] = {1, 0, 0, 0};
+  EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_KEY_DELETED);
+  EXPECT_FALSE(Registry::Current()->KeyExists(kUser, "Software\\Kor\\Gone"));
+  RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) {
@@ -397,18 +397,6 @@ TEST_F(RegistryTest, Win32IntegersAndAccessRights) {
   EXPECT_EQ(RegQueryValueEx(key, "n", nullptr, &type, nullptr, &size), ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_SUCCESS);
   EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_FILE_NOT_FOUND);
-  RegCloseKey(key);
-}
-
-TEST_F(RegistryTest, Win32HandleToADeletedKey) {
-  HKEY key = nullptr;
-  ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor\\Gone", &key), ERROR_SUCCESS);
-  ASSERT_EQ(RegDeleteKey(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_ACCESS_DENIED);
-  ASSERT_EQ(RegDeleteTree(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_SUCCESS);
-  const uint8_t four[4] = {1, 0, 0, 0};
-  EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_KEY_DELETED);
-  EXPECT_FALSE(Registry::Current()->KeyExists(RegHive::kCurrentUser, "Software\\Kor\\Gone"))
-      << "a write through a stale handle does not bring the key back";
   RegCloseKey(key);
 }
 
