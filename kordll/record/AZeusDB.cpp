@@ -1059,14 +1059,16 @@ int AZeusDB::writeItem_wstring(const CString& text, int* position, int length, i
   return 0;
 }
 
-void AZeusDB::ConvertToWChar(const unsigned char* bytes, int length, int type,
-                             std::u16string* out) {
+size_t AZeusDB::ConvertToWChar(const unsigned char* bytes, int length, int type,
+                               std::u16string* out) {
   out->clear();
   if (type == 4 && length >= 2 && bytes[0] == '!' && bytes[1] == ':') {
-    MarkedText::AppendMultiByte(bytes + 2, length - 2, out);
-  } else {
-    MarkedText::AppendNarrow(bytes, length, type == 4, out);
+    const size_t nul = MarkedText::AppendMultiByte(bytes + 2, length - 2, out);
+    return nul != std::u16string::npos ? nul : out->size();
   }
+  // The 8-bit decoder stops at the first NUL byte: it gives no U+0000.
+  MarkedText::AppendNarrow(bytes, length, type == 4, out);
+  return out->size();
 }
 
 int AZeusDB::readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
@@ -1079,12 +1081,16 @@ int AZeusDB::readItem(Focusable* record, FieldInfo* field, int length, int* stat
   }
   // The decoders stop at the end of the area, so it is read in place; the
   // terminator that a copy would get is the area's bound here.
-  ConvertToWChar(area, length, field->type, &wide_buffer_);
+  const size_t units = ConvertToWChar(area, length, field->type, &wide_buffer_);
   if (length > 0 && area[0] != 0) {
     const int partial = (*status == 2 || (*status != 0 && sequence > 0)) ? 1 : 0;
     const int first = sequence == 0 ? 1 : 0;
     const int last = *status != 2 ? 1 : 0;
-    record->SetValue(field->id, field->type, wide_buffer_.c_str(), partial, first, last);
+    // The piece goes in with its length, so the record neither measures it
+    // again nor copies it more than once; it ends where a terminated string
+    // would.
+    record->SetValuePiece(field->id, field->type, std::u16string_view(wide_buffer_.data(), units),
+                          partial, first, last);
   }
   if (*status == 2) *more = 1;
   setError(kErrNone);

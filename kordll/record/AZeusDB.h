@@ -197,7 +197,10 @@ class AZeusDB {
   int writeItem(CString* text, int length, int* status, int* more, int* changed);
   int writeItem_wstring(const CString& text, int* position, int length, int* status, int* more,
                         int* changed);
-  void ConvertToWChar(const unsigned char* bytes, int length, int type, std::u16string* out);
+  // Decodes an area into *out (emptied first). Returns the count of units
+  // before the first U+0000 of the result: the text a reader of the
+  // terminated string sees.
+  size_t ConvertToWChar(const unsigned char* bytes, int length, int type, std::u16string* out);
   int readItemsStatus(_struct_SubTableInfo* info, int place, std::vector<int>* status);
   int writeItemsStatus(_struct_SubTableInfo* info, int place, const std::vector<int>& status);
   int readSlotHeader(int slot, _struct_SLOTHEADER* header);

@@ -936,18 +936,24 @@ int Focusable::GetValueBOOL(int id, int* out) {
 
 int Focusable::SetValue(int id, int type, const char16_t* text, int partial, int first, int last) {
   // null reads as ""
-  return SetStoredPiece(id, type, text != nullptr ? CString(text) : CString(), partial, first,
-                        last);
+  const std::u16string_view piece =
+      text != nullptr ? std::u16string_view(text) : std::u16string_view();
+  return SetValuePiece(id, type, piece, partial, first, last);
 }
 
-int Focusable::SetStoredPiece(int id, int type, const CString& piece, int partial, int first, int) {
+int Focusable::SetValuePiece(int id, int type, std::u16string_view piece, int partial, int first,
+                             int last) {
+  return SetStoredPiece(id, type, CString(piece), partial, first, last);
+}
+
+int Focusable::SetStoredPiece(int id, int type, CString&& piece, int partial, int first, int) {
   if (impl_ == nullptr || id < 0) return 0;
   if (id == 0) {
     if (partial != 0) {
       if (first != 0) impl_->guid.Empty();
       impl_->guid += piece;
     } else {
-      impl_->guid = piece;
+      impl_->guid = std::move(piece);
     }
     return 1;
   }
@@ -958,9 +964,9 @@ int Focusable::SetStoredPiece(int id, int type, const CString& piece, int partia
     if (fresh == nullptr) return 0;
     if (auto* b = dynamic_cast<BoolItem*>(fresh)) {
       // A flag keeps its value, not its text.
-      b->SetValue(piece == CString(u"0") ? 0 : 1);
+      b->SetValue(piece.view() == u"0" ? 0 : 1);
     } else {
-      fresh->SetText(piece);  // other native values stay unparsed
+      fresh->SetText(std::move(piece));  // other native values stay unparsed
     }
     slot = fresh;
     return 1;
@@ -968,8 +974,8 @@ int Focusable::SetStoredPiece(int id, int type, const CString& piece, int partia
   if (partial == 0 || first != 0 || dynamic_cast<BoolItem*>(slot) != nullptr) {
     // A whole value or the first piece: take it and read it at once. A flag
     // takes only the last piece of a long field.
-    slot->SetText(piece);
-    ParseInto(slot, piece);
+    slot->SetText(std::move(piece));
+    ParseInto(slot, slot->GetText());
     return 1;
   }
   slot->AppendText(piece);
@@ -985,7 +991,7 @@ int Focusable::SetValue_wStr(int id, int type, CString text) {
   }
   if (type < Item::kTypeInt || type > Item::kTypeString) return 0;  // unknown type
   // The whole text, U+0000 included: it is not cut at a terminator.
-  return SetStoredPiece(id, type, text, 0, 0, 1);
+  return SetStoredPiece(id, type, std::move(text), 0, 0, 1);
 }
 
 int Focusable::SetValueStr(int id, CString text, int markChanged) {

@@ -37,6 +37,7 @@
 #ifndef KORDLL_RECORD_FOCUSABLE_H_
 #define KORDLL_RECORD_FOCUSABLE_H_
 
+#include <string_view>
 #include <vector>
 
 #include "kordll/platform/COleDateTime.h"
@@ -206,7 +207,14 @@ class Focusable {
   // over more than one slot; first: this is the first slot of the chain;
   // last is not read here. text may be null (read as ""). Touches no
   // changed flag. 1 if stored, 0 if not.
+  // Reads text up to its terminator and hands it to SetValuePiece, so that a
+  // class overriding that one override serves both.
   virtual int SetValue(int id, int type, const char16_t* text, int partial, int first, int last);
+  // SetValue for a piece whose length the caller knows (the store decodes
+  // pieces of known length): the piece is taken whole, U+0000 included, and
+  // copied once into the record. The same rules as SetValue otherwise.
+  virtual int SetValuePiece(int id, int type, std::u16string_view piece, int partial, int first,
+                            int last);
   // 67. SetValue without pieces.
   virtual int SetValue_wStr(int id, int type, CString text);
   // 68-72. Typed writes. A missing item is made of the setter's type; an
@@ -303,7 +311,8 @@ class Focusable {
   // Reads field id alone from disk when no item is there (status, dates).
   void ReadFieldFromDB(int id);
   // The work of SetValue and SetValue_wStr on a piece of stored text.
-  int SetStoredPiece(int id, int type, const CString& piece, int partial, int first, int last);
+  // piece is moved from.
+  int SetStoredPiece(int id, int type, CString&& piece, int partial, int first, int last);
 };
 
 }  // namespace kordll

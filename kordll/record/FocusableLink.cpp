@@ -231,7 +231,8 @@ int FocusableLink::IsFieldActive(int id, int own) {
   return id < kOwnFieldCount ? 1 : 0;
 }
 
-int FocusableLink::SetValue(int id, int, const char16_t* text, int partial, int, int last) {
+int FocusableLink::SetValuePiece(int id, int, std::u16string_view text, int partial, int,
+                                 int last) {
   if (id < 0 || id >= kOwnFieldCount) return 0;
   const CString piece(text);
   if (id == 0) {

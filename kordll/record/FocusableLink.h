@@ -158,8 +158,9 @@ class FocusableLink : public Focusable {
   // read). Id 0 is assigned, or appended to when partial (even for a first
   // piece). Ids 1 and 2 are read with _wtoi; in pieces they are gathered
   // and read when last is set. Returns 1 for ids 0 to 3, else 0.
-  int SetValue(int id, int type, const char16_t* text, int partial, int first,
-               int last) override;
+  // SetValue reaches this too.
+  int SetValuePiece(int id, int type, std::u16string_view piece, int partial, int first,
+                    int last) override;
   // Id 0 the GUID, 1 and 2 the numbers through _wtoi.
   int SetValue_wStr(int id, int type, CString text) override;
 

@@ -21,6 +21,8 @@
 #ifndef KORDLL_RECORD_ITEM_H_
 #define KORDLL_RECORD_ITEM_H_
 
+#include <utility>
+
 #include "kordll/platform/CString.h"
 
 namespace kordll {
@@ -82,6 +84,7 @@ class Item {
   // Raw access to the stored state, for the record and the store.
   const CString& GetText() const { return text_; }
   void SetText(const CString& text) { text_ = text; }
+  void SetText(CString&& text) { text_ = std::move(text); }
   void AppendText(const CString& text) { text_ += text; }
   int IsChanged() const { return changed_; }
   void SetChanged(int changed) { changed_ = changed; }

@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace kordll {
 
 namespace {
@@ -60,8 +64,11 @@ void AppendBytes(const unsigned char* bytes, int count, std::u16string* out) {
   for (int k = 0; k < count; ++k) to[k] = bytes[k];
 }
 
+#if !defined(__SSE2__)
+// Masks of the word-at-a-time test for a NUL or a byte with its high bit.
 constexpr uint64_t kOnes = 0x0101010101010101ull;
 constexpr uint64_t kHighs = 0x8080808080808080ull;
+#endif
 
 }  // namespace
 
@@ -113,18 +120,39 @@ int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* a
   return used;
 }
 
-void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
-  if (length <= 0) return;
+size_t MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
+  size_t first_nul = std::u16string::npos;
+  if (length <= 0) return first_nul;
   // Every byte gives at most one unit: the text is written in place and cut
-  // to what was decoded.
+  // to what was decoded. Since n never passes i, a block of units written
+  // at n for the bytes at i stays inside the room made here.
   const size_t old = out->size();
   out->resize(old + static_cast<size_t>(length));
   char16_t* to = out->data() + old;
   size_t n = 0;
   int i = 0;
   while (i < length) {
-    // Eight one-byte characters at a time while there are no NUL and no
-    // multi-byte groups among them.
+    // Runs of one-byte characters are widened a block at a time; the block
+    // is written whole and n advances only over the characters before the
+    // first NUL or multi-byte byte in it.
+#if defined(__SSE2__)
+    if (i + 16 <= length) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+      const __m128i zero = _mm_setzero_si128();
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + n), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + n + 8), _mm_unpackhi_epi8(v, zero));
+      const unsigned stop = static_cast<unsigned>(_mm_movemask_epi8(v)) |
+                            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero)));
+      if (stop == 0) {
+        n += 16;
+        i += 16;
+        continue;
+      }
+      const int plain = __builtin_ctz(stop);
+      n += plain;
+      i += plain;
+    }
+#else
     if (i + 8 <= length) {
       uint64_t w;
       std::memcpy(&w, bytes + i, 8);
@@ -135,6 +163,7 @@ void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u1
         continue;
       }
     }
+#endif
     const unsigned char b = bytes[i];
     if (b < 0x80) {
       if (b == 0) break;
@@ -142,18 +171,23 @@ void MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u1
       ++i;
     } else if ((b & 0xE0) == 0xC0) {
       if (i + 1 >= length) break;
-      to[n++] = static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F));
+      const char16_t unit = static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F));
+      if (unit == 0 && first_nul == std::u16string::npos) first_nul = old + n;
+      to[n++] = unit;
       i += 2;
     } else if ((b & 0xF0) == 0xE0) {
       if (i + 2 >= length) break;
-      to[n++] = static_cast<char16_t>(((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) |
-                                      (bytes[i + 2] & 0x3F));
+      const char16_t unit = static_cast<char16_t>(
+          ((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) | (bytes[i + 2] & 0x3F));
+      if (unit == 0 && first_nul == std::u16string::npos) first_nul = old + n;
+      to[n++] = unit;
       i += 3;
     } else {
       ++i;  // not a lead byte: skipped
     }
   }
   out->resize(old + n);
+  return first_nul;
 }
 
 void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,

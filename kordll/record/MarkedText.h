@@ -45,8 +45,10 @@ class MarkedText {
   // NUL in a lead position. A byte with no leading 1 bit is a character; 110
   // takes 5 bits and 6 bits of the next byte, 1110 takes 4 bits and 6 bits
   // of each of the next two; a byte with another count of leading 1 bits is
-  // skipped, and a group cut off by the end of the area is dropped.
-  static void AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out);
+  // skipped, and a group cut off by the end of the area is dropped. Returns
+  // the index in *out of the first U+0000 a group decoded to (a group of
+  // zero bits), or npos when there is none.
+  static size_t AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out);
 
   // The 8-bit decoder: each byte up to the first NUL (or length) is the unit
   // of the same value. With skipBlanks, a blank at position 0 or 1 is left
