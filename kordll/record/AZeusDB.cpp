@@ -1423,8 +1423,14 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
     // fields come in one read.
     const int front = kSlotHeader + info->fieldCount + 2;
     const uint64_t slot_start = getSlotBytePosition(info, place, 0, 0);
+    // Without a template the slot's own relation gives it, and the record's
+    // fields come in the same read when the sub-table's relation is the
+    // slot's (as it is unless the file is damaged).
+    RGDBTemplate* layout = tmpl != nullptr ? tmpl : CatalogueTemplate(info->relation);
     uint64_t span = 0;
-    if (tmpl != nullptr && info->fieldCount == f) span = wantedSpan(info, tmpl, task);
+    if (layout != nullptr && info->fieldCount == layout->GetFieldCount()) {
+      span = wantedSpan(info, layout, task);
+    }
     if (!readSlotFront(slot_start, front + span)) return 0;
     const unsigned char* bytes = slot_buffer_.data();
     _struct_SLOTHEADER header;
@@ -1456,7 +1462,7 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
         return 0;
       }
       f = tmpl->GetFieldCount();
-      if (info->fieldCount == f) {
+      if (info->fieldCount == f && tmpl != layout) {
         span = wantedSpan(info, tmpl, task);
         if (!readSlotFront(slot_start, front + span)) return 0;
         bytes = slot_buffer_.data();

@@ -11,6 +11,8 @@ namespace {
 constexpr uint64_t kReadAheadPages = 64;
 // Bytes of the window that a forward walk reads at once.
 constexpr uint64_t kWindowBytes = 256 << 10;
+// How far reads must have walked forward to be taken as a scan.
+constexpr uint64_t kScanBytes = 16 << 10;
 // The largest single write handed to the operating system.
 constexpr uint64_t kMaxRunBytes = 1 << 20;
 
@@ -177,14 +179,21 @@ int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* go
   uint64_t left = std::min<uint64_t>(count, static_cast<uint64_t>(size_) - offset);
   unsigned char* out = static_cast<unsigned char*>(buffer);
   // A read that goes on forward from the one before, into a part of the
-  // file that the cache does not hold, is served from the window.
+  // file that the cache does not hold, is served from the window. So is one
+  // of a walk that has gone forward over several pages (a scan), even where
+  // the cache holds them, as it does after the file was just written: the
+  // scan then costs one read of the file per window and fills no cache.
+  // The reads of a single slot and reads that jump about stay with the
+  // cache.
   const bool forward = last_read_end_ != UINT64_MAX && offset >= last_read_end_ &&
                        offset - last_read_end_ < kWindowBytes / 4;
+  if (!forward) walk_start_ = offset;
+  const bool scanning = forward && offset - walk_start_ >= kScanBytes;
   last_read_end_ = offset + left;
   bool in_window =
       window_size_ > 0 && offset >= window_start_ && offset + left <= window_start_ + window_size_;
   if (!in_window && forward && offset + left <= static_cast<uint64_t>(disk_size_) &&
-      pages_.count(offset / kPageSize) == 0 && left <= kWindowBytes / 2) {
+      (scanning || pages_.count(offset / kPageSize) == 0) && left <= kWindowBytes / 2) {
     in_window = LoadWindow(offset) && offset + left <= window_start_ + window_size_;
   }
   if (in_window) {

@@ -115,6 +115,7 @@ class SlotFile {
   uint64_t window_start_ = 0;
   uint64_t window_size_ = 0;
   uint64_t last_read_end_ = UINT64_MAX;  // where the previous read ended
+  uint64_t walk_start_ = 0;              // where the current forward walk of reads began
   std::vector<unsigned char> run_buffer_;
 };
 
