@@ -64,7 +64,7 @@ AZeusDB::AZeusDB(CString directory, CString name, int reserved, int optimizeLeng
   path_ += name;
   path_ += ".kdb";
   byte_buffer_.resize(1024);
-  wide_buffer_.reserve(1024);
+  wide_buffer_.resize(1024);
   file_ = std::make_unique<SlotFile>();
 }
 
@@ -1059,16 +1059,15 @@ int AZeusDB::writeItem_wstring(const CString& text, int* position, int length, i
   return 0;
 }
 
-size_t AZeusDB::ConvertToWChar(const unsigned char* bytes, int length, int type,
-                               std::u16string* out) {
-  out->clear();
+size_t AZeusDB::ConvertToWChar(const unsigned char* bytes, int length, int type, char16_t* out) {
+  if (length <= 0) return 0;
   if (type == 4 && length >= 2 && bytes[0] == '!' && bytes[1] == ':') {
-    const size_t nul = MarkedText::AppendMultiByte(bytes + 2, length - 2, out);
-    return nul != std::u16string::npos ? nul : out->size();
+    size_t nul;
+    const size_t n = MarkedText::DecodeMultiByte(bytes + 2, length - 2, out, &nul);
+    return nul != std::u16string::npos ? nul : n;
   }
   // The 8-bit decoder stops at the first NUL byte: it gives no U+0000.
-  MarkedText::AppendNarrow(bytes, length, type == 4, out);
-  return out->size();
+  return MarkedText::DecodeNarrow(bytes, length, type == 4, out);
 }
 
 int AZeusDB::readItem(Focusable* record, FieldInfo* field, int length, int* status, int sequence,
@@ -1081,7 +1080,10 @@ int AZeusDB::readItem(Focusable* record, FieldInfo* field, int length, int* stat
   }
   // The decoders stop at the end of the area, so it is read in place; the
   // terminator that a copy would get is the area's bound here.
-  const size_t units = ConvertToWChar(area, length, field->type, &wide_buffer_);
+  if (length > 0 && wide_buffer_.size() < static_cast<size_t>(length)) {
+    wide_buffer_.resize(length);
+  }
+  const size_t units = ConvertToWChar(area, length, field->type, wide_buffer_.data());
   if (length > 0 && area[0] != 0) {
     const int partial = (*status == 2 || (*status != 0 && sequence > 0)) ? 1 : 0;
     const int first = sequence == 0 ? 1 : 0;

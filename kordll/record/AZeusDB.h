@@ -197,10 +197,10 @@ class AZeusDB {
   int writeItem(CString* text, int length, int* status, int* more, int* changed);
   int writeItem_wstring(const CString& text, int* position, int length, int* status, int* more,
                         int* changed);
-  // Decodes an area into *out (emptied first). Returns the count of units
-  // before the first U+0000 of the result: the text a reader of the
-  // terminated string sees.
-  size_t ConvertToWChar(const unsigned char* bytes, int length, int type, std::u16string* out);
+  // Decodes an area into out, which has room for length units. Returns the
+  // count of units before the first U+0000 of the result: the text a reader
+  // of the terminated string sees.
+  size_t ConvertToWChar(const unsigned char* bytes, int length, int type, char16_t* out);
   int readItemsStatus(_struct_SubTableInfo* info, int place, std::vector<int>* status);
   int writeItemsStatus(_struct_SubTableInfo* info, int place, const std::vector<int>& status);
   int readSlotHeader(int slot, _struct_SLOTHEADER* header);
@@ -295,7 +295,8 @@ class AZeusDB {
   std::vector<std::pair<Focusable*, std::vector<int>>> batch_saved_;
   std::vector<unsigned char> slot_buffer_;  // the front of the slot being read
   uint64_t slot_got_ = 0;                   // bytes of it that the file held
-  std::u16string wide_buffer_;
+  // Decoded pieces; grown to the longest area read, never shrunk or cleared.
+  std::vector<char16_t> wide_buffer_;
 };
 
 }  // namespace kordll

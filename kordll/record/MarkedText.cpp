@@ -56,14 +56,6 @@ int Put(char16_t ch, unsigned char* out) {
   return 3;
 }
 
-// Appends count bytes as the units of the same values.
-void AppendBytes(const unsigned char* bytes, int count, std::u16string* out) {
-  const size_t old = out->size();
-  out->resize(old + static_cast<size_t>(count));
-  char16_t* to = out->data() + old;
-  for (int k = 0; k < count; ++k) to[k] = bytes[k];
-}
-
 #if !defined(__SSE2__)
 // Masks of the word-at-a-time test for a NUL or a byte with its high bit.
 constexpr uint64_t kOnes = 0x0101010101010101ull;
@@ -121,14 +113,22 @@ int MarkedText::Encode(std::u16string_view text, int* position, unsigned char* a
 }
 
 size_t MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::u16string* out) {
-  size_t first_nul = std::u16string::npos;
-  if (length <= 0) return first_nul;
+  if (length <= 0) return std::u16string::npos;
   // Every byte gives at most one unit: the text is written in place and cut
-  // to what was decoded. Since n never passes i, a block of units written
-  // at n for the bytes at i stays inside the room made here.
+  // to what was decoded.
   const size_t old = out->size();
   out->resize(old + static_cast<size_t>(length));
-  char16_t* to = out->data() + old;
+  size_t first_nul;
+  const size_t n = DecodeMultiByte(bytes, length, out->data() + old, &first_nul);
+  out->resize(old + n);
+  return first_nul != std::u16string::npos ? old + first_nul : first_nul;
+}
+
+size_t MarkedText::DecodeMultiByte(const unsigned char* bytes, int length, char16_t* to,
+                                   size_t* firstNul) {
+  size_t first_nul = std::u16string::npos;
+  // Since n never passes i, a block of units written at n for the bytes at
+  // i stays inside the room of length units.
   size_t n = 0;
   int i = 0;
   while (i < length) {
@@ -172,36 +172,46 @@ size_t MarkedText::AppendMultiByte(const unsigned char* bytes, int length, std::
     } else if ((b & 0xE0) == 0xC0) {
       if (i + 1 >= length) break;
       const char16_t unit = static_cast<char16_t>(((b & 0x1F) << 6) | (bytes[i + 1] & 0x3F));
-      if (unit == 0 && first_nul == std::u16string::npos) first_nul = old + n;
+      if (unit == 0 && first_nul == std::u16string::npos) first_nul = n;
       to[n++] = unit;
       i += 2;
     } else if ((b & 0xF0) == 0xE0) {
       if (i + 2 >= length) break;
       const char16_t unit = static_cast<char16_t>(
           ((b & 0x0F) << 12) | ((bytes[i + 1] & 0x3F) << 6) | (bytes[i + 2] & 0x3F));
-      if (unit == 0 && first_nul == std::u16string::npos) first_nul = old + n;
+      if (unit == 0 && first_nul == std::u16string::npos) first_nul = n;
       to[n++] = unit;
       i += 3;
     } else {
       ++i;  // not a lead byte: skipped
     }
   }
-  out->resize(old + n);
-  return first_nul;
+  *firstNul = first_nul;
+  return n;
 }
 
 void MarkedText::AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,
                               std::u16string* out) {
+  if (length <= 0) return;
+  const size_t old = out->size();
+  out->resize(old + static_cast<size_t>(length));
+  out->resize(old + DecodeNarrow(bytes, length, skipBlanks, out->data() + old));
+}
+
+size_t MarkedText::DecodeNarrow(const unsigned char* bytes, int length, bool skipBlanks,
+                                char16_t* to) {
+  size_t n = 0;
   int i = 0;
   for (; i < length && i < 2 && bytes[i] != 0; ++i) {
     if (skipBlanks && bytes[i] == ' ') continue;
-    out->push_back(bytes[i]);
+    to[n++] = bytes[i];
   }
-  if (i < 2) return;
+  if (i < 2) return n;
   const unsigned char* end =
       static_cast<const unsigned char*>(std::memchr(bytes + i, 0, length - i));
   const int j = end != nullptr ? static_cast<int>(end - bytes) : length;
-  AppendBytes(bytes + i, j - i, out);
+  for (int k = i; k < j; ++k) to[n++] = bytes[k];
+  return n;
 }
 
 void MarkedText::AppendPiece(const unsigned char* bytes, int length, std::u16string* out) {

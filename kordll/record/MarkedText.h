@@ -56,6 +56,15 @@ class MarkedText {
   static void AppendNarrow(const unsigned char* bytes, int length, bool skipBlanks,
                            std::u16string* out);
 
+  // The two decoders writing into to, which has room for length units (it
+  // is not cleared first). They return the count of units written;
+  // DecodeMultiByte sets *firstNul to the index of the first U+0000 a group
+  // decoded to, or npos.
+  static size_t DecodeMultiByte(const unsigned char* bytes, int length, char16_t* to,
+                                size_t* firstNul);
+  static size_t DecodeNarrow(const unsigned char* bytes, int length, bool skipBlanks,
+                             char16_t* to);
+
   // Decodes one marked piece: "!:" in bytes 0 and 1 selects the multi-byte
   // decoder from byte 2; otherwise the 8-bit decoder with skipBlanks.
   static void AppendPiece(const unsigned char* bytes, int length, std::u16string* out);
