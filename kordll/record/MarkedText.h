@@ -62,8 +62,7 @@ class MarkedText {
   // decoded to, or npos.
   static size_t DecodeMultiByte(const unsigned char* bytes, int length, char16_t* to,
                                 size_t* firstNul);
-  static size_t DecodeNarrow(const unsigned char* bytes, int length, bool skipBlanks,
-                             char16_t* to);
+  static size_t DecodeNarrow(const unsigned char* bytes, int length, bool skipBlanks, char16_t* to);
 
   // Decodes one marked piece: "!:" in bytes 0 and 1 selects the multi-byte
   // decoder from byte 2; otherwise the 8-bit decoder with skipBlanks.
