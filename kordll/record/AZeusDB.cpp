@@ -136,10 +136,7 @@ int AZeusDB::createDB() {
     setError(kErrWrite);
     return kErrWrite;
   }
-  {
-    CSingleLock sl(slot_lock_);
-    end_of_file_ = KdbFormat::kDBHeaderSize;
-  }
+  end_of_file_ = KdbFormat::kDBHeaderSize;
   CSingleLock hl(header_lock_);
   writeDBHeader();
   file_->Flush();
@@ -564,7 +561,7 @@ int AZeusDB::writeEmptySubTable(_struct_SubTableInfo* info, int64_t position) {
   // The sub-table goes where the mapped part of the file ends, so that the
   // offsets in memory are those on disk also when a damaged tail was not
   // mapped.
-  const uint64_t at = position >= 0 ? static_cast<uint64_t>(position) : end_of_file_;
+  const uint64_t at = position >= 0 ? static_cast<uint64_t>(position) : end_of_file_.load();
   // Within a batch the sub-table goes out with the records written into it.
   if (!file_->WriteAt(at, bytes.data(), static_cast<uint32_t>(bytes.size())) ||
       (!batch_ && !file_->Flush())) {

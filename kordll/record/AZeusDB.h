@@ -279,7 +279,10 @@ class AZeusDB {
 
   // Guarded by slot_lock_.
   int mapped_ = 0;
-  uint64_t end_of_file_ = 1000;  // where the next sub-table goes
+  // Where the next sub-table goes. Written under the slot lock, except by
+  // createDB, which runs under the open lock and must not take the slot lock
+  // after it (the lock order is slot, then open); atomic for that one write.
+  std::atomic<uint64_t> end_of_file_{1000};
   uint64_t position_ = 0;        // the one file position that item reads and writes use
   InfoMap sub_tables_;
   std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
