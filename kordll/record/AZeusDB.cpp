@@ -373,12 +373,13 @@ int AZeusDB::writeDBHeader() {
         total = KdbFormat::kMaxFieldLength;
       }
       if (average < 0) continue;  // left out, shifting the later fields
-      block += ";" + std::to_string(average);
+      block.append(1, ';').append(std::to_string(average));
     }
     blocks.push_back(std::move(block));
   }
-  const std::string head =
-      "[" + std::to_string(KdbFormat::kVersion) + ":" + std::to_string(db_id_) + ":";
+  std::string head(1, '[');
+  head.append(std::to_string(KdbFormat::kVersion)).append(1, ':');
+  head.append(std::to_string(db_id_)).append(1, ':');
   // Blocks that do not fit are left out from the end, so that the version
   // and the database id are always stored.
   std::string text;

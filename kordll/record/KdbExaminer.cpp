@@ -277,7 +277,8 @@ class KdbWalk {
           if (it == by_id_.end()) break;
           const SubTable& st = tables_[it->second];
           if (st.fields != t.fields) break;
-          chain += (chain.empty() ? "" : " ") + std::to_string(index);
+          if (!chain.empty()) chain.push_back(' ');
+          chain.append(std::to_string(index));
           uint64_t p = SlotOffset(st, index % 40) + KdbFormat::kSlotHeaderSize;
           std::string status = Take(p, st.fields + 2);
           p += st.fields + 2;
@@ -429,7 +430,8 @@ int SdbWalk(const std::string& b, std::ostream& out, bool dump) {
     std::string chain;
     for (uint64_t steps = 0;; ++steps) {
       reached[index] = 1;
-      chain += (chain.empty() ? "" : " ") + std::to_string(index);
+      if (!chain.empty()) chain.push_back(' ');
+      chain.append(std::to_string(index));
       const uint64_t off = 20 + index * stride;
       const unsigned char* u = reinterpret_cast<const unsigned char*>(b.data() + off + 19);
       MarkedText::AppendPiece(u, d - 1, &text);
@@ -471,7 +473,7 @@ int KdbExaminer::DumpKdb(const std::string& bytes, std::ostream& out) {
 }
 
 int KdbExaminer::DumpKdb(const std::string& bytes, std::ostream& out,
-                          const RelationLookup& lookup) {
+                         const RelationLookup& lookup) {
   return KdbWalk(bytes, out, true, &lookup).Run();
 }
 
