@@ -96,7 +96,7 @@ TEST_F(AZeusDBTest, FirstWriteAppendsSubTableAndTakesSlotZero) {
   ASSERT_EQ(static_cast<size_t>(kFirstSlot + 40 * kSlotSize), bytes.size());
   EXPECT_EQ(std::string("[0:40:73:5:4]") + std::string(29, '\0'), bytes.substr(1000, 42));
   EXPECT_EQ('[', bytes[1042]);
-  EXPECT_EQ("1" + std::string(39, '0') + "]", bytes.substr(1043, 41));
+  EXPECT_EQ(std::string("1") + std::string(39, '0') + "]", bytes.substr(1043, 41));
   EXPECT_EQ(std::string("[20,10,0,0,10]") + std::string(16, '\0') + "\n", bytes.substr(1084, 31));
   EXPECT_EQ(std::string("[4:-1:0:-1]") + std::string(14, '\0'), Slot(0).substr(0, 25));
   EXPECT_EQ("[11001]", Slot(0).substr(25, 7));
