@@ -253,7 +253,7 @@ class AZeusDB {
   void setError(int code) { last_error_ = code; }
 
   // Immutable after construction.
-  const int reserved_;
+  [[maybe_unused]] const int reserved_;  // kept as given; the engine never reads it
   const int optimize_lengths_;
   const CString name_;
 

@@ -57,7 +57,7 @@ class RGDBTemplate {
 
  private:
   int relationID_;
-  int reserved_ = 0;  // nothing reads it
+  [[maybe_unused]] int reserved_ = 0;  // nothing reads it
   std::vector<FieldInfo*> fields_;
 };
 
