@@ -307,6 +307,35 @@ int AZeusDB::finishIO() {
   return 1;
 }
 
+int AZeusDB::commitSave() {
+  // Three flushes, so that whatever the file holds after a failure in any
+  // of them, no state claims a slot whose header and data are missing, and
+  // no head is marked while a slot of its chain is not: a save that stops
+  // leaves slots that the states call free (the next save of the record
+  // goes through them again) or continuations whose head is not marked yet
+  // (which the next save of that head takes up, see leftoverNext).
+  bool ok = file_->Flush();
+  for (std::map<uint64_t, char>* pending : {&pending_states_, &pending_heads_}) {
+    for (const auto& [position, c] : *pending) {
+      if (ok && !file_->WriteAt(position, &c, 1)) ok = false;
+    }
+    pending->clear();
+    if (ok && !file_->Flush()) ok = false;
+  }
+  if (!ok) {
+    pending_states_.clear();
+    pending_heads_.clear();
+  }
+  return ok ? 1 : 0;
+}
+
+void AZeusDB::releasePendingStates() {
+  for (std::map<uint64_t, char>* pending : {&pending_states_, &pending_heads_}) {
+    for (const auto& [position, c] : *pending) file_->WriteAt(position, &c, 1);
+    pending->clear();
+  }
+}
+
 // ---------------------------------------------------------------------------
 // The database header
 
@@ -690,18 +719,7 @@ int AZeusDB::findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,
     for (int index : candidates) {
       _struct_SubTableInfo* candidate = list[index];
       if (candidate == nullptr || candidate->full) continue;
-      bool suits = true;
-      if (plans != nullptr) {
-        for (size_t i = 0; i < plans->size(); ++i) {
-          const FieldPlan& plan = (*plans)[i];
-          if (plan.mode != 0 || plan.text.IsEmpty()) continue;
-          if (static_cast<int>(i) >= candidate->fieldCount || candidate->lengths[i] == 0) {
-            suits = false;
-            break;
-          }
-        }
-      }
-      if (!suits) continue;
+      if (!Suits(*candidate, plans)) continue;
       for (int p = 0; p < candidate->slotCount; ++p) {
         if (!candidate->headFlags[p] && !candidate->continuationFlags[p]) {
           *info = candidate;
@@ -755,6 +773,42 @@ int AZeusDB::findNextActiveSlot(_struct_SubTableInfo** info, int* place, DBTaskI
 
 // ---------------------------------------------------------------------------
 // Slot records
+
+bool AZeusDB::Suits(const _struct_SubTableInfo& info, const std::vector<FieldPlan>* plans) {
+  if (plans == nullptr) return true;
+  for (size_t i = 0; i < plans->size(); ++i) {
+    const FieldPlan& plan = (*plans)[i];
+    if (plan.mode != 0 || plan.text.IsEmpty()) continue;
+    if (static_cast<int>(i) >= info.fieldCount || info.lengths[i] == 0) return false;
+  }
+  return true;
+}
+
+int AZeusDB::leftoverNext(int slot, int relation, int sequence, int previous,
+                          const std::vector<FieldPlan>* plans) {
+  // Only reads: the last error is left as the walk had it.
+  const int error = last_error_;
+  int result = -1;
+  _struct_SLOTHEADER header;
+  _struct_SubTableInfo* own = getSubTable(slot);
+  _struct_SubTableInfo* info = nullptr;
+  if (own != nullptr && readSlotHeader(slot, &header) == 0 && header.relation == relation &&
+      header.sequence == sequence && header.previous == previous && header.next >= 0 &&
+      header.next != slot) {
+    info = getSubTable(header.next);
+  }
+  // The slot linked to must link back, and suit the record as a free slot
+  // would (findEmptySlot).
+  _struct_SLOTHEADER next;
+  if (info != nullptr && info->relation == relation && info->fieldCount == own->fieldCount &&
+      !info->headFlags[header.next % kSlotsPer] && Suits(*info, plans) &&
+      readSlotHeader(header.next, &next) == 0 && next.relation == relation &&
+      next.sequence == sequence + 1 && next.previous == slot) {
+    result = header.next;
+  }
+  setError(error);
+  return result;
+}
 
 int AZeusDB::readSlotHeader(int slot, _struct_SLOTHEADER* header) {
   const int64_t position = getSlotBytePosition_bySlotIndex(slot, 0, 0);
@@ -914,7 +968,11 @@ int AZeusDB::updateSubTableSlotStatus(_struct_SubTableInfo* info, int place, int
     const char c = static_cast<char>('0' + state);
     const uint64_t position = info->firstSlotPosition - info->slotCount - 2 -
                               6 * static_cast<uint64_t>(info->fieldCount) + place;
-    if (!file_->WriteAt(position, &c, 1)) {
+    if (defer_states_) {
+      // The last state decided for a place is the one that goes out.
+      (state == 1 ? pending_states_ : pending_heads_).erase(position);
+      (state == 1 ? pending_heads_ : pending_states_)[position] = c;
+    } else if (!file_->WriteAt(position, &c, 1)) {
       setError(kErrWrite);
       return kErrWrite;
     }
@@ -1254,6 +1312,9 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
       }
     }
     last_relation = header.relation;
+    // A free slot may still hold what an interrupted save of this chain
+    // wrote there: the chain is then taken up where that save left it.
+    const int leftover = occupied ? -1 : leftoverNext(slot, relation, sequence, previous, &plans);
 
     before = std::move(status);
     status.assign(f, 0);
@@ -1306,11 +1367,17 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
       deleteEntry(header.next, 1);
       header.next = -1;
       occupied = 0;
+    } else if (!occupied && !more && leftover != -1) {
+      // The text ends here, before the slots that the interrupted save had
+      // linked on: they are freed.
+      deleteEntry(leftover, 1);
     }
     if (!occupied || more) {
       if (updateSubTableSlotStatus(info, place, sequence == 0 ? 1 : 2) != 0) return 0;
       int new_next = -1;
-      if (more && header.next == -1) {
+      if (more && header.next == -1 && leftover != -1) {
+        new_next = leftover;
+      } else if (more && header.next == -1) {
         _struct_SubTableInfo* next_info = nullptr;
         int next_place = -1;
         new_next = findEmptySlot(tmpl, &next_info, &plans, &next_place);
@@ -1347,7 +1414,7 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
     setError(kErrNone);
     return 1;
   }
-  if (!file_->Flush()) {
+  if (!commitSave()) {
     forgetMapping();
     setError(kErrWrite);
     return kErrWrite;
@@ -1562,7 +1629,10 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
   int result;
   {
     CSingleLock sl(slot_lock_);
+    defer_states_ = 1;
     result = writeSlot(record, tmpl, task);
+    defer_states_ = 0;
+    releasePendingStates();
   }
   closeDB();
   if (result != 0) record->SetDB(this);
@@ -1591,6 +1661,7 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
     // before this call returns; each record is told that it is saved only
     // after that.
     batch_ = 1;
+    defer_states_ = 1;
     batch_saved_.clear();
     RGDBTemplate* current = nullptr;
     bool have_relation = false;
@@ -1610,7 +1681,8 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
       result &= r;
     }
     batch_ = 0;
-    if (file_->Flush()) {
+    defer_states_ = 0;
+    if (commitSave()) {
       for (auto& [record, written] : batch_saved_) {
         for (int id : written) record->ChangeItemChangeStatus(id, 0);
         record->FocusableSaved();

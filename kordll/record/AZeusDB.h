@@ -246,6 +246,28 @@ class AZeusDB {
   void forgetMapping();
   // Flushes what the current operation has written to the operating system.
   int finishIO();
+  // Ends a save: flushes its slots, then the state characters that free
+  // slots and mark continuations, then those that mark heads, each step
+  // after the one before reached the system. Returns 1, or 0 when a flush
+  // failed (what had not gone out is dropped with the cache).
+  // REQUIRES: slot_lock_ held.
+  int commitSave();
+  // Puts the state characters still waiting into the file cache, without
+  // flushing: what a save that stopped early had decided. REQUIRES:
+  // slot_lock_ held.
+  void releasePendingStates();
+  // The slot that a free slot's leftover header links on to, when that
+  // header is what an interrupted save of this chain wrote there (the
+  // relation, sequence and previous slot of this place in the walk), the
+  // slot it links to still links back and is no head, and its sub-table
+  // suits the plans as findEmptySlot requires: the next save of the chain
+  // goes on through those slots rather than leaving them taken. -1
+  // otherwise. REQUIRES: slot_lock_ held.
+  int leftoverNext(int slot, int relation, int sequence, int previous,
+                   const std::vector<FieldPlan>* plans);
+  // Whether info can take the record of plans: no non-empty narrow text of
+  // it falls in a field that info does not store.
+  static bool Suits(const _struct_SubTableInfo& info, const std::vector<FieldPlan>* plans);
   // Keeps available_by_relation_ in step with the flags of info.
   void refreshAvailability(_struct_SubTableInfo* info);
   // The slot count of the mapped file: the bound of every chain walk.
@@ -296,6 +318,14 @@ class AZeusDB {
   // field ids written) are told so only then.
   int batch_ = 0;
   std::vector<std::pair<Focusable*, std::vector<int>>> batch_saved_;
+  // Set while a save writes: the state characters it changes wait here, by
+  // file offset, until its slots are in the file, so that a save that stops
+  // half way never leaves a state claiming a slot whose bytes are not there.
+  // Continuations and frees go out before heads: a head is marked only when
+  // its whole chain is.
+  int defer_states_ = 0;
+  std::map<uint64_t, char> pending_states_;
+  std::map<uint64_t, char> pending_heads_;
   std::vector<unsigned char> slot_buffer_;  // the front of the slot being read
   uint64_t slot_got_ = 0;                   // bytes of it that the file held
   // Decoded pieces; grown to the longest area read, never shrunk or cleared.
