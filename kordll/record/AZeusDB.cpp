@@ -1,11 +1,11 @@
 #include "kordll/record/AZeusDB.h"
 
-#include <unicode/ucnv.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "kordll/platform/CRuntime.h"
+#include "kordll/platform/CodePage.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/WinError.h"
 #include "kordll/record/DBTaskItem.h"
@@ -262,19 +262,7 @@ int AZeusDB::GetLastDBErrorMsgCode() { return last_error_; }
 void AZeusDB::ConvertCharToWString(char* text, std::u16string& out) {
   out.clear();
   if (text == nullptr) return;
-  const int32_t length = static_cast<int32_t>(std::strlen(text));
-  if (length == 0) return;
-  UErrorCode status = U_ZERO_ERROR;
-  UConverter* conv = ucnv_open("windows-1252", &status);
-  if (U_FAILURE(status)) return;
-  std::u16string result(static_cast<size_t>(length) * 2 + 1, u'\0');
-  status = U_ZERO_ERROR;
-  const int32_t n = ucnv_toUChars(conv, reinterpret_cast<UChar*>(result.data()),
-                                  static_cast<int32_t>(result.size()), text, length, &status);
-  ucnv_close(conv);
-  if (U_FAILURE(status)) return;
-  result.resize(static_cast<size_t>(n));
-  out = std::move(result);
+  out = CodePage::ToUnicode(CodePage::GetACP(), text).str();
 }
 
 int AZeusDB::GetOpenCount() {

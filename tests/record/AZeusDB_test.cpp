@@ -405,3 +405,21 @@ TEST_F(AZeusDBConcurrencyTest, ThreadsSaveDifferentRecords) {
 
 }  // namespace
 }  // namespace kordll
+
+namespace kordll {
+namespace {
+
+// Narrow text is read in the ANSI code page as the platform converts it:
+// 0x80 is the euro sign and a byte the code page leaves undefined keeps its
+// value, as on Windows.
+TEST(AZeusDBTextTest, NarrowTextIsReadInTheAnsiCodePage) {
+  char text[] = "\x80 \x81 caf\xE9";
+  std::u16string out = u"stale";
+  AZeusDB::ConvertCharToWString(text, out);
+  EXPECT_EQ(u"\u20AC \u0081 caf\u00E9", out);
+  AZeusDB::ConvertCharToWString(nullptr, out);
+  EXPECT_EQ(u"", out);
+}
+
+}  // namespace
+}  // namespace kordll
