@@ -401,40 +401,34 @@ int CXMLFile::GetNodeValue(IXMLDOMElement* element, CString& out) {
   return ReadFirstText(element, out);
 }
 
+namespace {
+
+// A typed value is the element's text converted; the answer is that of
+// reading the text, whatever the conversion makes of it.
+template <class T>
+int NodeValue(CXMLFile& xml, IXMLDOMElement* element, T& out) {
+  CString text;
+  int result = xml.GetNodeValue(element, text);
+  Convert(text, out);
+  return result;
+}
+
+}  // namespace
+
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, int& out) {
-  CString text;
-  int result = GetNodeValue(element, text);
-  Convert(text, out);
-  return result;
+  return NodeValue(*this, element, out);
 }
-
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, long& out) {
-  CString text;
-  int result = GetNodeValue(element, text);
-  Convert(text, out);
-  return result;
+  return NodeValue(*this, element, out);
 }
-
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, float& out) {
-  CString text;
-  int result = GetNodeValue(element, text);
-  Convert(text, out);
-  return result;
+  return NodeValue(*this, element, out);
 }
-
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, double& out) {
-  CString text;
-  int result = GetNodeValue(element, text);
-  Convert(text, out);
-  return result;
+  return NodeValue(*this, element, out);
 }
-
 int CXMLFile::GetNodeValue(IXMLDOMElement* element, COleDateTime& out) {
-  CString text;
-  // The answer is that of reading the text, whatever the date reader says.
-  int result = GetNodeValue(element, text);
-  Convert(text, out);
-  return result;
+  return NodeValue(*this, element, out);
 }
 
 int CXMLFile::GetChildNodeValue(IXMLDOMElement* element, const CString& path, CString& out) {
