@@ -82,4 +82,12 @@ std::vector<int> KdbFormat::ParseLengths(const char* text, size_t size) {
   return out;
 }
 
+bool KdbFormat::IsSafeName(std::u16string_view name) {
+  if (name.empty() || name == u"." || name == u"..") return false;
+  for (char16_t c : name) {
+    if (c == u'/' || c < 0x20 || c == 0x7F) return false;
+  }
+  return true;
+}
+
 }  // namespace kordll

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kordll {
@@ -49,6 +50,11 @@ class KdbFormat {
   // Splits a field-lengths block at "," "[" "]" up to the first NUL; each
   // piece is read as a decimal number (_atoi meaning).
   static std::vector<int> ParseLengths(const char* text, size_t size);
+
+  // Whether a database name stays inside the folder it is joined to: not
+  // empty, not "." or "..", and free of "/", U+0000 and control characters.
+  // Files of other names are neither made, opened, moved nor removed.
+  static bool IsSafeName(std::u16string_view name);
 };
 
 }  // namespace kordll

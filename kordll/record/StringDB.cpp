@@ -32,7 +32,9 @@ enum {
 }  // namespace
 
 StringDB::StringDB(CString directory, CString name, int slotSize, int growCount)
-    : directory_(directory), grow_count_(std::max(1, growCount)) {
+    : directory_(directory),
+      grow_count_(std::max(1, growCount)),
+      bad_name_(!KdbFormat::IsSafeName(name.view())) {
   path_ = directory;
   if (!directory.IsEmpty() && directory[directory.GetLength() - 1] != u'/') path_ += u'/';
   path_ += name;
@@ -47,11 +49,14 @@ StringDB::StringDB(CString directory, CString name, int slotSize, int growCount)
 
 StringDB::~StringDB() {
   file_->Close();
-  if (deleted_ && !file_removed_) FileSystem::DeleteFile(path_);
+  if (deleted_ && !file_removed_ && !bad_name_) FileSystem::DeleteFile(path_);
 }
 
 int StringDB::openDB(int readOnly) {
   CSingleLock lock(lock_);
+  // A refused name is not counted as open: the close that follows is one
+  // too many and is ignored.
+  if (refusedName()) return 3;
   ++open_count_;
   if (open_count_ != 1) return 0;
   int err = ERROR_SUCCESS;
@@ -79,6 +84,7 @@ void StringDB::closeDB() {
 
 int StringDB::createDB() {
   CSingleLock lock(lock_);
+  if (refusedName()) return 3;
   deleted_ = 0;
   file_removed_ = 0;
   bad_geometry_ = 0;
@@ -97,6 +103,7 @@ int StringDB::createDB() {
 
 void StringDB::clearDB() {
   CSingleLock lock(lock_);
+  if (refusedName()) return;
   ++open_count_;
   if (file_->Open(path_, SlotFile::kCreate, nullptr)) {
     header_read_ = 1;
@@ -119,7 +126,7 @@ void StringDB::deleteDB() {
     slot_count_ = 0;
     mapped_ = 0;
     header_read_ = 0;
-    FileSystem::DeleteFile(path_);
+    if (!bad_name_) FileSystem::DeleteFile(path_);
   }
   deleted_ = 1;
 }
@@ -127,6 +134,7 @@ void StringDB::deleteDB() {
 int StringDB::IsDBExist() {
   CSingleLock lock(lock_);
   if (open_count_ > 0) return 1;
+  if (bad_name_) return 0;
   SlotFile probe;
   if (!probe.Open(path_, SlotFile::kOpenRead, nullptr)) return 0;
   probe.Close();
@@ -279,14 +287,27 @@ int StringDB::writeEmptySlot(int index, int noSeek) {
 int StringDB::mapDB() {
   CSingleLock lock(lock_);
   if (mapped_) return 0;
-  // The slot count comes from how far the file holds readable slot headers.
-  for (int i = 0; i < INT32_MAX; ++i) {
+  // The slot count comes from the size of the file: a slot begun at the end
+  // counts, so new slots never go over bytes that hold a text. Only a file
+  // that is open can tell it.
+  const int64_t size = file_->Size();
+  if (size < 0) {
+    setError(kErrRead);
+    return kErrRead;
+  }
+  const int64_t slot_bytes = static_cast<int64_t>(data_size_) + kSlotHeader;
+  const int64_t count =
+      size > kHeader ? std::min<int64_t>((size - kHeader + slot_bytes - 1) / slot_bytes, INT32_MAX)
+                     : 0;
+  for (int i = 0; i < count; ++i) {
+    // A slot whose header does not read is neither free nor in use: it is
+    // never handed out.
     _struct_STRINGSLOTHEADER header;
-    if (readSlotHeader(i, &header) != 0) break;
+    if (readSlotHeader(i, &header) != 0) continue;
     if (header.status == 0) freeListAppend(i);
     status_[i] = header.status;
-    slot_count_ = i + 1;
   }
+  slot_count_ = static_cast<int>(count);
   mapped_ = 1;
   setError(0);
   return 0;
@@ -335,7 +356,17 @@ int StringDB::appendEmptyTable(int target) {
 
 int StringDB::GetNextAvailableSlotIndex() {
   CSingleLock lock(lock_);
-  if (!mapped_) mapDB();
+  if (refusedName() || bad_geometry_) return -1;
+  // The file is open while the slots are counted, so that a first call on a
+  // file that holds texts sees them.
+  openDB(0);
+  const int result = takeFreeSlot();
+  closeDB();
+  return result;
+}
+
+int StringDB::takeFreeSlot() {
+  if (bad_geometry_ || (!mapped_ && mapDB() != 0)) return -1;
   for (;;) {
     if (free_list_.empty()) {
       if (appendEmptyTable(-1) != 0) return -1;
@@ -388,6 +419,7 @@ int StringDB::readSlot(CString* text, int index) {
 
 int StringDB::WriteStringSlot(int* slot, CString text) {
   CSingleLock lock(lock_);
+  if (refusedName()) return 0;
   if (slot == nullptr) return 0;
   openDB(0);
   const int result = _WriteStringSlot(slot, text);
@@ -398,6 +430,7 @@ int StringDB::WriteStringSlot(int* slot, CString text) {
 
 int StringDB::ReadStringSlot(int slot, CString& text) {
   CSingleLock lock(lock_);
+  if (refusedName()) return 0;
   openDB(0);
   const int result = _ReadStringSlot(slot, &text);
   closeDB();
@@ -406,6 +439,7 @@ int StringDB::ReadStringSlot(int slot, CString& text) {
 
 int StringDB::DeleteStringSlot(int slot, int wholeChain) {
   CSingleLock lock(lock_);
+  if (refusedName()) return 0;
   openDB(0);
   const int result = _DeleteStringSlot(slot, wholeChain);
   file_->Flush();
@@ -419,7 +453,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     setError(kErrCorrupted);
     return 0;
   }
-  if (!mapped_) mapDB();
+  if (!mapped_ && mapDB() != 0) return 0;
   if (*slot == -1) *slot = GetNextAvailableSlotIndex();
   if (*slot < 0) {
     setError(kErrNoEntry);
@@ -527,7 +561,7 @@ int StringDB::_ReadStringSlot(int slot, CString* text) {
     setError(kErrCorrupted);
     return 0;
   }
-  if (!mapped_) mapDB();
+  if (!mapped_ && mapDB() != 0) return 0;
   if (deleted_) {
     setError(kErrDeleted);
     return 0;
@@ -579,7 +613,7 @@ int StringDB::_DeleteStringSlot(int slot, int wholeChain) {
     setError(kErrDeleted);
     return 0;
   }
-  if (!mapped_) mapDB();
+  if (!mapped_ && mapDB() != 0) return 0;
   int count = 0;
   int first = 1;
   int previous = -1;

@@ -94,6 +94,9 @@ class StringDB {
   int readDBHeader();
   int writeDBHeader();
   int mapDB();
+  // Reserves a free slot of the mapped file, growing it when none is left;
+  // -1 on failure. REQUIRES: lock_ held and the file open.
+  int takeFreeSlot();
   uint64_t getSlotBytePosition(int index, int afterHeader);
   int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek);
   int readSlotHeader(int index, _struct_STRINGSLOTHEADER* header);
@@ -124,6 +127,14 @@ class StringDB {
   int mapped_ = 0;
   int header_read_ = 0;
   int bad_geometry_ = 0;  // the header's slot size was out of range
+  // The name would put the file outside its folder: nothing is done on disk.
+  const bool bad_name_;
+  // Refuses an operation on a database whose name is not safe (error 3).
+  bool refusedName() {
+    if (!bad_name_) return false;
+    setError(3);
+    return true;
+  }
   std::unique_ptr<SlotFile> file_;
   std::map<int, int> status_;
   // Free slots in the order they are reused, front first; each slot is

@@ -158,6 +158,45 @@ TEST_F(StringDBTest, DeletedDatabaseIsMadeAnewByTheNextOpen) {
   EXPECT_EQ(1, db.IsDBExist());
 }
 
+TEST_F(StringDBTest, FreshObjectAsksForAFreeSlotFirst) {
+  {
+    StringDB db(root_.root(), "texts", 30, 3);
+    for (const char* text : {"one", "two", "three"}) {
+      int slot = -1;
+      ASSERT_EQ(1, db.WriteStringSlot(&slot, CString(text)));
+    }
+  }
+  StringDB db(root_.root(), "texts", 30, 3);
+  int slot = db.GetNextAvailableSlotIndex();
+  EXPECT_EQ(3, slot);  // the three slots in use are never offered
+  EXPECT_EQ(1, db.WriteStringSlot(&slot, CString(std::string(40, 'x').c_str())) > 0);
+  int index = 0;
+  for (const char* text : {"one", "two", "three"}) {
+    CString back;
+    EXPECT_EQ(1, db.ReadStringSlot(index++, back));
+    EXPECT_EQ(CString(text), back);
+  }
+}
+
+TEST_F(StringDBTest, NamesThatLeaveTheFolderAreRefused) {
+  ASSERT_EQ(1, FileSystem::CreateDirectory(root_.Path("in")));
+  for (const char* name : {"../x", "", ".", "..", "a/b", "x\x01y"}) {
+    SCOPED_TRACE(name);
+    StringDB db(root_.Path("in"), CString(name), 30, 3);
+    int slot = -1;
+    EXPECT_EQ(0, db.WriteStringSlot(&slot, CString("text")));
+    EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
+    EXPECT_EQ(3, db.openDB(0));
+    db.closeDB();
+    db.clearDB();
+    EXPECT_EQ(0, db.IsDBExist());
+  }
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("x.sdb")));
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("in.sdb")));
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("in/.sdb")));
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("in/a/b.sdb")));
+}
+
 TEST(StringDBConcurrencyTest, ReservationsFromManyThreadsAreDistinct) {
   test::TempRoot root;
   StringDB db(root.root(), "texts", 30, 3);
