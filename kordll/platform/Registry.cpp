@@ -205,9 +205,29 @@ bool HasOurTables(sqlite3* db) {
   return keys.ok() && values.ok();
 }
 
+// Whether a failure to open the file says something about the file itself
+// (it is no database, is damaged, is of a format or schema this library
+// cannot use, or its tables cannot be made) rather than about the moment or
+// the machine: a lock held by another process, no memory, a refused or
+// read-only file, an I/O error. Only the first kind is set aside; a file
+// refused for the second kind is left alone for the next start.
 bool IsDamagedCode(int rc) {
-  rc &= 0xFF;
-  return rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT;
+  switch (rc & 0xFF) {
+    case SQLITE_OK:
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_NOMEM:
+    case SQLITE_INTERRUPT:
+    case SQLITE_IOERR:
+    case SQLITE_FULL:
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+    case SQLITE_READONLY:
+    case SQLITE_AUTH:
+      return false;
+    default:
+      return true;
+  }
 }
 
 bool PathExists(const std::string& path) {

@@ -17,7 +17,8 @@
 // strings (REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ) are kept as the exact UTF-16
 // units given (U+0000 and lone surrogates included), anything else as bytes.
 //
-// A registry file that SQLite cannot read is renamed aside (never deleted)
+// A registry file that SQLite refuses in any way (no database, damaged, a
+// format or schema it cannot use) is renamed aside (never deleted)
 // to "registry.sqlite3.damaged" (or ".damaged-2", ...), a fresh one is made,
 // and the host is told through a message box. If no file can be made at all
 // the registry lives in memory for the life of the process, and the host is

@@ -235,6 +235,45 @@ TEST_F(RegistryTest, AnotherProgramsDatabaseIsSetAsideUnchanged) {
   EXPECT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
 }
 
+TEST_F(RegistryTest, FileSqliteRefusesWithAnOrdinaryErrorIsSetAsideToo) {
+  {
+    Registry r(folder_);
+    ASSERT_EQ(r.SetValue(kUser, "K", "old", RegValue::Dword(1), true), ERROR_SUCCESS);
+  }
+  // A schema format number from the future: SQLite answers "unsupported file
+  // format" (SQLITE_ERROR) when it reads the schema, not NOTADB or CORRUPT.
+  std::string bytes;
+  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &bytes), 1);
+  ASSERT_GT(bytes.size(), 48u);
+  bytes[44] = bytes[45] = bytes[46] = 0;
+  bytes[47] = 9;
+  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), bytes), 1);
+  {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(RegistryFile().ToUtf8().c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr),
+              SQLITE_ERROR);
+    EXPECT_STREQ(sqlite3_errmsg(db), "unsupported file format");
+    sqlite3_close(db);
+  }
+
+  {
+    Registry r(folder_);
+    EXPECT_FALSE(r.in_memory());
+    ASSERT_EQ(r.set_aside_path(), folder_ + "/registry.sqlite3.damaged");
+    std::string kept;
+    ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
+    EXPECT_EQ(kept, bytes);
+    ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+    EXPECT_NE(host_.LastOf(TestHost::CallKind::kMessageBox)->text.Find(CString(".damaged")), -1);
+    ASSERT_EQ(r.SetValue(kUser, "K", "new", RegValue::Dword(2), true), ERROR_SUCCESS);
+  }
+  Registry again(folder_);
+  EXPECT_FALSE(again.in_memory());
+  EXPECT_EQ(Get(&again, "K", "new").integer, 2u);
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+}
+
 TEST_F(RegistryTest, DamagedPagesInsideARealRegistryAreDetected) {
   {
     Registry r(folder_);
