@@ -1,5 +1,6 @@
-# Installs the built library into a scratch prefix and builds a small consumer
-# against it twice: once through find_package(kordll), once through pkg-config.
+# Installs the built library into a scratch prefix, runs the installed tool
+# from there with no loader path set, and builds a small consumer against the
+# library twice: once through find_package(kordll), once through pkg-config.
 # Run by CTest with -DBUILD_DIR, -DWORK_DIR, -DCXX and -DEXTRA_FLAGS (the
 # sanitizer flags of the build, which a consumer of that build must share).
 
@@ -17,6 +18,21 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
+
+# The installed tool finds the installed library by itself, wherever the
+# prefix lies (the loader is given no path).
+set(tool "${prefix}/bin/kordll")
+if(NOT EXISTS "${tool}")
+  message(FATAL_ERROR "the tool was not installed as ${tool}")
+endif()
+run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "${tool}" version)
+if(NOT last_output MATCHES "^kordll [0-9]")
+  message(FATAL_ERROR "installed tool printed: ${last_output}")
+endif()
+run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "${tool}" --help)
+if(NOT last_output MATCHES "usage: kordll")
+  message(FATAL_ERROR "installed tool --help printed: ${last_output}")
+endif()
 
 file(WRITE "${src}/CMakeLists.txt" [=[
 cmake_minimum_required(VERSION 3.25)
