@@ -152,5 +152,59 @@ TEST(CStringFormat, FloatingPointIgnoresProcessLocale) {
   setlocale(LC_NUMERIC, saved.c_str());
 }
 
+// Widths, precisions and flags as printf gives them, one conversion a row.
+TEST(CStringFormat, WidthPrecisionAndFlagsAsPrintf) {
+  const struct {
+    CString got;
+    const char16_t* want;
+  } cases[] = {
+      {CString::Formatted(u"[%5s|%-5s|%.1s|%5.1s]", "ab", "ab", "ab", "ab"),
+       u"[   ab|ab   |a|    a]"},
+      {CString::Formatted(u"[%3s]", CString(u"\u00E9")), u"[  \u00E9]"},
+      {CString::Formatted(u"[%05d|%+05d|% d|%-08d]", -42, 42, 42, 7),
+       u"[-0042|+0042| 42|7       ]"},
+      {CString::Formatted(u"[%.3d|%8.3d|%.4x|%#o]", 7, 7, 255, 8), u"[007|     007|00ff|010]"},
+      {CString::Formatted(u"[%d|%lld]", INT_MIN, LLONG_MIN), u"[-2147483648|-9223372036854775808]"},
+      {CString::Formatted(u"[%8.3f|%-8.2f|%+.1f|%08.2f]", 3.14159, 3.14159, 2.26, -3.5),
+       u"[   3.142|3.14    |+2.3|-0003.50]"},
+      {CString::Formatted(u"[%12.3e|%.3g|%G]", 12345.678, 1234567.0, 1e-10),
+       u"[   1.235e+04|1.23e+06|1E-10]"},
+      {CString::Formatted(u"[%*.*f|%.*f|%3c]", 8, 2, 3.14159, -1, 1.5, u'x'),
+       u"[    3.14|1.500000|  x]"},
+      {CString::Formatted(u"\u00E9%d\u00E9", 5), u"\u00E95\u00E9"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.got.ToUtf8(), CString(c.want).ToUtf8());
+}
+
+// U+0000 and lone surrogates are units like any other: searches and edits
+// go past them and never stop at them.
+TEST(CStringSearch, NulAndLoneSurrogatesAreOrdinaryUnits) {
+  const std::u16string raw = {u'a', u'\0', u'b', 0xD800, u'c', u'\0'};
+  const CString s{raw};
+  EXPECT_EQ(s.Find(u'\0'), 1);
+  EXPECT_EQ(s.Find(u'\0', 2), 5);
+  EXPECT_EQ(s.Find(u'c'), 4);
+  EXPECT_EQ(s.Find(CString(std::u16string{u'\0', u'b'})), 1);
+  EXPECT_EQ(s.Find(CString(std::u16string{0xD800})), 3);
+  EXPECT_EQ(s.Find(CString(std::u16string{0xDC00})), -1);
+  EXPECT_EQ(s.ReverseFind(u'\0'), 5);
+  EXPECT_EQ(s.FindOneOf(CString(std::u16string{0xDC00, 0xD800})), 3);
+
+  CString edited = s;
+  EXPECT_EQ(edited.Replace(CString(std::u16string(1, u'\0')), CString(u"<>")), 2);
+  EXPECT_EQ(edited.str(), (std::u16string{u'a', u'<', u'>', u'b', 0xD800, u'c', u'<', u'>'}));
+  EXPECT_EQ(edited.Replace(CString(std::u16string{0xD800}), CString()), 1);
+  EXPECT_EQ(edited, u"a<>bc<>");
+  CString removed = s;
+  EXPECT_EQ(removed.Remove(u'\0'), 2);
+  EXPECT_EQ(removed.str(), (std::u16string{u'a', u'b', 0xD800, u'c'}));
+  EXPECT_EQ(removed.Replace(char16_t(0xD800), u'?'), 1);
+  EXPECT_EQ(removed, u"ab?c");
+  // A replacement that brings its own match is not searched again.
+  CString grow(u"aXa");
+  EXPECT_EQ(grow.Replace(CString(u"a"), CString(u"aa")), 2);
+  EXPECT_EQ(grow, u"aaXaa");
+}
+
 }  // namespace
 }  // namespace kordll
