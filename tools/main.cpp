@@ -20,6 +20,11 @@ void PrintHelp(std::ostream& out) {
   out << "  --help" << std::string(width > 4 ? width - 4 : 2, ' ') << "this text\n";
 }
 
+int PrintUsage(const kordll_tool::Command& c, std::ostream& out) {
+  out << "usage: kordll " << c.usage << "\n  " << c.about << "\n";
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -31,6 +36,13 @@ int main(int argc, char** argv) {
   for (const auto& c : kordll_tool::Commands()) {
     if (c.name == args[0]) {
       std::vector<std::string> rest(args.begin() + 1, args.end());
+      // Asking a command for help is no usage error: its usage goes to
+      // standard output and the answer is 0. "-h" counts only as the first
+      // word, "--help" anywhere (no command takes either as data).
+      if (!rest.empty() && rest[0] == "-h") return PrintUsage(c, std::cout);
+      for (const std::string& arg : rest) {
+        if (arg == "--help") return PrintUsage(c, std::cout);
+      }
       return c.run(rest, std::cout, std::cerr);
     }
   }

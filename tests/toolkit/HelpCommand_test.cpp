@@ -1,0 +1,79 @@
+// `kordll --help` and `kordll COMMAND --help`, run through the built tool:
+// asking for help is no usage error, so the usage goes to standard output
+// and the exit status is 0, for the tool and for every command it lists.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/FileSystem.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+ToolRun RunTool(const test::TempRoot& root, const std::string& args) {
+  const std::string out = root.Path("out.txt").ToUtf8();
+  const std::string err = root.Path("err.txt").ToUtf8();
+  ToolRun run;
+  const int rc = std::system(("'" + std::string(KORDLL_TOOL_PATH) + "' " + args + " > '" + out +
+                              "' 2> '" + err + "' < /dev/null")
+                                 .c_str());
+  if (WIFEXITED(rc)) run.status = WEXITSTATUS(rc);
+  FileSystem::ReadWholeFile(CString::FromUtf8(out), &run.out);
+  FileSystem::ReadWholeFile(CString::FromUtf8(err), &run.err);
+  return run;
+}
+
+TEST(HelpCommandTest, ToolAndEveryCommandPrintUsageOnStandardOutput) {
+  test::TempRoot root;
+  ASSERT_TRUE(root.ok());
+  ToolRun help = RunTool(root, "--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_TRUE(help.err.empty()) << help.err;
+  ASSERT_EQ(help.out.rfind("usage: kordll", 0), 0u) << help.out;
+
+  // The commands are the first words of the lines after "Commands:".
+  std::vector<std::string> names;
+  std::istringstream lines(help.out.substr(help.out.find("Commands:\n") + 10));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string name;
+    if (words >> name && name != "--help") names.push_back(name);
+  }
+  for (const char* expected : {"date", "filter", "kdb", "schema", "sdb", "version"}) {
+    EXPECT_NE(std::find(names.begin(), names.end(), expected), names.end()) << expected;
+  }
+
+  for (const std::string& name : names) {
+    for (const std::string& ask : {name + " --help", name + " -h"}) {
+      ToolRun run = RunTool(root, ask);
+      EXPECT_EQ(run.status, 0) << ask;
+      EXPECT_TRUE(run.err.empty()) << ask << ": " << run.err;
+      EXPECT_EQ(run.out.rfind("usage: kordll " + name, 0), 0u) << ask << ": " << run.out;
+    }
+  }
+  // Help asked after a command's first word is help too; a real usage error
+  // still goes to standard error with status 2.
+  ToolRun verb = RunTool(root, "kdb dump --help");
+  EXPECT_EQ(verb.status, 0);
+  EXPECT_EQ(verb.out.rfind("usage: kordll kdb", 0), 0u) << verb.out;
+  ToolRun wrong = RunTool(root, "kdb");
+  EXPECT_EQ(wrong.status, 2);
+  EXPECT_TRUE(wrong.out.empty());
+  EXPECT_NE(wrong.err.find("usage: kordll kdb"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kordll
