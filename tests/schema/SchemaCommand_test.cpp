@@ -45,9 +45,9 @@ int RunSchemaCommand(const std::vector<std::string>& args, std::string* out, std
 
 // The listing of the default catalogue: one line of nine columns per field,
 // relations in the loader's order, fields by ascending id, each (relation,
-// field) once. Counts per relation, per type and per flag catch a slip in
-// the tables without copying them; the spot lines are fields other parts of
-// the system read by number.
+// field) once. Counts per relation, type and flag, and the sum of the sizes,
+// catch a slip in the tables without copying them; the spot lines are fields
+// other parts of the system read by number.
 TEST(SchemaCommandTest, ListingHoldsEveryFieldOnceInTheLoadersOrder) {
   std::string out, err;
   ASSERT_EQ(RunSchemaCommand({}, &out, &err), 0);
@@ -62,7 +62,7 @@ TEST(SchemaCommandTest, ListingHoldsEveryFieldOnceInTheLoadersOrder) {
   std::map<int, int> perRelation;
   std::map<std::string, int> perType;
   std::set<std::pair<int, int>> seen;
-  int indexable = 0, cdata = 0, keyed = 0, lastField = -1;
+  int indexable = 0, cdata = 0, keyed = 0, defaulted = 0, sizes = 0, lastField = -1;
   for (const std::string& line : lines) {
     SCOPED_TRACE(line);
     const std::vector<std::string> cols = Split(line, '\t');
@@ -83,6 +83,8 @@ TEST(SchemaCommandTest, ListingHoldsEveryFieldOnceInTheLoadersOrder) {
     indexable += cols[5] == "1";
     cdata += cols[6] == "1";
     keyed += !cols[8].empty();
+    defaulted += !cols[7].empty();
+    sizes += std::stoi(cols[4]);
   }
   EXPECT_EQ(order, (std::vector<int>{1,  30, 29, 31, 28, 12, 2, 27, 22, 23, 3,  4,  25, 26, 11, 5,
                                      13, 6,  14, 7,  15, 8,  9, 10, 16, 17, 18, 20, 19, 21, 24}));
@@ -98,6 +100,8 @@ TEST(SchemaCommandTest, ListingHoldsEveryFieldOnceInTheLoadersOrder) {
   EXPECT_EQ(indexable, 43);
   EXPECT_EQ(cdata, 26);
   EXPECT_EQ(keyed, 356);
+  EXPECT_EQ(defaulted, 302);
+  EXPECT_EQ(sizes, 24683);
   for (const char* spot :
        {"4\tpost\t0\tstring\t100\t0\t0\t\tguid", "4\tpost\t1\tint\t7\t0\t0\t0\t",
         "4\tpost\t2\tdate\t30\t0\t0\t\trecdate", "4\tpost\t7\tstring\t500\t1\t1\t\tdesc",
