@@ -141,9 +141,12 @@ struct Scanner {
 
   const ScanArg* Next() { return arg != arg_end ? arg++ : nullptr; }
 
+  // Each Assign* answers 1 if there was a destination to assign, else 0:
+  // a conversion beyond the destinations given assigns nothing and does not
+  // count.
   template <class Text>
-  static void AssignText(const ScanArg* a, Text text) {
-    if (!a) return;
+  static int AssignText(const ScanArg* a, Text text) {
+    if (!a) return 0;
     if (auto p = std::get_if<CString*>(a)) {
       if (*p) {
         std::u16string u;
@@ -161,10 +164,11 @@ struct Scanner {
     } else if (auto t = std::get_if<char*>(a)) {
       if (*t && !text.empty()) **t = static_cast<char>(text[0]);
     }
+    return 1;
   }
 
-  static void AssignInt(const ScanArg* a, long long v) {
-    if (!a) return;
+  static int AssignInt(const ScanArg* a, long long v) {
+    if (!a) return 0;
     if (auto p = std::get_if<int*>(a)) {
       if (*p) **p = static_cast<int>(v);
     } else if (auto q = std::get_if<long long*>(a)) {
@@ -174,14 +178,26 @@ struct Scanner {
     } else if (auto d = std::get_if<double*>(a)) {
       if (*d) **d = static_cast<double>(v);
     }
+    return 1;
   }
 
-  static void AssignDouble(const ScanArg* a, double v) {
-    if (!a) return;
+  static int AssignDouble(const ScanArg* a, double v) {
+    if (!a) return 0;
     if (auto d = std::get_if<double*>(a)) {
       if (*d) **d = v;
+      return 1;
     } else {
-      AssignInt(a, static_cast<long long>(v));
+      // A real read into an integer destination keeps its whole part, held
+      // within the 64-bit range; NaN gives 0.
+      long long n = 0;
+      if (v >= 0x1p63) {
+        n = LLONG_MAX;
+      } else if (v < -0x1p63) {
+        n = LLONG_MIN;
+      } else if (v == v) {
+        n = static_cast<long long>(v);
+      }
+      return AssignInt(a, n);
     }
   }
 
@@ -278,8 +294,7 @@ struct Scanner {
           if (!ReadInteger(base, width, &v)) return assigned;
           converted = true;
           if (!suppress) {
-            AssignInt(Next(), v);
-            ++assigned;
+            assigned += AssignInt(Next(), v);
           }
           break;
         }
@@ -293,8 +308,7 @@ struct Scanner {
           pos += used;
           converted = true;
           if (!suppress) {
-            AssignDouble(Next(), v);
-            ++assigned;
+            assigned += AssignDouble(Next(), v);
           }
           break;
         }
@@ -305,8 +319,7 @@ struct Scanner {
           while (pos < in.size() && !IsSpace(in[pos]) && (width == 0 || pos - start < width)) ++pos;
           converted = true;
           if (!suppress) {
-            AssignText(Next(), in.substr(start, pos - start));
-            ++assigned;
+            assigned += AssignText(Next(), in.substr(start, pos - start));
           }
           break;
         }
@@ -317,8 +330,7 @@ struct Scanner {
           if (pos >= in.size() || in.size() - pos < count) return Fail();
           converted = true;
           if (!suppress) {
-            AssignText(Next(), in.substr(pos, count));
-            ++assigned;
+            assigned += AssignText(Next(), in.substr(pos, count));
           }
           pos += count;
           break;
@@ -343,8 +355,7 @@ struct Scanner {
           if (pos == start) return assigned;
           converted = true;
           if (!suppress) {
-            AssignText(Next(), in.substr(start, pos - start));
-            ++assigned;
+            assigned += AssignText(Next(), in.substr(start, pos - start));
           }
           break;
         }

@@ -120,6 +120,28 @@ TEST(RuntimeScan, CharsWiderThanTheInputAreNotAssigned) {
   EXPECT_EQ(three, u"abc");
 }
 
+TEST(RuntimeScan, RealIntoIntegerDestinationKeepsWholePartWithinRange) {
+  long long low = 1, high = 1, none = 1;
+  int small = 0;
+  EXPECT_EQ(swscanf(CString(u"-inf 1e300 nan -2.9"), CString(u"%f %f %f %f"),
+                    {&low, &high, &none, &small}),
+            4);
+  EXPECT_EQ(low, LLONG_MIN);
+  EXPECT_EQ(high, LLONG_MAX);
+  EXPECT_EQ(none, 0);
+  EXPECT_EQ(small, -2);
+  unsigned u = 1;
+  EXPECT_EQ(sscanf("infinity", "%lf", {&u}), 1);
+  EXPECT_EQ(u, static_cast<unsigned>(LLONG_MAX));
+}
+
+TEST(RuntimeScan, ConversionsBeyondTheDestinationsAreNotCounted) {
+  int a = -1;
+  EXPECT_EQ(swscanf(CString(u"12 34 x"), CString(u"%d %d %s"), {&a}), 1);
+  EXPECT_EQ(a, 12);
+  EXPECT_EQ(sscanf("key=value", "%[^=]=%s", {}), 0);
+}
+
 TEST(RuntimeTokens, TextAndDelimitersEndAtTheFirstNul) {
   CString text(u"a;b\0;c", 6);
   TokenState st;
