@@ -284,9 +284,10 @@ int Focusable::SaveFocusable() {
   if (impl_->database == nullptr) return 0;
   CSingleLock hold(impl_->lock);
   if (impl_->deleted) return 1;
-  // The store answers 8 when a save failed half way; that is a failure too
-  // (the changed flags stay set, so the next save tries again).
-  return impl_->database->writeFocusableSlot(this, nullptr, nullptr) == 1 ? 1 : 0;
+  // A field write that fails half way answers its error code (8), not 0.
+  // That counts as done here: the changed flags stay set, so the next save
+  // writes the record again. Only a plain 0 is a failed save.
+  return impl_->database->writeFocusableSlot(this, nullptr, nullptr) != 0 ? 1 : 0;
 }
 
 void Focusable::SetDB(AZeusDB* db) {
@@ -402,7 +403,9 @@ int Focusable::OpenFocusableProperties(CPoint point, IIPanel* panel, int leftAli
 }
 
 int Focusable::BroadCastUpdate(int post, int message) {
-  const int origin = GetOriginedResourceControllerID();
+  // The record's own origin, not what a derived record answers: a link
+  // keeps an origin of its own, and its base record comes from nowhere.
+  const int origin = Focusable::GetOriginedResourceControllerID();
   RegistryEntryPoints* registry = RegistryEntryPoints::Get();
   if (origin == -1 || !registry->IsGlobalResourceValid()) return 0;
   ResourceController* controller = registry->GetResourceController(origin);

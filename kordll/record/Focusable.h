@@ -105,7 +105,9 @@ class Focusable {
   virtual void SetDB(AZeusDB* db);
   virtual AZeusDB* GetDB();
   // 11. Writes the record unless deleted. 1 on success, when not savable or
-  // deleted; 0 on failure or without a database.
+  // deleted, and also when the store answers a field write that failed half
+  // way (its error code): the changed flags then stay set and the next save
+  // retries. 0 when the store answers 0 or without a database.
   virtual int SaveFocusable();
   // 12. For a post with a link, asks panel 1 to show the link. Returns 1.
   virtual int OpenFocusable();
@@ -257,6 +259,8 @@ class Focusable {
   virtual void SetFullyLoaded(int fullyLoaded);
   // 87. Tells the panels of the originating controller (message with kind
   // 3): posted if post is not 0, else sent. The registry's result, or 0.
+  // The origin is this record's own, never a derived class's answer, so a
+  // link (whose base record has origin -1) sends nothing.
   virtual int BroadCastUpdate(int post, int message);
 
   // --- Post fields (relations 4, 8, 11, 26; titles also 16, 17, 25) ------

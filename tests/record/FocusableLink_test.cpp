@@ -159,6 +159,26 @@ TEST_F(FocusableLinkTest, TheDeletedBitStaysWithTheLinkAndTheRestGoesToTheTarget
   EXPECT_EQ(post->ReleaseHeader(3), 1);
 }
 
+TEST_F(FocusableLinkTest, BroadcastOfALinkLooksAtTheBaseRecordAndSendsNothing) {
+  FakeRegistry registry;
+  FakeController controller;
+  registry.controllers[3] = &controller;
+  ScopedEntry<RegistryEntryPoints> scope(&registry);
+  CountedRecord* post = HeldPost(u"R3_G10");
+  {
+    FocusableLink link(post, 1);
+    link.SetOriginedResourceControllerID(3, 0);
+    ASSERT_EQ(link.GetOriginedResourceControllerID(), 3);
+    // The link's origin is its own; the broadcast asks the base record,
+    // which comes from no controller.
+    EXPECT_EQ(link.BroadCastUpdate(0, 1041), 0);
+    EXPECT_EQ(link.BroadCastUpdate(1, 1041), 0);
+    EXPECT_TRUE(registry.sent.empty());
+  }
+  EXPECT_EQ(post->ReleaseHeader(3), 0);
+  EXPECT_EQ(post->ReleaseHeader(3), 1);
+}
+
 TEST_F(FocusableLinkTest, ReleasingTheOnlyHolderOfALinkDeletesTheLinkNotTheTarget) {
   CountedRecord* post = HeldPost(u"R3_G9");
   auto* link = new FocusableLink(post, 1);

@@ -1,18 +1,21 @@
-// The record object without a database: lifetime, field reads and writes,
-// lazy parsing, change tracking, status rules, copies, post fields,
-// presentation through the entry points, and the finders.
+// The record object, mostly without a database: lifetime, field reads and
+// writes, lazy parsing, change tracking, status rules, copies, post fields,
+// presentation through the entry points, the finders, and what a save
+// answers when the disk fails under it.
 
 #include "kordll/record/Focusable.h"
 
 #include <gtest/gtest.h>
 
 #include "kordll/platform/Clock.h"
+#include "kordll/record/AZeusDB.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/IntItem.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "tests/record/FocusableTestSupport.h"
+#include "tests/support/TempRoot.h"
 
 namespace kordll {
 namespace {
@@ -676,6 +679,40 @@ TEST_F(FocusableTest, SavesLoadsAndDeletesWithoutDatabaseFailPlainly) {
 }
 
 // --- Entry points -----------------------------------------------------------------------
+
+TEST_F(FocusableTest, ASaveCutShortInAFieldWriteAnswersOneAndTheNextSaveRetries) {
+  test::TempRoot root;
+  RGDBTemplate layout(4);
+  layout.AddField(0, 20, 4, CString(), CString(u"guid"), 0, 0);
+  layout.AddField(4, 40, 4, CString(), CString(u"title"), 0, 0);
+  RelationsEntryPoints::SetTemplate(4, &layout);
+  {
+    AZeusDB db(root.DataRoot(), CString(u"posts"), 0, 0);
+    Focusable post(4, &db);
+    post.SetGUID(CString(u"R3_G1"));
+    post.SetPostTitle(CString(u"first"));
+    ASSERT_EQ(post.SaveFocusable(), 1);
+    post.SetPostTitle(CString(u"second"));
+    // While a reader holds the file open for reading only, the save's field
+    // write fails. The store answers that with its error code, which a save
+    // takes as done; the marks stay, so nothing is lost.
+    db.openDB(1);
+    const int saved = post.SaveFocusable();
+    const int error = db.GetLastDBErrorMsgCode();
+    db.closeDB();
+    EXPECT_EQ(saved, 1);
+    EXPECT_EQ(error, 8);
+    EXPECT_EQ(post.NeedToSave(), 1);
+    EXPECT_EQ(post.IsItemChanged(4, 0), 1);
+    ASSERT_EQ(post.SaveFocusable(), 1);
+    EXPECT_EQ(post.NeedToSave(), 0);
+    Focusable check(4, &db);
+    check.SetDBSlotIndex(post.GetDBSlotIndex());
+    ASSERT_EQ(check.LoadFocusable(nullptr), 1);
+    EXPECT_EQ(check.GetPostTitle(), CString(u"second"));
+  }
+  RelationsEntryPoints::ClearTemplates();
+}
 
 TEST_F(FocusableTest, DefaultEntryPointsAnswerAsNoOwner) {
   RegistryEntryPoints* registry = RegistryEntryPoints::Get();
