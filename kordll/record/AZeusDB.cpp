@@ -2,6 +2,7 @@
 
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "kordll/platform/CRuntime.h"
@@ -55,7 +56,10 @@ int _struct_SubTableInfo::GetHeaderSize() const {
 // Construction, open and close
 
 AZeusDB::AZeusDB(CString directory, CString name, int reserved, int optimizeLengths)
-    : reserved_(reserved), optimize_lengths_(optimizeLengths), name_(name) {
+    : reserved_(reserved),
+      optimize_lengths_(optimizeLengths),
+      name_(name),
+      bad_name_(!KdbFormat::IsSafeName(name.view())) {
   path_ = directory;
   if (!directory.IsEmpty()) {
     const char16_t last = directory[directory.GetLength() - 1];
@@ -72,7 +76,7 @@ AZeusDB::~AZeusDB() {
   if (deleted_) {
     resetTable();
     file_->Close();
-    FileSystem::DeleteFile(path_);
+    if (!bad_name_) FileSystem::DeleteFile(path_);
     return;
   }
   if (header_dirty_) {
@@ -94,6 +98,9 @@ int AZeusDB::openDB(int readOnly) {
   }
   {
     CSingleLock ol(open_lock_);
+    // A refused name is not counted as open: the close that follows is one
+    // too many and is ignored.
+    if (refusedName()) return kErrRead;
     ++open_count_;
     if (open_count_ != 1) return 0;
     int err = ERROR_SUCCESS;
@@ -110,6 +117,8 @@ int AZeusDB::openDB(int readOnly) {
     if (!header_read_) {
       const int result = readDBHeader();
       header_read_ = 1;
+      // A damaged header keeps the file from being written to.
+      if (result == kErrCorrupted || result == kErrRead) damaged_ = result;
       return result;
     }
   }
@@ -129,6 +138,7 @@ int AZeusDB::createDB() {
     return kErrDeleted;
   }
   CSingleLock ol(open_lock_);
+  if (refusedName()) return kErrRead;
   path_.Remove(u'\r');
   path_.Remove(u'\n');
   if (!file_->Open(path_, SlotFile::kCreate, nullptr)) {
@@ -138,9 +148,13 @@ int AZeusDB::createDB() {
   }
   end_of_file_ = KdbFormat::kDBHeaderSize;
   CSingleLock hl(header_lock_);
-  writeDBHeader();
-  file_->Flush();
   header_read_ = 1;
+  const int result = writeDBHeader();
+  if (result != 0) return result;
+  if (!file_->Flush()) {
+    setError(kErrWrite);
+    return kErrWrite;
+  }
   return 0;
 }
 
@@ -153,8 +167,10 @@ void AZeusDB::clearDB() {
   }
   // The file is made anew and the open count stays as it was: a holder of
   // the file keeps a usable (read-write) handle, and with nobody holding it
-  // the handle is closed again. The end-of-file mark, the next sub-table id
-  // and the mapped state are kept as they were.
+  // the handle is closed again. The file holds no sub-table now, so the next
+  // one goes right behind the header with id 0, and the next record
+  // operation maps the new file.
+  if (refusedName()) return;
   if (!file_->Open(path_, SlotFile::kCreate, nullptr)) {
     setError(kErrWrite);
     return;
@@ -164,29 +180,41 @@ void AZeusDB::clearDB() {
     header_read_ = 1;
   }
   resetTable();
+  mapped_ = 0;
+  end_of_file_ = KdbFormat::kDBHeaderSize;
+  next_sub_table_id_ = 0;
+  damaged_ = 0;
   {
     CSingleLock hl(header_lock_);
-    writeDBHeader();
+    if (writeDBHeader() == 0 && !file_->Flush()) setError(kErrWrite);
   }
-  file_->Flush();
   if (open_count_ == 0) file_->Close();
 }
 
 void AZeusDB::deleteDB() {
   CSingleLock ol(open_lock_);
-  if (open_count_ == 0) FileSystem::DeleteFile(path_);
+  if (open_count_ == 0 && !bad_name_) FileSystem::DeleteFile(path_);
   deleted_ = 1;
 }
 
 void AZeusDB::renameDB(CString name, CString directory) {
   CSingleLock ol(open_lock_);
+  // A name that would leave the folder is refused: nothing moves.
+  if (!KdbFormat::IsSafeName(name.view())) {
+    setError(kErrRead);
+    return;
+  }
   CString target = directory;
   if (!directory.IsEmpty() && directory[directory.GetLength() - 1] != u'/') target += u'/';
   target += name;
   target += ".kdb";
-  // The new path is kept only when the move succeeded, so that a failed
-  // move never leaves the database pointing at a file that is not there.
-  if (FileSystem::MoveFile(path_, target)) path_ = target;
+  // The database goes on at the new path whatever the move did: a failed
+  // move (the target taken, say) leaves the old file where it was, and the
+  // next open makes a new one at the new path.
+  // A file under a refused name was never made, so there is nothing to move.
+  if (!bad_name_) FileSystem::MoveFile(path_, target);
+  path_ = target;
+  bad_name_ = false;
 }
 
 CString AZeusDB::GetDBFile() { return name_; }
@@ -196,7 +224,8 @@ int AZeusDB::GetDBID() {
     CSingleLock hl(header_lock_);
     if (header_read_ || db_id_ != -1) return db_id_;
   }
-  if (!FileSystem::Exists(path_)) return -1;
+  // Opening creates a missing file, also for reading; a failed open leaves
+  // the id at -1.
   openDB(1);
   closeDB();
   CSingleLock hl(header_lock_);
@@ -215,10 +244,7 @@ void AZeusDB::SetDBID(int id, int writeNow) {
     CSingleLock hl(header_lock_);
     if (id != db_id_) {
       db_id_ = id;
-      if (writeNow) {
-        writeDBHeader();
-        file_->Flush();
-      }
+      if (writeNow && writeDBHeader() == 0 && !file_->Flush()) setError(kErrWrite);
     }
   }
   if (opened) closeDB();
@@ -318,10 +344,16 @@ int AZeusDB::commitSave() {
 }
 
 void AZeusDB::releasePendingStates() {
+  bool ok = true;
   for (std::map<uint64_t, char>* pending : {&pending_states_, &pending_heads_}) {
-    for (const auto& [position, c] : *pending) file_->WriteAt(position, &c, 1);
+    for (const auto& [position, c] : *pending) {
+      if (ok && !file_->WriteAt(position, &c, 1)) ok = false;
+    }
     pending->clear();
   }
+  // Marks that did not reach the file leave memory ahead of it: the file is
+  // mapped again.
+  if (!ok) forgetMapping();
 }
 
 // ---------------------------------------------------------------------------
@@ -440,7 +472,7 @@ int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info) {
   int v[5];
   if (KdbFormat::ScanInts(line, kLine, v, 5) != 5) return kErrRead;
   const int id = v[0], slots = v[1], fields = v[3], relation = v[4];
-  if (slots != kSlotsPer || fields < 0) return kErrCorrupted;
+  if (slots != kSlotsPer || fields < 1) return kErrCorrupted;
   if (id < 0 || id > KdbFormat::kMaxSubTableID || sub_tables_.count(id) != 0) {
     return kErrCorrupted;
   }
@@ -499,7 +531,15 @@ int AZeusDB::mapDB() {
   uint64_t position = KdbFormat::kDBHeaderSize;
   for (;;) {
     auto info = std::make_unique<_struct_SubTableInfo>();
-    if (readSubTable(position, info.get()) != 0) break;
+    const int r = readSubTable(position, info.get());
+    if (r != 0) {
+      // Bytes behind the last sub-table that reads are a damaged sub-table:
+      // a new one written there would go over them, so the file is not
+      // written to.
+      const int64_t size = file_->Size();
+      if (size > static_cast<int64_t>(position)) damaged_ = r;
+      break;
+    }
     position = info->firstSlotPosition +
                static_cast<uint64_t>(info->slotCount) * static_cast<uint64_t>(info->GetSlotSize());
     {
@@ -595,7 +635,16 @@ void AZeusDB::getOptimumFieldLengths(RGDBTemplate* tmpl, std::vector<int>* lengt
   lengths->assign(f, 0);
   CSingleLock hl(header_lock_);
   auto totals_it = length_totals_.find(tmpl->GetRelationID());
-  if (totals_it == length_totals_.end()) return;
+  if (totals_it == length_totals_.end()) {
+    // Nothing is known of the relation (a reopened file restores the totals
+    // of one relation only): the catalogue's lengths hold any text that goes
+    // on into the new sub-table.
+    for (int i = 0; i < f; ++i) {
+      const FieldInfo* field = tmpl->GetField(i);
+      (*lengths)[i] = field == nullptr ? 0 : std::clamp(field->size, 0, 65500);
+    }
+    return;
+  }
   const std::vector<int64_t>& totals = totals_it->second;
   int64_t count = 1;
   auto count_it = record_counts_.find(tmpl->GetRelationID());
@@ -656,10 +705,21 @@ int AZeusDB::expandTable(RGDBTemplate* tmpl) {
     return -1;
   }
   registerNewSubTableInfo(std::move(info));
+  // The header goes with every new sub-table. When it does not reach the
+  // file, the sub-table stays (it is in the file) and the save that needed
+  // it fails; the statistics are written again later.
   openDB(0);
-  writeDBHeader();
-  if (!batch_) file_->Flush();
+  int header = writeDBHeader();
+  if (header == 0 && !batch_ && !file_->Flush()) {
+    setError(kErrWrite);
+    header = kErrWrite;
+  }
   closeDB();
+  if (header != 0) {
+    CSingleLock hl(header_lock_);
+    header_dirty_ = 1;
+    return -1;
+  }
   return id;
 }
 
@@ -707,6 +767,8 @@ int AZeusDB::findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,
     for (int index : candidates) {
       _struct_SubTableInfo* candidate = list[index];
       if (candidate == nullptr || candidate->full) continue;
+      // A sub-table laid out for another field count cannot take the record.
+      if (candidate->fieldCount != tmpl->GetFieldCount()) continue;
       if (!Suits(*candidate, plans)) continue;
       for (int p = 0; p < candidate->slotCount; ++p) {
         if (!candidate->headFlags[p] && !candidate->continuationFlags[p]) {
@@ -1163,7 +1225,9 @@ void AZeusDB::countStatistics(Focusable* record, RGDBTemplate* tmpl, DBTaskItem*
   CSingleLock hl(header_lock_);
   const int relation = record->GetFocusableRelation();
   std::vector<int64_t>& totals = length_totals_[relation];
-  ++record_counts_[relation];
+  // A count read from the file may stand at the limit already: it stays there.
+  int& count = record_counts_[relation];
+  if (count < INT_MAX) ++count;
   if (tmpl == nullptr) tmpl = CatalogueTemplate(relation);
   if (tmpl == nullptr) return;
   const int f = tmpl->GetFieldCount();
@@ -1171,7 +1235,8 @@ void AZeusDB::countStatistics(Focusable* record, RGDBTemplate* tmpl, DBTaskItem*
   for (int i = 0; i < f; ++i) {
     int id;
     if (!Covered(record, tmpl, task, i, &id)) continue;
-    totals[i] += record->GetFieldString(id, 1).GetLength();
+    const int64_t length = record->GetFieldString(id, 1).GetLength();
+    totals[i] = totals[i] > INT64_MAX - length ? INT64_MAX : totals[i] + length;
     header_dirty_ = 1;
   }
 }
@@ -1236,6 +1301,10 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
     slot = findEmptySlot(tmpl, &info, &plans, &place);
     if (slot < 0) {
       setError(kErrWrite);
+      return 0;
+    }
+    if (info->fieldCount != f) {
+      setError(kErrCorrupted);
       return 0;
     }
     record->SetDBSlotIndex(slot);
@@ -1351,14 +1420,15 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
     if (status_changed && writeItemsStatus(info, place, status) != 0) return 0;
 
     if (occupied && !more && header.next != -1 && !left_out_continues) {
-      // The record became shorter: the rest of the old chain is freed.
-      deleteEntry(header.next, 1);
+      // The record became shorter: the rest of the old chain is freed. A
+      // damaged tail is left as it is; a write that fails fails the save.
+      if (deleteEntry(header.next, 1) == kErrWrite) return kErrWrite;
       header.next = -1;
       occupied = 0;
     } else if (!occupied && !more && leftover != -1) {
       // The text ends here, before the slots that the interrupted save had
       // linked on: they are freed.
-      deleteEntry(leftover, 1);
+      if (deleteEntry(leftover, 1) == kErrWrite) return kErrWrite;
     }
     if (!occupied || more) {
       if (updateSubTableSlotStatus(info, place, sequence == 0 ? 1 : 2) != 0) return 0;
@@ -1411,6 +1481,13 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
   record->FocusableSaved();
   setError(kErrNone);
   return 1;
+}
+
+bool AZeusDB::refusedWrite() {
+  if (refusedName()) return true;
+  if (deleted_ || damaged_ == 0) return false;
+  setError(damaged_);
+  return true;
 }
 
 void AZeusDB::forgetMapping() {
@@ -1600,8 +1677,14 @@ int AZeusDB::deleteSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task)
       return 1;
     }
   }
-  deleteEntry(slot, 1);
-  file_->Flush();
+  // A damaged chain stops the walk and the delete still counts as done; a
+  // write that does not reach the file is a failed delete.
+  const int r = deleteEntry(slot, 1);
+  if (r == kErrWrite || !file_->Flush()) {
+    forgetMapping();
+    setError(kErrWrite);
+    return 0;
+  }
   setError(kErrNone);
   return 1;
 }
@@ -1612,6 +1695,10 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
   {
     CSingleLock sl(slot_lock_);
     if (!mapped_) mapDB();
+  }
+  if (refusedWrite()) {
+    closeDB();
+    return 0;
   }
   if (record->GetDBSlotIndex() == -1) countStatistics(record, tmpl, task);
   int result;
@@ -1637,6 +1724,10 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
     CSingleLock sl(slot_lock_);
     if (!mapped_) mapDB();
     empty_file = sub_tables_.empty();
+  }
+  if (refusedWrite()) {
+    closeDB();
+    return 0;
   }
   for (Focusable* record : *records) {
     if (record == nullptr) continue;
@@ -1706,11 +1797,11 @@ int AZeusDB::readFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem
 int AZeusDB::deleteFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
   if (record == nullptr) return 0;
   openDB(0);
-  int result;
+  int result = 0;
   {
     CSingleLock sl(slot_lock_);
     if (!mapped_) mapDB();
-    result = deleteSlot(record, tmpl, task);
+    if (!refusedWrite()) result = deleteSlot(record, tmpl, task);
   }
   closeDB();
   return result;

@@ -273,6 +273,18 @@ class AZeusDB {
   // The slot count of the mapped file: the bound of every chain walk.
   int totalSlots() const { return static_cast<int>(sub_tables_.size()) * 40; }
   void setError(int code) { last_error_ = code; }
+  // Refuses an operation on a database whose name would put its file
+  // outside its folder (error 3).
+  bool refusedName() {
+    if (!bad_name_) return false;
+    setError(kErrRead);
+    return true;
+  }
+  // Whether saves and deletes are refused: a refused name, or a file whose
+  // opening or mapping found damage (its error is given again), so that a
+  // damaged file is never made worse. A deleted database answers 14 in the
+  // operations themselves.
+  bool refusedWrite();
 
   // Immutable after construction.
   [[maybe_unused]] const int reserved_;  // kept as given; the engine never reads it
@@ -291,6 +303,13 @@ class AZeusDB {
   std::unique_ptr<SlotFile> file_;
   CString path_;
   std::atomic<int> deleted_{0};
+  // The name is empty, ".", "..", or holds "/" or control characters: no
+  // file is made, opened, moved or removed under it. renameDB to a safe
+  // name lifts it.
+  std::atomic<bool> bad_name_;
+  // 2 or 3 when the header or a sub-table of the file was found damaged;
+  // clearDB, which makes the file anew, resets it.
+  std::atomic<int> damaged_{0};
 
   // Guarded by header_lock_.
   int header_read_ = 0;

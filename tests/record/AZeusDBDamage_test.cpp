@@ -89,18 +89,19 @@ TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
 
 struct Case {
   const char* file;
-  int records;     // records a scan still reads
+  int records;  // records a scan still reads
+  int refused;  // the error every save answers with, 0 when saves go on
 };
 
 TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
   const std::vector<Case> cases = {
-      {"truncated_header.kdb", 0},   {"truncated_subtable.kdb", 1},
-      {"broken_state_bracket.kdb", 0}, {"broken_lengths_bracket.kdb", 0},
-      {"slot_count_41.kdb", 0},      {"absurd_field_count.kdb", 0},
-      {"length_too_big.kdb", 0},     {"version_10.kdb", 3},
-      {"chain_self_loop.kdb", 2},    {"chain_outside_file.kdb", 1},
-      {"chain_to_free_slot.kdb", 2}, {"chain_back_at_itself.kdb", 2},
-      {"slot_header_garbage.kdb", 2},
+      {"truncated_header.kdb", 0, 3},     {"truncated_subtable.kdb", 1, 0},
+      {"broken_state_bracket.kdb", 0, 2}, {"broken_lengths_bracket.kdb", 0, 2},
+      {"slot_count_41.kdb", 0, 2},        {"absurd_field_count.kdb", 0, 3},
+      {"length_too_big.kdb", 0, 2},       {"version_10.kdb", 3, 0},
+      {"chain_self_loop.kdb", 2, 0},      {"chain_outside_file.kdb", 1, 0},
+      {"chain_to_free_slot.kdb", 2, 0},   {"chain_back_at_itself.kdb", 2, 0},
+      {"slot_header_garbage.kdb", 2, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.file);
@@ -115,16 +116,125 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
     AZeusDB db(root_.root(), "f", 10, 0);
     EXPECT_EQ(c.records, Scan(&db).first);
-    // The engine goes on working: a new record is saved and read back.
     Focusable fresh(4, nullptr);
     fresh.SetValueStr(0, "R3_G9", 1);
     fresh.SetValueStr(4, "after the damage", 1);
+    if (c.refused != 0) {
+      // A damaged file is never made worse: saves and deletes are refused.
+      EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+      EXPECT_EQ(c.refused, db.GetLastDBErrorMsgCode());
+      fresh.SetDBSlotIndex(0);
+      EXPECT_EQ(0, db.deleteFocusableSlot(&fresh, nullptr, nullptr));
+      EXPECT_EQ(c.refused, db.GetLastDBErrorMsgCode());
+      std::string after;
+      FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+      EXPECT_TRUE(bytes == after);
+      continue;
+    }
+    // Otherwise the engine goes on working: a new record is saved and read back.
     ASSERT_NE(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
     Focusable back(-1, nullptr);
     back.SetDBSlotIndex(fresh.GetDBSlotIndex());
     ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
     EXPECT_EQ(CString("after the damage"), back.GetFieldString(4, 0));
   }
+}
+
+// A file of one sub-table for relation 4, laid out for fields field lengths.
+std::string OneSubTable(const std::string& header, int fields, const std::string& lengths,
+                        int slotSize) {
+  std::string bytes = header;
+  bytes.resize(999, '\0');
+  bytes += '\n';
+  std::string line = "[0:40:" + std::to_string(slotSize) + ":" + std::to_string(fields) + ":4]";
+  line.resize(42, '\0');
+  bytes += line + "[" + std::string(40, '0') + "]";
+  std::string block = lengths;
+  block.resize(6 * fields, '\0');
+  bytes += fields == 0 ? std::string("[") : block + "\n";
+  std::string slot = "[-1:-1:-1:-1]";
+  slot.resize(slotSize - 1, '\0');
+  for (int i = 0; i < 40; ++i) bytes += slot + "\n";
+  return bytes;
+}
+
+TEST_F(DamagedFilesTest, SubTableOfAnotherFieldCountIsNeverWrittenInto) {
+  struct Geometry {
+    int fields;
+    const char* lengths;
+    int slotSize;
+    int refused;  // 0: the save goes to a new sub-table
+  };
+  for (const Geometry& g : {Geometry{0, "", 28, 2}, Geometry{2, "[10,10]", 50, 0}}) {
+    SCOPED_TRACE(g.fields);
+    const std::string bytes = OneSubTable("[11:-1:]", g.fields, g.lengths, g.slotSize);
+    FileSystem::DeleteFile(root_.Path("f.kdb"));
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    AZeusDB db(root_.root(), "f", 10, 0);
+    Focusable fresh(4, nullptr);
+    fresh.SetValueStr(0, "R3_G9", 1);
+    fresh.SetValueStr(4, "a title", 1);
+    const int saved = db.writeFocusableSlot(&fresh, nullptr, nullptr);
+    std::string after;
+    FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+    // The odd sub-table is untouched (the header may gain statistics).
+    EXPECT_TRUE(after.size() >= bytes.size() &&
+                after.compare(1000, bytes.size() - 1000, bytes, 1000) == 0);
+    if (g.refused != 0) {
+      EXPECT_EQ(0, saved);
+      EXPECT_EQ(g.refused, db.GetLastDBErrorMsgCode());
+      EXPECT_EQ(bytes.size(), after.size());
+      continue;
+    }
+    ASSERT_EQ(1, saved);
+    EXPECT_EQ(40, fresh.GetDBSlotIndex());
+    Focusable back(-1, nullptr);
+    back.SetDBSlotIndex(40);
+    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
+    EXPECT_EQ(CString("a title"), back.GetFieldString(4, 0));
+  }
+}
+
+TEST_F(DamagedFilesTest, RecordCountAtTheLimitStaysThere) {
+  std::string bytes = "[11:-1:4;2147483647;5;1;0;0;4]";
+  bytes.resize(999, '\0');
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes + "\n"));
+  AZeusDB db(root_.root(), "f", 10, 1);
+  Focusable fresh(4, nullptr);
+  fresh.SetValueStr(0, "R3_G9", 1);
+  ASSERT_EQ(1, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+  std::string after;
+  FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+  EXPECT_EQ(0, after.compare(0, 21, "[11:-1:4;2147483647;5")) << after.substr(0, 40);
+}
+
+TEST_F(DamagedFilesTest, NamesThatLeaveTheFolderAreRefused) {
+  ASSERT_EQ(1, FileSystem::CreateDirectory(root_.Path("in")));
+  for (const char* name : {"../x", "", ".", "..", "a/b", "x\x01y"}) {
+    SCOPED_TRACE(name);
+    AZeusDB db(root_.Path("in"), CString(name), 10, 0);
+    EXPECT_EQ(AZeusDB::kErrRead, db.openDB(0));
+    db.closeDB();
+    Focusable fresh(4, nullptr);
+    fresh.SetValueStr(0, "R3_G9", 1);
+    EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+    EXPECT_EQ(AZeusDB::kErrRead, db.GetLastDBErrorMsgCode());
+    EXPECT_EQ(-1, db.GetDBID());
+    db.clearDB();
+    db.deleteDB();
+  }
+  AZeusDB good(root_.Path("in"), "good", 10, 0);
+  ASSERT_EQ(0, good.openDB(0));
+  good.closeDB();
+  good.renameDB("../y", root_.Path("in"));
+  EXPECT_EQ(AZeusDB::kErrRead, good.GetLastDBErrorMsgCode());
+  EXPECT_EQ(root_.Path("in/good.kdb"), good.GetDBPath());
+  std::vector<std::string> made;
+  for (const char* path : {"x.kdb", "y.kdb", "in/.kdb", "in/..kdb", "in/...kdb", "in/a"}) {
+    if (FileSystem::Exists(root_.Path(path))) made.push_back(path);
+  }
+  EXPECT_EQ(std::vector<std::string>{}, made);
+  EXPECT_TRUE(FileSystem::Exists(root_.Path("in/good.kdb")));
 }
 
 TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {

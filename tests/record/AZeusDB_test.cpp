@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -359,6 +360,80 @@ TEST_F(AZeusDBTest, BatchWriteAndsResults) {
   batch[0]->SetValueStr(4, "again", 1);
   EXPECT_EQ(0, db_->writeFocusablesSlot(&batch, nullptr, nullptr));
   EXPECT_EQ(0, batch[0]->NeedToSave());
+}
+
+TEST_F(AZeusDBTest, OptimumLengthsAfterReopeningNeverCutAText) {
+  db_ = std::make_unique<AZeusDB>(root_.root(), "test", 10, 1);
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "abc"), nullptr, nullptr));
+  std::vector<Focusable*> full;  // relation 7 fills its sub-table
+  for (int i = 0; i < 40; ++i) full.push_back(NewRecord(7, "R5_G1", 1, nullptr));
+  ASSERT_EQ(1, db_->writeFocusablesSlot(&full, nullptr, nullptr));
+  // Reopened, only the statistics of relation 4 come back; the longer text
+  // needs a new sub-table of relation 7.
+  db_ = std::make_unique<AZeusDB>(root_.root(), "test", 10, 1);
+  const std::string longer(35, 'g');
+  Focusable* r = NewRecord(7, longer.c_str(), 1, nullptr);
+  r->SetDBSlotIndex(full[0]->GetDBSlotIndex());
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  AZeusDB again(root_.root(), "test", 10, 1);
+  Focusable* back = Blank();
+  back->SetDBSlotIndex(r->GetDBSlotIndex());
+  ASSERT_EQ(1, again.readFocusableSlot(back, nullptr, nullptr));
+  EXPECT_EQ(CString(longer.c_str()), back->GetFieldString(0, 0));
+}
+
+TEST_F(AZeusDBTest, RecordSavedAfterClearIsFoundAfterReopening) {
+  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "before"), nullptr, nullptr));
+  db_->clearDB();
+  Focusable* r = NewRecord(4, "R3_G2", 2, "after");
+  ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
+  EXPECT_EQ(0, r->GetDBSlotIndex());
+  AZeusDB again(root_.root(), "test", 10, 0);
+  Focusable* back = Blank();
+  back->SetDBSlotIndex(r->GetDBSlotIndex());
+  ASSERT_EQ(1, again.readFocusableSlot(back, nullptr, nullptr));
+  EXPECT_EQ(CString("after"), back->GetFieldString(4, 0));
+}
+
+TEST_F(AZeusDBTest, DatabaseIdOfAMissingFileMakesItAndRenameKeepsTheNewPath) {
+  EXPECT_EQ(-1, db_->GetDBID());
+  EXPECT_EQ(std::string("[11:-1:]") + std::string(991, '\0') + "\n", Bytes());
+  // The move is refused (the target exists), the new path is kept all the same.
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("taken.kdb"), "x"));
+  db_->renameDB("taken", root_.root());
+  EXPECT_EQ(root_.Path("taken.kdb"), db_->GetDBPath());
+}
+
+TEST_F(AZeusDBTest, HeaderAndDeleteWritesThatFailAreReported) {
+  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+  EXPECT_EQ(AZeusDB::kErrWrite, db_->openDB(0));  // the new file's header
+  db_->closeDB();
+  FaultInjection::DisarmAll();
+  ASSERT_EQ(1, FileSystem::DeleteFile(root_.Path("test.kdb")));
+  Focusable* kept = NewRecord(4, "R3_G1", 2, "kept");
+  ASSERT_EQ(1, db_->writeFocusableSlot(kept, nullptr, nullptr));
+  // A new sub-table reaches the file, the header written with it does not.
+  FaultInjection::Arm(FaultInjection::kWrite, 1, 1, "test.kdb");
+  EXPECT_EQ(0, db_->writeFocusableSlot(NewRecord(7, "R5_G1", 1, nullptr), nullptr, nullptr));
+  EXPECT_EQ(AZeusDB::kErrWrite, db_->GetLastDBErrorMsgCode());
+  FaultInjection::DisarmAll();
+  const std::vector<std::pair<const char*, std::function<void()>>> steps = {
+      {"delete", [&] { EXPECT_EQ(0, db_->deleteFocusableSlot(kept, nullptr, nullptr)); }},
+      {"set id", [&] { db_->SetDBID(5, 1); }},
+      {"update header", [&] { EXPECT_EQ(0, db_->updateDBHeader()); }},
+      {"clear", [&] { db_->clearDB(); }},
+  };
+  for (const auto& [what, step] : steps) {
+    SCOPED_TRACE(what);
+    Focusable* probe = Blank();
+    probe->SetDBSlotIndex(0);
+    db_->readFocusableSlot(probe, nullptr, nullptr);  // leaves the last error at 0
+    ASSERT_EQ(0, db_->GetLastDBErrorMsgCode());
+    FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+    step();
+    FaultInjection::DisarmAll();
+    EXPECT_EQ(AZeusDB::kErrWrite, db_->GetLastDBErrorMsgCode());
+  }
 }
 
 class AZeusDBConcurrencyTest : public AZeusDBTest {};
