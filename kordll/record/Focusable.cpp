@@ -853,9 +853,13 @@ CString Focusable::GetFieldString(int id, int) {
     return b->GetValue() != 0 ? CString(u"1") : CString(u"0");
   }
   if (auto* d = dynamic_cast<DoubleItem*>(item)) {
-    // Not stored back. A value still in text form is read first, so that
-    // what goes to disk is the value and not the unparsed placeholder.
-    return CString::Formatted(CString(u"%f"), ParsedDouble(d));
+    // Printed, never stored, and the item is left as it is: a value still in
+    // text form stays unparsed until a typed read. What is printed is the
+    // value that text stands for, so that a re-save writes the stored value
+    // and not the unparsed placeholder.
+    double value = d->GetValue();
+    if (value == 0.0 && !d->GetText().IsEmpty()) value = _wtof(d->GetText());
+    return CString::Formatted(CString(u"%f"), value);
   }
   return item->GetText();
 }

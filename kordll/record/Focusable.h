@@ -190,7 +190,8 @@ class Focusable {
   virtual void UpdateNeeded();
   // 55. The field as stored text: ints in decimal, dates as
   // "%m/%d/%y@%H:%M", doubles with six decimals, bools "1"/"0". Id 0 gives
-  // the GUID; an absent field "".
+  // the GUID; an absent field "". A double is printed, never stored, and a
+  // double still in text form is left unparsed.
   virtual CString GetFieldString(int id, int part);
   // 56. 0 without state, 1 without items, else the item count plus 1.
   virtual int GetFieldCount(int part);

@@ -251,7 +251,11 @@ TEST_F(FocusableTest, StoredNumbersAreParsedOnFirstTypedRead) {
   EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
   EXPECT_EQ(raw, 0.0);  // not parsed yet: the native value as it stands
   EXPECT_EQ(record.GetFieldString(6, 0), CString(u"3.500000"));  // written as its value
+  EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
+  EXPECT_EQ(raw, 0.0);  // printing it put nothing into the item
   EXPECT_EQ(record.GetFieldDouble(6), 3.5);
+  EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
+  EXPECT_EQ(raw, 3.5);  // a typed read does
   EXPECT_EQ(record.GetFieldInt(5), 12);
   EXPECT_EQ(record.GetFieldString(5, 0), CString(u"12abc"));  // unchanged text stands
   COleDateTime date = record.GetFieldDate(7);
