@@ -135,13 +135,31 @@ void ParseInto(Item* item, const CString& text) {
   }
 }
 
-// Writes value into an int or bool item, which hold the same native form.
-void SetIntLikeValue(Item* item, int value) {
-  if (item->IsBoolean()) {
-    static_cast<BoolItem*>(item)->SetValue(value);
+// The whole part of number, held to the int range; not a number gives 0.
+int WholePart(double number) {
+  if (!(number == number)) return 0;
+  if (number >= 2147483647.0) return 2147483647;
+  if (number <= -2147483648.0) return -2147483647 - 1;
+  return static_cast<int>(number);
+}
+
+// Writes a number into an existing typed item in that item's own native
+// form: an int or a flag takes the whole part, a double the number, a date
+// the number as its day count. Returns false for a string item, which has no
+// native form and takes the value's stored text instead.
+bool StoreNumber(Item* item, double number) {
+  if (auto* i = dynamic_cast<IntItem*>(item)) {
+    i->SetValue(WholePart(number));
+  } else if (auto* b = dynamic_cast<BoolItem*>(item)) {
+    b->SetValue(WholePart(number));
+  } else if (auto* d = dynamic_cast<DoubleItem*>(item)) {
+    d->SetValue(number);
+  } else if (auto* t = dynamic_cast<DateItem*>(item)) {
+    t->SetValue(COleDateTime(number));
   } else {
-    static_cast<IntItem*>(item)->SetValue(value);
+    return false;
   }
+  return true;
 }
 
 // Marks the native value of an item as not parsed yet.
@@ -193,21 +211,10 @@ bool Focusable::EnsureItemPlace(int id) {
 Item* Focusable::PrepareItemForSet(int id, int type) {
   if (!EnsureItemPlace(id)) return nullptr;
   Item*& slot = impl_->items[id - 1];
-  if (slot != nullptr) {
-    const int held = slot->GetItemTypeID();
-    if (held == type) return slot;
-    // A value is written into the item that is there, whatever its type.
-    // Int and bool items hold the same native form (an int), so either
-    // takes an int or a flag and keeps its own type.
-    const bool intLike = type == Item::kTypeInt || type == Item::kTypeBool;
-    if (intLike && (held == Item::kTypeInt || held == Item::kTypeBool)) return slot;
-  }
-  // An item whose native form differs (a caller mixing types for one field)
-  // is replaced rather than reinterpreted.
-  Item* fresh = Item::CreateTypedItem(type, CString());
-  if (fresh == nullptr) return nullptr;  // the pool is gone: store nothing
-  delete slot;
-  slot = fresh;
+  // An item that is there takes the value as it stands, whatever its type
+  // (the setter converts the value to the item's own form). Only a missing
+  // item is made, of the setter's type; null when its pool is gone.
+  if (slot == nullptr) slot = Item::CreateTypedItem(type, CString());
   return slot;
 }
 
@@ -1027,7 +1034,7 @@ int Focusable::SetValueInt(int id, int value, int markChanged) {
   if (impl_ == nullptr || id < 1) return 0;
   Item* item = PrepareItemForSet(id, Item::kTypeInt);
   if (item == nullptr) return 0;
-  SetIntLikeValue(item, value);
+  if (!StoreNumber(item, value)) item->SetText(CString::Formatted(CString(u"%d"), value));
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;
@@ -1035,9 +1042,9 @@ int Focusable::SetValueInt(int id, int value, int markChanged) {
 
 int Focusable::SetValueDouble(int id, double value, int markChanged) {
   if (impl_ == nullptr || id < 4) return 0;
-  auto* item = static_cast<DoubleItem*>(PrepareItemForSet(id, Item::kTypeDouble));
+  Item* item = PrepareItemForSet(id, Item::kTypeDouble);
   if (item == nullptr) return 0;
-  item->SetValue(value);
+  if (!StoreNumber(item, value)) item->SetText(CString::Formatted(CString(u"%f"), value));
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;
@@ -1045,9 +1052,13 @@ int Focusable::SetValueDouble(int id, double value, int markChanged) {
 
 int Focusable::SetValueDate(int id, COleDateTime value, int markChanged) {
   if (impl_ == nullptr || id < 2) return 0;
-  auto* item = static_cast<DateItem*>(PrepareItemForSet(id, Item::kTypeDate));
+  Item* item = PrepareItemForSet(id, Item::kTypeDate);
   if (item == nullptr) return 0;
-  item->SetValue(value);
+  if (auto* date = dynamic_cast<DateItem*>(item)) {
+    date->SetValue(value);
+  } else if (!StoreNumber(item, value.GetDATE())) {
+    item->SetText(value.Format(kStoredDateFormat));
+  }
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;
@@ -1057,7 +1068,7 @@ int Focusable::SetValueBOOL(int id, int value, int markChanged) {
   if (impl_ == nullptr || id < 4) return 0;
   Item* item = PrepareItemForSet(id, Item::kTypeBool);
   if (item == nullptr) return 0;
-  SetIntLikeValue(item, value);
+  if (!StoreNumber(item, value)) item->SetText(CString(value != 0 ? u"1" : u"0"));
   item->SetChanged(markChanged);
   if (markChanged != 0) impl_->changed = 1;
   return 1;

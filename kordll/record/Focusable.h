@@ -221,9 +221,12 @@ class Focusable {
   // 67. SetValue without pieces.
   virtual int SetValue_wStr(int id, int type, CString text);
   // 68-72. Typed writes. A missing item is made of the setter's type; an
-  // existing one takes the value as it stands, with no comparison (text
-  // into any item, an int or a flag into an int or bool item; an item of
-  // another native form is replaced). The item's changed flag becomes
+  // existing one takes the value as it stands, whatever its type, with no
+  // comparison, and keeps its type: text goes into any item; a number or a
+  // date goes into a typed item in that item's native form (an int or a
+  // flag the whole part, a double the number, a date the day count, and
+  // back), into a string item as its stored text. The item's text is not
+  // emptied. The item's changed flag becomes
   // markChanged; the record's is set if markChanged is not 0. 1 if stored,
   // else 0.
   virtual int SetValueStr(int id, CString text, int markChanged);

@@ -290,7 +290,7 @@ TEST_F(FocusableTest, ATextWithANulCharacterIsStoredWhole) {
   EXPECT_EQ(record.GetFieldString(6, 0).GetLength(), 5);
 }
 
-TEST_F(FocusableTest, IntAndFlagSettersWriteIntoEachOthersItems) {
+TEST_F(FocusableTest, TypedSettersWriteIntoAnItemOfAnotherTypeInItsOwnForm) {
   Focusable record(4, nullptr);
   record.SetValueBOOL(5, 1, 0);
   EXPECT_EQ(record.SetValueInt(5, 0, 1), 1);
@@ -302,10 +302,24 @@ TEST_F(FocusableTest, IntAndFlagSettersWriteIntoEachOthersItems) {
   record.SetValueInt(6, 40, 0);
   EXPECT_EQ(record.SetValueBOOL(6, 1, 0), 1);
   EXPECT_EQ(record.GetFieldInt(6), 1);  // still an int
-  // A value of another native form replaces the item.
-  EXPECT_EQ(record.SetValueDouble(6, 2.5, 0), 1);
-  EXPECT_EQ(record.GetFieldDouble(6), 2.5);
-  EXPECT_EQ(record.GetFieldInt(6), -1);
+  // The item that is there keeps its type and takes the value in its own
+  // form: an int the whole part, a double the number, a date the day count,
+  // a string item the stored text.
+  EXPECT_EQ(record.SetValueDouble(6, 2.5, 1), 1);
+  EXPECT_EQ(record.GetFieldInt(6), 2);
+  EXPECT_EQ(record.GetFieldDouble(6), 0.0);
+  record.SetValueDouble(7, 1.5, 0);
+  EXPECT_EQ(record.SetValueInt(7, 3, 1), 1);
+  EXPECT_EQ(record.GetFieldDouble(7), 3.0);
+  EXPECT_EQ(record.GetFieldString(7, 0), CString(u"3.000000"));
+  record.SetValueDate(8, COleDateTime(2001, 1, 1, 0, 0, 0), 0);
+  EXPECT_EQ(record.SetValueInt(8, 2, 1), 1);
+  EXPECT_EQ(record.GetFieldString(8, 0), CString(u"01/01/00@00:00"));
+  record.SetValueStr(9, CString(u"text"), 0);
+  EXPECT_EQ(record.SetValueDate(9, COleDateTime(2005, 11, 7, 21, 5, 0), 1), 1);
+  EXPECT_EQ(record.GetFieldString(9, 0), CString(u"11/07/05@21:05"));
+  EXPECT_EQ(record.GetFieldDate(9).GetStatus(), COleDateTime::invalid);
+  EXPECT_EQ(record.IsItemChanged(9, 0), 1);
 }
 
 TEST_F(FocusableTest, AbsurdFieldIdsStoreNothing) {
