@@ -94,11 +94,15 @@ int StringDB::createDB() {
     setError(kErrWrite);
     return kErrWrite;
   }
-  writeDBHeader();
-  file_->Flush();
-  if (open_count_ == 0) file_->Close();
   header_read_ = 1;
-  return 0;
+  // A header that does not reach the file is a failed creation.
+  int result = writeDBHeader();
+  if (result == 0 && !file_->Flush()) {
+    setError(kErrWrite);
+    result = kErrWrite;
+  }
+  if (open_count_ == 0) file_->Close();
+  return result;
 }
 
 void StringDB::clearDB() {
@@ -108,8 +112,7 @@ void StringDB::clearDB() {
   if (file_->Open(path_, SlotFile::kCreate, nullptr)) {
     header_read_ = 1;
     bad_geometry_ = 0;
-    writeDBHeader();
-    file_->Flush();
+    if (writeDBHeader() == 0 && !file_->Flush()) setError(kErrWrite);
   } else {
     setError(kErrWrite);
   }

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
 #include "tests/support/TempRoot.h"
 
@@ -195,6 +196,16 @@ TEST_F(StringDBTest, NamesThatLeaveTheFolderAreRefused) {
   EXPECT_FALSE(FileSystem::Exists(root_.Path("in.sdb")));
   EXPECT_FALSE(FileSystem::Exists(root_.Path("in/.sdb")));
   EXPECT_FALSE(FileSystem::Exists(root_.Path("in/a/b.sdb")));
+}
+
+TEST_F(StringDBTest, HeaderWritesThatFailAreReported) {
+  StringDB db(root_.root(), "texts", 30, 3);
+  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "texts.sdb");
+  EXPECT_EQ(8, db.openDB(0));  // the new file's header
+  db.closeDB();
+  db.clearDB();
+  FaultInjection::DisarmAll();
+  EXPECT_EQ(8, db.GetLastDBErrorMsgCode());
 }
 
 TEST(StringDBConcurrencyTest, ReservationsFromManyThreadsAreDistinct) {
