@@ -8,7 +8,9 @@
 // fixed English words ("Today @ 3:05 pm ( 1 Hour 30 Minutes Ago )").
 //
 // The stored shape of a date inside records is "%m/%d/%y@%H:%M", written by
-// DateTimeToSimpleString and read back by StringToDateTime(text, 0).
+// DateTimeToSimpleString and read back by StringToDateTime(text, 0). The
+// reading half and the stored shape are DateText's (kordll/core), which the
+// record core uses directly; the operations here forward to it.
 //
 // Several results are deliberately odd and are kept as they are, since
 // stored data and the applications rely on them; each is told at its
@@ -20,6 +22,7 @@
 #ifndef KORDLL_TOOLKIT_KORLANDATETIME_H_
 #define KORDLL_TOOLKIT_KORLANDATETIME_H_
 
+#include "kordll/core/DateText.h"
 #include "kordll/platform/COleDateTime.h"
 #include "kordll/platform/CString.h"
 
@@ -42,21 +45,11 @@ struct _struct_CALDAYINFO {
 
 class KorlanDateTime {
  public:
-  // What StringToDateTimeExplained found while reading a text.
-  struct ReadInfo {
-    // Which shape took the text: 0 the platform's plain reader, 1 to 10 the
-    // scanned forms in their order, -1 none (empty or unreadable text).
-    int form = -1;
-    // The zone word as scanned ("" when the shape has none).
-    CString zone_word;
-    // The zone triple after reading: whole hours, minutes, and 1 when the
-    // zone lies behind GMT (the offset is added to reach GMT), 0 ahead.
-    int zone_hours = 0;
-    int zone_minutes = 0;
-    int zone_west = 1;
-    // True when toLocal moved the date by the zone (zone hours non-zero).
-    bool zone_applied = false;
-  };
+  // What StringToDateTimeExplained found while reading a text: the form
+  // that took it (0 the platform's plain reader, 1 to 10 the scanned forms
+  // in their order, -1 none), the zone word and the zone triple after
+  // reading, and whether toLocal moved the date by the zone.
+  using ReadInfo = DateText::ReadInfo;
 
   KorlanDateTime() = default;
   KorlanDateTime(const KorlanDateTime&) = default;
