@@ -1,7 +1,7 @@
 #include "kordll/record/DateItem.h"
 
+#include "kordll/core/DateText.h"
 #include "kordll/record/ItemPool.h"
-#include "kordll/toolkit/KorlanDateTime.h"
 
 namespace kordll {
 
@@ -13,7 +13,7 @@ DateItem::DateItem(CString text) : Item(kTypeDate, std::move(text)) {
   if (text_.IsEmpty()) {
     value_.SetStatus(COleDateTime::invalid);  // not parsed yet
   } else {
-    value_ = KorlanDateTime::StringToDateTime(text_, 0);
+    value_ = DateText::StringToDateTime(text_, 0);
   }
 }
 
@@ -23,7 +23,7 @@ CString DateItem::GetItemString() {
   if (changed_ == 0 && (!text_.IsEmpty() || value_.GetStatus() == COleDateTime::invalid)) {
     return text_;
   }
-  text_ = KorlanDateTime::DateTimeToSimpleString(value_, 0);
+  text_ = DateText::DateTimeToSimpleString(value_);
   return text_;
 }
 
@@ -50,7 +50,7 @@ int DateItem::IsSame(Item* other) {
 
 COleDateTime DateItem::GetDateTime() {
   if (value_.GetStatus() == COleDateTime::invalid && !text_.IsEmpty()) {
-    value_ = KorlanDateTime::StringToDateTime(text_, 0);
+    value_ = DateText::StringToDateTime(text_, 0);
   }
   return value_;
 }

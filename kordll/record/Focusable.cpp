@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kordll/core/DateText.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CWinThread.h"
 #include "kordll/platform/Clock.h"
@@ -17,7 +18,6 @@
 #include "kordll/record/RegistryEntryPoints.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/SettingsEntryPoints.h"
-#include "kordll/toolkit/KorlanDateTime.h"
 
 namespace kordll {
 
@@ -129,7 +129,7 @@ void ParseInto(Item* item, const CString& text) {
   } else if (auto* d = dynamic_cast<DoubleItem*>(item)) {
     d->SetValue(_wtof(text));
   } else if (auto* t = dynamic_cast<DateItem*>(item)) {
-    t->SetValue(KorlanDateTime::StringToDateTime(text, 0));
+    t->SetValue(DateText::StringToDateTime(text, 0));
   } else if (auto* b = dynamic_cast<BoolItem*>(item)) {
     b->SetValue(text == CString(u"0") ? 0 : 1);
   }
