@@ -217,15 +217,26 @@ int GetMessage(MSG* msg) {
 }
 
 std::intptr_t DispatchMessage(const MSG& msg) {
-  if (msg.hwnd != 0) {
-    CWnd* wnd = FromHandle(msg.hwnd);
-    // Only the owning thread runs a target's handler.
-    if (!wnd || wnd->GetOwnerThreadId() != GetCurrentThreadId()) return 0;
-    return wnd->WindowProc(msg.message, msg.wParam, msg.lParam);
-  }
   CWinThread* thread = AfxGetThread();
-  if (!thread) return 0;
-  return thread->OnThreadMessage(msg.message, msg.wParam, msg.lParam);
+  try {
+    if (msg.hwnd != 0) {
+      CWnd* wnd = FromHandle(msg.hwnd);
+      // Only the owning thread runs a target's handler.
+      if (!wnd || wnd->GetOwnerThreadId() != GetCurrentThreadId()) return 0;
+      return wnd->WindowProc(msg.message, msg.wParam, msg.lParam);
+    }
+    if (!thread) return 0;
+    return thread->OnThreadMessage(msg.message, msg.wParam, msg.lParam);
+  } catch (...) {
+    // A handler that throws on a CWinThread ends that thread quietly (its
+    // thread function catches the exception). On any other thread the
+    // exception would come out into the application's own code through
+    // whatever call is pumping (PeekMessage, GetMessage, a SendMessage
+    // waiting for its reply): there the handler's answer is 0 and the
+    // thread goes on.
+    if (thread != nullptr) throw;
+    return 0;
+  }
 }
 
 int PumpMessage() {

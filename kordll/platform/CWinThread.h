@@ -173,7 +173,9 @@ int GetMessage(MSG* msg);
 // Hands a message to its handler on the calling thread: a target's
 // WindowProc (dropped if the target is gone), or the current CWinThread's
 // OnThreadMessage (dropped on a thread without one). Answers the handler's
-// result, or 0.
+// result, or 0. A handler that throws ends a CWinThread quietly; on any other
+// thread it answers 0 and nothing is thrown (so neither PeekMessage,
+// GetMessage nor a SendMessage waiting for its reply ever throws there).
 std::intptr_t DispatchMessage(const MSG& msg);
 // Takes and dispatches one message of the calling thread (waiting for one if
 // the queue is empty). 0 when the message was quit (18), else 1. On a thread

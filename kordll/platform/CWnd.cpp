@@ -121,8 +121,12 @@ std::intptr_t SendMessage(HWND hwnd, unsigned message, std::intptr_t wParam, std
   }
   if (target == MessageQueue::Current(false)) {
     // The owning thread: the handler runs at once, as a direct call.
-    CWnd* wnd = FromHandle(hwnd);
-    return wnd ? wnd->WindowProc(message, wParam, lParam) : 0;
+    MSG msg;
+    msg.hwnd = hwnd;
+    msg.message = message;
+    msg.wParam = wParam;
+    msg.lParam = lParam;
+    return DispatchMessage(msg);
   }
   // Another thread: queue it ahead of posted messages and wait for the
   // owner to run it. The sender needs a queue of its own to be answered on

@@ -46,8 +46,13 @@ bool IsExecutableFile(const std::string& path) {
 pid_t Start(const std::string& program, const std::string& argument) {
   posix_spawn_file_actions_t actions;
   if (posix_spawn_file_actions_init(&actions) != 0) return -1;
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+  // Without both actions the promise above would not hold: then the child
+  // is not started at all.
+  if (posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0) != 0 ||
+      posix_spawn_file_actions_addclosefrom_np(&actions, 3) != 0) {
+    posix_spawn_file_actions_destroy(&actions);
+    return -1;
+  }
   std::string program_copy = program;
   std::string argument_copy = argument;
   char* argv[] = {program_copy.data(), argument_copy.data(), nullptr};
@@ -65,8 +70,16 @@ int Wait(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Waits for the child on a thread of its own. When no thread can be made
+// (std::thread throws std::system_error) the child is waited for here and
+// now instead: the caller is held up, but no finished child lingers and
+// nothing is thrown at it.
 void ReapLater(pid_t pid) {
-  std::thread([pid] { Wait(pid); }).detach();
+  try {
+    std::thread([pid] { Wait(pid); }).detach();
+  } catch (...) {
+    Wait(pid);
+  }
 }
 
 }  // namespace
@@ -122,6 +135,14 @@ CString DesktopHost::OpenableTarget(const CString& file, intptr_t* answer) {
 
 intptr_t DesktopHost::ShellExecute(const CString& operation, const CString& file, const CString&,
                                    const CString&, int) {
+  try {
+    return Open(operation, file);
+  } catch (...) {  // no memory for the texts: the opener was not started
+    return SE_ERR_NOASSOC;
+  }
+}
+
+intptr_t DesktopHost::Open(const CString& operation, const CString& file) {
   if (!operation.IsEmpty() && operation.CompareNoCase("open") != 0 &&
       operation.CompareNoCase("explore") != 0) {
     return SE_ERR_NOASSOC;
@@ -139,6 +160,14 @@ intptr_t DesktopHost::ShellExecute(const CString& operation, const CString& file
 }
 
 int DesktopHost::PlaySound(const CString& path, unsigned flags) {
+  try {
+    return Play(path, flags);
+  } catch (...) {  // no memory for the texts: nothing was played
+    return 0;
+  }
+}
+
+int DesktopHost::Play(const CString& path, unsigned flags) {
   if (path.IsEmpty() || !FileSystem::IsFile(path)) return 0;
   std::string argument;
   if (!FileSystem::ToSystemPath(path, &argument)) return 0;

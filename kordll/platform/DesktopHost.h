@@ -21,8 +21,9 @@
 // PATH ("paplay", "pw-play", "aplay"), again without a shell: with SND_ASYNC
 // it returns once the player is started, otherwise when it has finished.
 //
-// Thread-safe. Players and openers that are started are waited for by a
-// detached thread, so that no finished child lingers.
+// Thread-safe, and neither call throws. Players and openers that are started
+// are waited for by a detached thread, so that no finished child lingers
+// (when no thread can be made, the call waits for the child itself).
 
 #ifndef KORDLL_PLATFORM_DESKTOPHOST_H_
 #define KORDLL_PLATFORM_DESKTOPHOST_H_
@@ -55,6 +56,10 @@ class DesktopHost : public HeadlessHost {
   static CString FindProgram(const CString& name);
 
  private:
+  // The two calls above without their guard against exceptions.
+  intptr_t Open(const CString& operation, const CString& file);
+  int Play(const CString& path, unsigned flags);
+
   const CString opener_;
   const std::vector<CString> players_;
 };

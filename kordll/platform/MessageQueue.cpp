@@ -150,8 +150,9 @@ bool MessageQueue::RunSentLocked(std::unique_lock<std::mutex>& lock) {
     sent_.pop_front();
     lock.unlock();
     // The handler runs without the queue's lock: it may post to this queue
-    // or send to another thread. A handler that throws still answers its
-    // sender (with 0) before the exception goes on to end this thread.
+    // or send to another thread. DispatchMessage throws only on a
+    // CWinThread, whose thread the exception then ends; the sender is still
+    // answered (with 0) first.
     std::intptr_t result = 0;
     try {
       result = DispatchMessage(sent->msg);

@@ -93,7 +93,10 @@ class MessageQueue : public std::enable_shared_from_this<MessageQueue> {
   // untouched). Any thread.
   int PostSent(const std::shared_ptr<Sent>& sent);
 
-  // The reading side: the owning thread only.
+  // The reading side: the owning thread only. Sent messages run through
+  // DispatchMessage, so a handler that throws is answered with 0 and nothing
+  // comes out of these calls, except on a CWinThread, whose thread the
+  // exception ends.
   //
   // Runs every waiting sent message, raises the thread's due timers, then
   // looks at the first posted message (or the quit request, as message 18).

@@ -5,12 +5,15 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "kordll/platform/CWnd.h"
 
 namespace kordll {
 namespace {
@@ -315,6 +318,87 @@ TEST(CWinThreadTest, HandlerExceptionEndsTheThreadQuietly) {
   ASSERT_EQ(1, thread->WaitForExit(20000));
   EXPECT_EQ(0xFFFFFFFFu, thread->GetExitCode());
   EXPECT_EQ(0, thread->PostThreadMessage(2, 0, 0));
+}
+
+// On a thread of the application's own (no CWinThread), a handler that
+// throws is answered with 0 and the thread goes on: the exception never comes
+// out of PeekMessage, GetMessage, SendMessage's wait or DispatchMessage.
+TEST(CWinThreadTest, HandlerExceptionsStayInsideOnAPlainThread) {
+  class Throwing : public CWnd {
+   public:
+    intptr_t WindowProc(unsigned message, intptr_t, intptr_t) override {
+      if (message == 3) return 33;
+      throw std::runtime_error("x");
+    }
+  };
+  // A window on a CWinThread that, asked with 5, sends 2 back to `target`
+  // while its sender waits for the reply.
+  class Echo : public CWnd {
+   public:
+    std::atomic<HWND> target{0};
+    intptr_t WindowProc(unsigned message, intptr_t, intptr_t) override {
+      return message == 5 ? kordll::SendMessage(target.load(), 2, 0, 0) + 7 : 0;
+    }
+  };
+  class EchoOwner : public CWinThread {
+   public:
+    EchoOwner() { m_bAutoDelete = 0; }
+    int InitInstance() override {
+      echo.Create();
+      ready.set_value(echo.GetSafeHwnd());
+      return 1;
+    }
+    Echo echo;
+    std::promise<HWND> ready;
+  };
+  EchoOwner owner;
+  std::future<HWND> echo_hwnd = owner.ready.get_future();
+  ASSERT_EQ(1, owner.CreateThread());
+  const HWND echo = echo_hwnd.get();
+
+  std::promise<HWND> made;
+  std::future<HWND> made_hwnd = made.get_future();
+  std::atomic<bool> answered{false};
+  intptr_t sent_result = -1;
+  std::thread sender;
+  std::thread plain([&] {
+    Throwing wnd;
+    ASSERT_EQ(1, wnd.Create());
+    made.set_value(wnd.GetSafeHwnd());
+    MSG msg;
+    // A sent message run by PeekMessage.
+    while (!answered.load()) {
+      EXPECT_NO_THROW(PeekMessage(&msg, kPeekNoRemove));
+      Sleep(1);
+    }
+    // A sent message run while GetMessage waits for the posted 3.
+    int got = -1;
+    EXPECT_NO_THROW(got = GetMessage(&msg));
+    EXPECT_EQ(1, got);
+    EXPECT_EQ(3u, msg.message);
+    // A posted message dispatched by the thread itself, and its own send.
+    ASSERT_EQ(1, PostMessage(wnd.GetSafeHwnd(), 4, 0, 0));
+    ASSERT_EQ(1, PeekMessage(&msg, kPeekRemove));
+    EXPECT_NO_THROW(EXPECT_EQ(0, DispatchMessage(msg)));
+    EXPECT_NO_THROW(EXPECT_EQ(0, wnd.SendMessage(4, 0, 0)));
+    // A message sent to this thread while it waits for its own reply.
+    owner.echo.target = wnd.GetSafeHwnd();
+    intptr_t echoed = -1;
+    EXPECT_NO_THROW(echoed = SendMessage(echo, 5, 0, 0));
+    EXPECT_EQ(7, echoed);
+  });
+  const HWND hwnd = made_hwnd.get();
+  sender = std::thread([&] {
+    sent_result = SendMessage(hwnd, 1, 0, 0);
+    answered = true;
+    EXPECT_EQ(0, SendMessage(hwnd, 2, 0, 0));
+    EXPECT_EQ(1, PostMessage(hwnd, 3, 0, 0));
+  });
+  plain.join();
+  sender.join();
+  EXPECT_EQ(0, sent_result);
+  ASSERT_EQ(1, owner.PostThreadMessage(kMsgQuit, 0, 0));
+  ASSERT_EQ(1, owner.WaitForExit(20000));
 }
 
 TEST(CWinThreadConcurrencyTest, EachSendersOrderIsKept) {
