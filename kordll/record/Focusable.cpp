@@ -254,6 +254,57 @@ PrintTemplate* Focusable::PrintFocusableBackup() {
   return RelationsEntryPoints::Get()->PrintFocusableBackup(this);
 }
 
+int Focusable::BeginPrint(PrintHold* hold) {
+  hold->loaded = false;
+  hold->found.clear();
+  if (impl_ == nullptr) return 0;
+  if (IsFullyLoaded(0)) return 1;
+  CSingleLock lock(impl_->lock);
+  if (impl_->fullyLoaded) return 1;
+  if (impl_->database == nullptr || impl_->deleted) return 0;
+  // The read goes into an empty array, so that what the record holds is not
+  // overwritten by what is on disk.
+  hold->found.swap(impl_->items);
+  if (impl_->database->readFocusableSlot(this, nullptr, nullptr) != 1) {
+    impl_->DeleteItems();
+    impl_->items.swap(hold->found);
+    hold->found.clear();
+    impl_->fullyLoaded = 0;
+    return 0;
+  }
+  std::vector<Item*>& items = impl_->items;
+  if (items.size() < hold->found.size()) items.resize(hold->found.size(), nullptr);
+  for (size_t i = 0; i < hold->found.size(); ++i) {
+    if (hold->found[i] == nullptr) continue;
+    delete items[i];
+    items[i] = hold->found[i];
+  }
+  ++impl_->referenceCount;
+  hold->loaded = true;
+  return 1;
+}
+
+void Focusable::EndPrint(PrintHold* hold) {
+  if (impl_ == nullptr || !hold->loaded) return;
+  hold->loaded = false;
+  CSingleLock lock(impl_->lock);
+  if (impl_->referenceCount > 0) --impl_->referenceCount;
+  if (impl_->referenceCount == 0) {
+    // Only the items read for the print go.
+    std::vector<Item*>& items = impl_->items;
+    for (size_t i = 0; i < items.size(); ++i) {
+      const bool found = i < hold->found.size() && hold->found[i] != nullptr;
+      if (!found) {
+        delete items[i];
+        items[i] = nullptr;
+      }
+    }
+    if (items.size() > hold->found.size()) items.resize(hold->found.size());
+    impl_->fullyLoaded = 0;
+  }
+  hold->found.clear();
+}
+
 std::vector<int>* Focusable::GetHeaderPossessors() {
   return impl_ != nullptr ? impl_->headerPossessors : nullptr;
 }

@@ -291,6 +291,24 @@ class Focusable {
   // Users of the body (0 without state).
   int GetReferenceCount();
 
+  // Printing leaves a record as it was found and saves nothing. What a
+  // print took, so that EndPrint can give it back.
+  struct PrintHold {
+    bool loaded = false;       // BeginPrint read the body and reserved it
+    std::vector<Item*> found;  // the items the record held before, by place
+  };
+  // Makes the whole body readable for a print. A fully loaded record is
+  // used as it is. Otherwise the body is read and reserved, and the items
+  // the record already held (changes not saved yet among them) stand over
+  // what is read. 1 when the body is there; 0 when it cannot be read (the
+  // record is then unchanged).
+  int BeginPrint(PrintHold* hold);
+  // Gives back what BeginPrint took, without saving and without deleting
+  // the record: the reservation goes, and unless somebody else reserved
+  // the body meanwhile, the items read for the print go too and the
+  // record is header only again, holding just what it held before.
+  void EndPrint(PrintHold* hold);
+
   // The record of a GUID, from its controller; not reserved. Null for a
   // malformed GUID or without the controller.
   static Focusable* GetFocusable_wGUID(CString guid);

@@ -30,23 +30,6 @@ constexpr int kFileRelation = 18;
 constexpr char16_t kCDataOpen[] = u"<![CDATA[";
 constexpr char16_t kCDataClose[] = u"]]>";
 
-// Brings the record's body in for printing. Returns false when it cannot be
-// read. *release is set when this call took a reservation that it must give
-// back, which is only done when somebody else already held the record (a
-// body user, a controller holding the header, or the controller it came
-// from): the release that leaves a record nobody holds deletes it, and the
-// caller of a print goes on using the record afterwards. A record nobody
-// held stays loaded and reserved; it belongs to its creator, who deletes it
-// directly.
-bool LoadForPrint(Focusable* record, bool* release) {
-  *release = false;
-  if (record->IsFullyLoaded(0)) return true;
-  const bool heldBefore = record->IsInUse() != 0 || record->GetOriginedResourceControllerID() != -1;
-  if (!record->LoadFocusable(nullptr)) return false;
-  *release = heldBefore;
-  return true;
-}
-
 // Splits at the first two "|": URL, length, and the rest as MIME type.
 // Empty parts stay (an empty URL part must be seen as empty).
 void SplitEnclosure(const CString& value, CString* url, CString* length, CString* type) {
@@ -153,8 +136,9 @@ CString Relation::FormatByteSize(long long bytes) {
 
 PrintTemplate* Relation::PrintFocusableBackup(Focusable* record) const {
   if (record == nullptr) return nullptr;
-  bool release = false;
-  if (!LoadForPrint(record, &release)) return nullptr;
+  // The print leaves the record as it found it and saves nothing.
+  Focusable::PrintHold hold;
+  if (!record->BeginPrint(&hold)) return nullptr;
 
   PrintTemplate* printed = PrintTemplate::GeneratePrintTemplate(CString::Formatted("R%d", id_));
   if (printed != nullptr) {
@@ -183,14 +167,15 @@ PrintTemplate* Relation::PrintFocusableBackup(Focusable* record) const {
                       CString::Formatted("%d:%d", db->GetDBID(), record->GetDBSlotIndex()), 0);
     }
   }
-  if (release) record->Release();
+  record->EndPrint(&hold);
   return printed;
 }
 
 PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const {
   if (record == nullptr) return nullptr;
-  bool release = false;
-  if (!LoadForPrint(record, &release)) return nullptr;
+  // The print leaves the record as it found it and saves nothing.
+  Focusable::PrintHold hold;
+  if (!record->BeginPrint(&hold)) return nullptr;
 
   PrintTemplate* printed = PrintTemplate::GeneratePrintTemplate(name_);
   if (printed != nullptr) {
@@ -246,7 +231,7 @@ PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const 
                           CString(record->IsFocusableDeleted() ? "true" : "false"));
     printed->SetAttribute_wInt(CString(u"statusvalue"), status);
   }
-  if (release) record->Release();
+  record->EndPrint(&hold);
   return printed;
 }
 

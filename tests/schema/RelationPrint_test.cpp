@@ -343,15 +343,36 @@ TEST_F(RelationPrintStoredTest, HeldRecordIsLoadedPrintedAndReleasedAgain) {
   EXPECT_EQ(record->ReleaseHeader(3), 1);  // the last holder deletes it
 }
 
-TEST_F(RelationPrintStoredTest, RecordNobodyHoldsStaysLoadedForItsCreator) {
+TEST_F(RelationPrintStoredTest, RecordNobodyHoldsIsPrintedAndLeftAsFound) {
   Focusable* record = HeaderOnly();
   Printed printed(Rel(4)->DecorateFocusable(record, 1));
   ASSERT_NE(printed, nullptr);
   EXPECT_EQ(TagValue(printed.get(), "guid"), "-1:R3_G7");
-  // Releasing would have deleted the record under the caller; it stays.
-  EXPECT_EQ(record->GetReferenceCount(), 1);
-  EXPECT_EQ(record->IsFullyLoaded(0), 1);
+  // Still there for its creator, with no reference and no body.
+  EXPECT_EQ(record->GetReferenceCount(), 0);
+  EXPECT_EQ(record->IsFullyLoaded(0), 0);
   delete record;
+}
+
+TEST_F(RelationPrintStoredTest, PrintingShowsPendingChangesAndSavesNothing) {
+  Focusable* record = HeaderOnly();
+  record->ReserveHeader(3);
+  record->SetFocusableStatus(2);  // changed in memory, not saved yet
+  Printed decorated(Rel(4)->DecorateFocusable(record, 1));
+  ASSERT_NE(decorated, nullptr);
+  EXPECT_EQ(RootAttribute(decorated.get(), "statusvalue"), "2");
+  EXPECT_EQ(TagValue(decorated.get(), "title"), "<![CDATA[A & B <i>]]>");
+  Printed backup(Rel(4)->PrintFocusableBackup(record));
+  ASSERT_NE(backup, nullptr);
+  EXPECT_EQ(record->GetReferenceCount(), 0);
+  EXPECT_EQ(record->IsFullyLoaded(0), 0);
+  EXPECT_EQ(record->GetFieldInt(1), 2);
+  EXPECT_EQ(record->NeedToSave(), 1);
+  Focusable stored(4, db_.get());
+  stored.SetDBSlotIndex(slot_);
+  ASSERT_EQ(stored.LoadFocusable(nullptr), 1);
+  EXPECT_EQ(stored.GetFieldInt(1), 17);
+  EXPECT_EQ(record->ReleaseHeader(3), 1);
 }
 
 TEST_F(RelationPrintStoredTest, RecordWhoseSlotIsGonePrintsNothing) {
