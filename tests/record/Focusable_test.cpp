@@ -728,6 +728,14 @@ TEST_F(FocusableTest, ASaveCutShortInAFieldWriteAnswersOneAndTheNextSaveRetries)
     check.SetDBSlotIndex(post.GetDBSlotIndex());
     ASSERT_EQ(check.LoadFocusable(nullptr), 1);
     EXPECT_EQ(check.GetPostTitle(), CString(u"second"));
+
+    // A record never stored reads its status and dates from itself only:
+    // the file is not scanned and no stored record's slot is taken over.
+    Focusable fresh(4, &db);
+    EXPECT_EQ(fresh.GetFocusableStatus(), 0);
+    EXPECT_EQ(fresh.GetReceiveDateTime().GetStatus(), COleDateTime::invalid);
+    EXPECT_EQ(fresh.GetDBSlotIndex(), -1);
+    EXPECT_EQ(fresh.GetGUID(), CString());
   }
   RelationsEntryPoints::ClearTemplates();
 }
