@@ -507,10 +507,32 @@ void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
     // as long as the precision is bounded; precision is capped to keep it so.
     char buf[400];
     const int capped = std::min(precision, 40);
-    auto res = std::to_chars(buf, buf + sizeof(buf), magnitude, fmt,
-                             lower == 'g' && capped == 0 ? 1 : capped);
-    digits.assign(buf, res.ptr);
-    if (cv.alt && lower == 'f' && capped == 0) digits.push_back('.');
+    if (cv.alt && lower == 'g') {
+      // "%#g" keeps the trailing zeros of its significant digits: choose the
+      // form as %g does (from the exponent %e would print) and print it with
+      // the digits that form needs, without the trimming of %g.
+      const int significant = capped == 0 ? 1 : capped;
+      auto sci = std::to_chars(buf, buf + sizeof(buf), magnitude, std::chars_format::scientific,
+                               significant - 1);
+      const char* e = std::find(buf, sci.ptr, 'e');
+      const int exponent = e == sci.ptr ? 0 : std::atoi(e + 1);
+      if (exponent < -4 || exponent >= significant) {
+        digits.assign(buf, sci.ptr);
+      } else {
+        auto res = std::to_chars(buf, buf + sizeof(buf), magnitude, std::chars_format::fixed,
+                                 significant - 1 - exponent);
+        digits.assign(buf, res.ptr);
+      }
+    } else {
+      auto res = std::to_chars(buf, buf + sizeof(buf), magnitude, fmt,
+                               lower == 'g' && capped == 0 ? 1 : capped);
+      digits.assign(buf, res.ptr);
+    }
+    // The alternate form always shows the decimal point.
+    if (cv.alt && digits.find('.') == std::string::npos) {
+      const size_t at = digits.find('e');
+      digits.insert(at == std::string::npos ? digits.size() : at, 1, '.');
+    }
   }
   if (std::isupper(static_cast<unsigned char>(conv))) {
     for (char& c : digits) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));

@@ -172,6 +172,9 @@ TEST(CStringFormat, WidthPrecisionAndFlagsAsPrintf) {
       {CString::Formatted(u"[%*.*f|%.*f|%3c]", 8, 2, 3.14159, -1, 1.5, u'x'),
        u"[    3.14|1.500000|  x]"},
       {CString::Formatted(u"\u00E9%d\u00E9", 5), u"\u00E95\u00E9"},
+      {CString::Formatted(u"[%#.3g|%#g|%#.0e|%#.0f|%#.2g|%#.3g]", 1.0, 0.0001, 2.0, 3.0, 123456.0,
+                          0.00001234),
+       u"[1.00|0.000100000|2.e+00|3.|1.2e+05|1.23e-05]"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.got.ToUtf8(), CString(c.want).ToUtf8());
 }
