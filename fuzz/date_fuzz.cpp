@@ -52,7 +52,7 @@ void Tell(const COleDateTime& d) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A fixed "now", so that a failing input fails the same way every time.
   static kordll::ManualClock clock(COleDateTime(2010, 6, 15, 15, 5, 0));
-  static bool installed = (kordll::Clock::SetForTesting(&clock), true);
+  static bool installed = (kordll::Env::SetForTesting(&clock), true);
   (void)installed;
 
   CString text;

@@ -1,12 +1,9 @@
 #include "kordll/platform/Clock.h"
 
-#include <time.h>
-
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <thread>
 
 #include "kordll/platform/TimeZone.h"
 
@@ -29,73 +26,6 @@ int64_t ToMillis(const COleDateTime& date) {
   return static_cast<int64_t>(ms < 0 ? ms - 0.5 : ms + 0.5);
 }
 
-COleDateTime FromTm(const struct tm& t, long ms) {
-  // A leap second reads as the last second of its minute.
-  int second = t.tm_sec > 59 ? 59 : t.tm_sec;
-  COleDateTime date(t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, second);
-  return date + COleDateTimeSpan(static_cast<double>(ms) / kMillisPerDay);
-}
-
-// The machine's clock.
-class SystemClock : public ClockSource {
- public:
-  COleDateTime LocalNow() override {
-    // localtime_r need not read TZ by itself; make sure the zone was read
-    // once. ScopedTimeZone reads it again whenever it changes TZ.
-    static std::once_flag once;
-    std::call_once(once, [] { tzset(); });
-    time_t seconds;
-    long ms;
-    ReadSystemTime(&seconds, &ms);
-    struct tm t;
-    if (localtime_r(&seconds, &t) == nullptr) return UtcNow();
-    return FromTm(t, ms);
-  }
-
-  COleDateTime UtcNow() override {
-    time_t seconds;
-    long ms;
-    ReadSystemTime(&seconds, &ms);
-    struct tm t;
-    if (gmtime_r(&seconds, &t) == nullptr) {
-      COleDateTime bad;
-      bad.SetStatus(COleDateTime::invalid);
-      return bad;
-    }
-    return FromTm(t, ms);
-  }
-
-  int64_t MonotonicMillis() override {
-    auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(since).count();
-  }
-
-  void SleepMillis(int64_t ms) override {
-    if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-  }
-
- private:
-  static void ReadSystemTime(time_t* seconds, long* ms) {
-    auto now = std::chrono::system_clock::now();
-    auto whole = std::chrono::floor<std::chrono::seconds>(now);
-    *seconds = std::chrono::system_clock::to_time_t(whole);
-    *ms = static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(now - whole).count());
-  }
-};
-
-SystemClock& TheSystemClock() {
-  static SystemClock* clock = new SystemClock();  // never destroyed: used at exit
-  return *clock;
-}
-
-std::atomic<ClockSource*> g_source{nullptr};
-
-ClockSource& Source() {
-  ClockSource* source = g_source.load(std::memory_order_acquire);
-  return source != nullptr ? *source : TheSystemClock();
-}
-
 // Listeners run while listener_mutex is held, so that RemoveListener can
 // promise that a removed listener is no longer running.
 struct Listeners {
@@ -111,20 +41,19 @@ Listeners& TheListeners() {
 
 }  // namespace
 
-COleDateTime Clock::Now() { return Source().LocalNow(); }
+COleDateTime Clock::Now() { return Env::Current()->LocalNow(); }
 
-COleDateTime Clock::NowUtc() { return Source().UtcNow(); }
+COleDateTime Clock::NowUtc() { return Env::Current()->UtcNow(); }
 
-int64_t Clock::MonotonicMillis() { return Source().MonotonicMillis(); }
+int64_t Clock::MonotonicMillis() { return Env::Current()->MonotonicMillis(); }
 
 void Clock::SleepMillis(int64_t ms) {
-  if (ms > 0) Source().SleepMillis(ms);
+  if (ms > 0) Env::Current()->SleepMillis(ms);
 }
 
-ClockSource* Clock::SetForTesting(ClockSource* source) {
-  ClockSource* previous = g_source.exchange(source, std::memory_order_acq_rel);
-  NotifyListeners();
-  return previous;
+bool Clock::WaitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                      int64_t deadline_ms) {
+  return Env::Current()->WaitUntil(cv, lock, deadline_ms);
 }
 
 int Clock::AddListener(std::function<void()> fn) {
@@ -155,9 +84,15 @@ void Clock::NotifyListeners() {
 ManualClock::ManualClock() : ManualClock(COleDateTime(2000, 1, 1, 0, 0, 0)) {}
 
 ManualClock::ManualClock(const COleDateTime& local_now)
-    : local_ms_(ToMillis(local_now.GetStatus() == COleDateTime::valid
+    : EnvWrapper(Env::Current()),
+      local_ms_(ToMillis(local_now.GetStatus() == COleDateTime::valid
                              ? local_now
                              : COleDateTime(2000, 1, 1, 0, 0, 0))) {}
+
+ManualClock::~ManualClock() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  waiter_left_.wait(lock, [this] { return waiters_.empty(); });
+}
 
 COleDateTime ManualClock::LocalNow() {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -175,11 +110,32 @@ int64_t ManualClock::MonotonicMillis() {
 
 void ManualClock::SleepMillis(int64_t ms) { Advance(ms); }
 
+bool ManualClock::WaitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                            int64_t deadline_ms) {
+  // Long enough not to spin, short enough that a missed wake costs little.
+  constexpr auto kSlice = std::chrono::milliseconds(5);
+  {
+    std::lock_guard<std::mutex> l(mutex_);
+    if (deadline_ms >= 0 && monotonic_ms_ >= deadline_ms) return true;
+    waiters_.push_back(&cv);
+  }
+  cv.wait_for(lock, kSlice);
+  std::lock_guard<std::mutex> l(mutex_);
+  waiters_.erase(std::find(waiters_.begin(), waiters_.end(), &cv));
+  waiter_left_.notify_all();
+  return deadline_ms >= 0 && monotonic_ms_ >= deadline_ms;
+}
+
+void ManualClock::WakeWaiters() {
+  for (std::condition_variable* cv : waiters_) cv->notify_all();
+}
+
 void ManualClock::SetLocalNow(const COleDateTime& local_now) {
   if (local_now.GetStatus() != COleDateTime::valid) return;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     local_ms_ = ToMillis(local_now);
+    WakeWaiters();
   }
   Clock::NotifyListeners();
 }
@@ -190,20 +146,21 @@ void ManualClock::Advance(int64_t ms) {
     std::lock_guard<std::mutex> lock(mutex_);
     local_ms_ += ms;
     monotonic_ms_ += ms;
+    WakeWaiters();
   }
   Clock::NotifyListeners();
 }
 
 // ---- ScopedManualClock -----------------------------------------------------------
 
-ScopedManualClock::ScopedManualClock() : previous_(Clock::SetForTesting(&clock_)) {}
+ScopedManualClock::ScopedManualClock() : installed_(&clock_) {}
 
 ScopedManualClock::ScopedManualClock(const COleDateTime& local_now)
-    : clock_(local_now), previous_(Clock::SetForTesting(&clock_)) {}
+    : clock_(local_now), installed_(&clock_) {}
 
 ScopedManualClock::ScopedManualClock(int year, int month, int day, int hour, int minute, int second)
     : ScopedManualClock(COleDateTime(year, month, day, hour, minute, second)) {}
 
-ScopedManualClock::~ScopedManualClock() { Clock::SetForTesting(previous_); }
+ScopedManualClock::~ScopedManualClock() = default;
 
 }  // namespace kordll

@@ -2,14 +2,12 @@
 //
 // Every reading of the current time goes through Clock: the local date of
 // COleDateTime::GetCurrentTime, the universal time, and a monotonic count of
-// milliseconds for timers and bounded waits. By default Clock reads the
-// machine. A test installs a ManualClock (most simply through
-// ScopedManualClock) and moves it by hand, so that "tomorrow" or "fifteen
-// seconds later" costs no waiting.
+// milliseconds for timers and bounded waits. Clock asks the installed Env
+// (Env.h), which by default reads the machine. A test installs a ManualClock
+// (most simply through ScopedManualClock) and moves it by hand, so that
+// "tomorrow" or "fifteen seconds later" costs no waiting.
 //
-// Thread safety: every static function may be called from any thread. The
-// installed source is swapped atomically; a ClockSource must stay alive
-// while it is installed.
+// Thread safety: every static function may be called from any thread.
 
 #ifndef KORDLL_PLATFORM_CLOCK_H_
 #define KORDLL_PLATFORM_CLOCK_H_
@@ -17,25 +15,12 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <vector>
 
 #include "kordll/platform/COleDateTime.h"
+#include "kordll/platform/Env.h"
 
 namespace kordll {
-
-// Where the time comes from. Implementations must be thread-safe.
-class ClockSource {
- public:
-  virtual ~ClockSource() = default;
-  // The local wall-clock date and time now (daylight saving as the machine
-  // applies it).
-  virtual COleDateTime LocalNow() = 0;
-  // Coordinated universal time now.
-  virtual COleDateTime UtcNow() = 0;
-  // Milliseconds from an arbitrary fixed start; never goes backwards.
-  virtual int64_t MonotonicMillis() = 0;
-  // Lets the calling thread pass the given milliseconds of this clock's time.
-  virtual void SleepMillis(int64_t ms) = 0;
-};
 
 class Clock {
  public:
@@ -52,11 +37,11 @@ class Clock {
   // machine's clock the thread sleeps; on a ManualClock the clock moves
   // forward by ms at once, so loops bounded by clock time end without delay.
   static void SleepMillis(int64_t ms);
-
-  // Installs source as the clock of the whole process and returns the one
-  // it replaces (nullptr when the machine's clock was in use). nullptr
-  // restores the machine's clock. The caller keeps ownership of both.
-  static ClockSource* SetForTesting(ClockSource* source);
+  // Waits on cv (lock held) until notified or until MonotonicMillis reaches
+  // deadline_ms (never, when negative); see Env::WaitUntil. Moving a
+  // ManualClock wakes the waiter. Answers true once the deadline has passed.
+  static bool WaitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                        int64_t deadline_ms);
 
   // Registers fn to be called after the installed clock is replaced or a
   // ManualClock moves, so that a thread waiting for a point in clock time can
@@ -71,20 +56,29 @@ class Clock {
   static void NotifyListeners();
 };
 
-// A clock that moves only when told to. Local time starts at the date given
-// (or 1 January 2000 00:00:00) and the monotonic count at 0. Universal time is
-// local time moved by the machine's standard-time bias (TimeZone::GetBias).
+// An Env whose clock moves only when told to; everything else goes to the
+// Env that was installed when it was made. Local time starts at the date
+// given (or 1 January 2000 00:00:00) and the monotonic count at 0. Universal
+// time is local time moved by the standard-time bias (TimeZone::GetBias).
 // Thread-safe.
-class ManualClock : public ClockSource {
+class ManualClock : public EnvWrapper {
  public:
   ManualClock();
   explicit ManualClock(const COleDateTime& local_now);
+  // Waits until no thread is inside WaitUntil.
+  ~ManualClock() override;
 
   COleDateTime LocalNow() override;
   COleDateTime UtcNow() override;
   int64_t MonotonicMillis() override;
   // Advances the clock by ms, as Advance does.
   void SleepMillis(int64_t ms) override;
+  // Waits for a notification of cv or for Advance; see Env::WaitUntil. A
+  // wait also ends after a few milliseconds of machine time, since a move of
+  // the clock just before the wait began cannot be seen otherwise; callers
+  // look again in any case.
+  bool WaitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                 int64_t deadline_ms) override;
 
   // Sets the local date and time (to the millisecond); the monotonic count
   // does not change. An invalid or null date is ignored.
@@ -95,10 +89,16 @@ class ManualClock : public ClockSource {
   void AdvanceSeconds(int64_t seconds) { Advance(seconds * 1000); }
 
  private:
+  void WakeWaiters();  // REQUIRES: mutex_ held
+
   std::mutex mutex_;
   // State below is protected by mutex_.
   int64_t local_ms_;  // milliseconds since 30 December 1899 00:00, linear
   int64_t monotonic_ms_ = 0;
+  // The condition variables of threads in WaitUntil; an entry is removed
+  // before its wait returns, so it is alive while listed.
+  std::vector<std::condition_variable*> waiters_;
+  std::condition_variable waiter_left_;
 };
 
 // Installs a ManualClock for the life of this object and puts back the clock
@@ -120,7 +120,7 @@ class ScopedManualClock {
 
  private:
   ManualClock clock_;
-  ClockSource* previous_;
+  ScopedEnv installed_;
 };
 
 }  // namespace kordll

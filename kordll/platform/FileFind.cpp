@@ -1,14 +1,9 @@
 #include "kordll/platform/FileFind.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <string>
 
+#include "kordll/platform/Env.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/platform/WinError.h"
@@ -74,49 +69,32 @@ int FileFind::List(const CString& folder, const CString& mask, std::vector<FindE
     SetLastError(ERROR_INVALID_NAME);
     return 0;
   }
-  int fd;
-  do {
-    fd = ::open(sys.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOCTTY);
-  } while (fd < 0 && errno == EINTR);
-  if (fd < 0) {
-    SetLastError(errno == ENOENT || errno == ENOTDIR ? ERROR_PATH_NOT_FOUND
-                                                     : WinErrorFromErrno(errno));
+  Env* env = Env::Current();
+  std::vector<std::string> names;
+  int code = env->ListFolder(sys, &names);
+  if (code != ERROR_SUCCESS) {
+    SetLastError(code);
     return 0;
   }
-  DIR* dir = ::fdopendir(fd);
-  if (dir == nullptr) {
-    int err = errno;
-    ::close(fd);
-    SetLastError(WinErrorFromErrno(err));
-    return 0;
-  }
-  errno = 0;
-  while (struct dirent* e = ::readdir(dir)) {
-    std::string raw = e->d_name;
-    if (raw == "." || raw == "..") continue;
+  for (const std::string& raw : names) {
     CString name = CString::FromUtf8(raw);
     if (name.ToUtf8() != raw) continue;  // not nameable as text
     if (!MatchMask(name, mask)) continue;
-    struct stat st;
-    if (::fstatat(::dirfd(dir), raw.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;  // gone
+    EnvStat st;
+    if (env->Stat(sys == "/" ? "/" + raw : sys + "/" + raw, /*follow_link=*/false, &st) !=
+        ERROR_SUCCESS) {
+      continue;  // gone
+    }
     FindEntry entry;
     entry.name = name;
-    entry.is_folder = S_ISDIR(st.st_mode);
-    entry.is_symlink = S_ISLNK(st.st_mode);
-    entry.is_file = S_ISREG(st.st_mode);
-    entry.size = entry.is_file ? st.st_size : 0;
-    entry.last_write = st.st_mtim.tv_sec;
-    entry.last_access = st.st_atim.tv_sec;
-    entry.change_time = st.st_ctim.tv_sec;
+    entry.is_folder = st.is_folder;
+    entry.is_symlink = st.is_symlink;
+    entry.is_file = st.is_file;
+    entry.size = entry.is_file ? st.size : 0;
+    entry.last_write = st.last_write;
+    entry.last_access = st.last_access;
+    entry.change_time = st.change_time;
     out->push_back(std::move(entry));
-    errno = 0;
-  }
-  int err = errno;
-  ::closedir(dir);
-  if (err != 0) {
-    out->clear();
-    SetLastError(WinErrorFromErrno(err));
-    return 0;
   }
   std::sort(out->begin(), out->end(), EntryBefore);
   SetLastError(ERROR_SUCCESS);

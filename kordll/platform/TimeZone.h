@@ -6,7 +6,7 @@
 // read from a feed is moved to local time by the standard offset all year.
 //
 // The zone is the process's: TZ when set, else the system's default zone,
-// read through tzset and the C library's `timezone`. A change of TZ is seen
+// read through the installed Env (Env.h). A change of TZ is seen
 // at the next call; with TZ unset, a change of the system's zone is seen
 // within a minute.
 //

@@ -12,8 +12,7 @@
 // ERROR_ACCESS_DENIED, so that a damaged name can never make a read block or
 // run without end. Share flags are accepted and not enforced: several handles
 // may have one file open, and the library relies on no more than one writer.
-// The descriptor is opened close-on-exec, and interrupted system calls are
-// retried.
+// The file is opened through the installed Env (Env.h).
 //
 // Thread safety: the position is shared by everyone who uses this object.
 // Its owner serialises the work on it (the record stores do so under their
@@ -25,9 +24,11 @@
 #define KORDLL_PLATFORM_WINFILE_H_
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "kordll/platform/CString.h"
+#include "kordll/platform/Env.h"
 #include "kordll/platform/WinError.h"
 
 namespace kordll {
@@ -136,7 +137,7 @@ class WinFile {
 
   mutable std::mutex mu_;
   // State below is protected by mu_.
-  int fd_ = -1;
+  std::unique_ptr<EnvFile> file_;  // null when nothing is open
   bool can_read_ = false;
   bool can_write_ = false;
   int64_t position_ = 0;

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/WinError.h"
+#include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -14,6 +14,10 @@ namespace {
 class FileSystemTest : public test::TempRootTest {
  protected:
   CString P(const char* name) { return root_.Path(name); }
+
+  // Files of every test go through faults_, which fails nothing until armed.
+  test::FaultEnv faults_{Env::Current()};
+  ScopedEnv use_faults_{&faults_};
 
   void Put(const CString& path, const std::string& bytes) {
     ASSERT_EQ(1, FileSystem::WriteWholeFile(path, bytes)) << path.ToUtf8();
@@ -103,21 +107,21 @@ TEST_F(FileSystemTest, CopyCopiesManyBuffersOrOnAFullDiskNothing) {
   Put(P("src"), big);
   ASSERT_EQ(1, FileSystem::CopyFile(P("src"), P("copy"), 1));
   EXPECT_EQ(big, Contents(P("copy")));
-  FaultInjection::Arm(FaultInjection::kWrite, 2, 1);
+  faults_.Arm(test::FaultEnv::kWrite, 2, 1);
   EXPECT_EQ(0, FileSystem::CopyFile(P("src"), P("dst"), 1));
   EXPECT_EQ(ERROR_DISK_FULL, GetLastError());
   EXPECT_FALSE(FileSystem::Exists(P("dst")));
-  EXPECT_EQ(1, FaultInjection::Injected(FaultInjection::kWrite));
+  EXPECT_EQ(1, faults_.Injected(test::FaultEnv::kWrite));
 }
 
 TEST_F(FileSystemTest, InjectedMoveAndDeleteFailuresChangeNothing) {
   Put(P("a"), "A");
-  FaultInjection::Arm(FaultInjection::kMove, 0, 1);
+  faults_.Arm(test::FaultEnv::kMove, 0, 1);
   EXPECT_EQ(0, FileSystem::MoveFile(P("a"), P("b")));
   EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
   EXPECT_TRUE(FileSystem::Exists(P("a")));
   EXPECT_FALSE(FileSystem::Exists(P("b")));
-  FaultInjection::Arm(FaultInjection::kDelete, 0, 1);
+  faults_.Arm(test::FaultEnv::kDelete, 0, 1);
   EXPECT_EQ(0, FileSystem::DeleteFile(P("a")));
   EXPECT_TRUE(FileSystem::Exists(P("a")));
   EXPECT_EQ(1, FileSystem::DeleteFile(P("a")));

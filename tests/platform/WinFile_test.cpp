@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
+#include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -14,6 +14,10 @@ namespace {
 class WinFileTest : public test::TempRootTest {
  protected:
   CString P(const char* name) { return root_.Path(name); }
+
+  // Files of every test go through faults_, which fails nothing until armed.
+  test::FaultEnv faults_{Env::Current()};
+  ScopedEnv use_faults_{&faults_};
 
   std::string Contents(const CString& path) {
     std::string s;
@@ -173,7 +177,7 @@ TEST_F(WinFileTest, TransfersAtAnOffsetLeaveThePositionAlone) {
   EXPECT_EQ(1, f.GetFilePointer());
   EXPECT_EQ(0, f.ReadFileAt(-1, buf, 1, &n));
   EXPECT_EQ(ERROR_NEGATIVE_SEEK, f.GetLastError());
-  FaultInjection::Arm(FaultInjection::kWrite, 0, 1);
+  faults_.Arm(test::FaultEnv::kWrite, 0, 1);
   EXPECT_EQ(0, f.WriteFileAt(0, "Z", 1, &n));
   EXPECT_EQ(ERROR_DISK_FULL, f.GetLastError());
   EXPECT_EQ("bcdef", Read(f, 5));
@@ -283,7 +287,7 @@ TEST_F(WinFileTest, ReopeningClosesTheFormerFile) {
 TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
   WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
-  FaultInjection::Arm(FaultInjection::kWrite, 1, 1);
+  faults_.Arm(test::FaultEnv::kWrite, 1, 1);
   uint32_t written = 99;
   EXPECT_EQ(1, Write(f, "one", &written));
   EXPECT_EQ(3u, written);
@@ -293,12 +297,12 @@ TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
   EXPECT_EQ(ERROR_DISK_FULL, GetLastError());
   EXPECT_EQ(3, f.GetFilePointer());
   EXPECT_EQ(1, Write(f, "six", &written));  // transient: the next one passes
-  EXPECT_EQ(1, FaultInjection::Injected(FaultInjection::kWrite));
+  EXPECT_EQ(1, faults_.Injected(test::FaultEnv::kWrite));
   // A persistent fault fails every later write until disarmed.
-  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever);
+  faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever);
   for (int i = 0; i < 5; ++i) EXPECT_EQ(0, Write(f, "x"));
-  EXPECT_EQ(5, FaultInjection::Injected(FaultInjection::kWrite));
-  FaultInjection::Disarm(FaultInjection::kWrite);
+  EXPECT_EQ(5, faults_.Injected(test::FaultEnv::kWrite));
+  faults_.Disarm(test::FaultEnv::kWrite);
   EXPECT_EQ(1, Write(f, "!"));
   f.Close();
   EXPECT_EQ("onesix!", Contents(P("a")));
@@ -307,30 +311,30 @@ TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
 TEST_F(WinFileTest, InjectedShortWriteLeavesHalfAndAdvancesByIt) {
   WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
-  FaultInjection::Arm(FaultInjection::kShortWrite, 0, 1);
+  faults_.Arm(test::FaultEnv::kShortWrite, 0, 1);
   uint32_t written = 0;
   EXPECT_EQ(0, Write(f, "abcdefgh", &written));
   EXPECT_EQ(4u, written);
   EXPECT_EQ(ERROR_DISK_FULL, f.GetLastError());
   EXPECT_EQ(4, f.GetFilePointer());
-  FaultInjection::DisarmAll();
+  faults_.DisarmAll();
   f.Close();
   EXPECT_EQ("abcd", Contents(P("a")));
 }
 
 TEST_F(WinFileTest, InjectedReadAndOpenFailures) {
   Put(P("a"), "abc");
-  FaultInjection::Arm(FaultInjection::kOpen, 0, 1);
+  faults_.Arm(test::FaultEnv::kOpen, 0, 1);
   WinFile f;
   EXPECT_EQ(0, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
   EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
   EXPECT_EQ(1, f.Open(P("new"), GENERIC_WRITE, 0, CREATE_NEW)) << "one failure only";
-  FaultInjection::Arm(FaultInjection::kOpen, 0, 1);
+  faults_.Arm(test::FaultEnv::kOpen, 0, 1);
   EXPECT_EQ(0, f.Open(P("new2"), GENERIC_WRITE, 0, CREATE_NEW));
   EXPECT_FALSE(FileSystem::Exists(P("new2")));
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
 
-  FaultInjection::Arm(FaultInjection::kRead, 0, 1);
+  faults_.Arm(test::FaultEnv::kRead, 0, 1);
   char buf[4];
   uint32_t got = 9;
   EXPECT_EQ(0, f.ReadFile(buf, 3, &got));
@@ -344,17 +348,17 @@ TEST_F(WinFileTest, InjectionCanBeLimitedToOnePath) {
   WinFile a, b;
   ASSERT_EQ(1, a.Open(P("x.kdb"), GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, b.Open(P("y.sdb"), GENERIC_WRITE, 0, CREATE_NEW));
-  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, ".sdb");
+  faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, ".sdb");
   EXPECT_EQ(1, Write(a, "ok"));
   EXPECT_EQ(0, Write(b, "no"));
-  EXPECT_EQ(1, FaultInjection::Injected(FaultInjection::kWrite));
+  EXPECT_EQ(1, faults_.Injected(test::FaultEnv::kWrite));
 }
 
 TEST_F(WinFileTest, FlushFaultFailsFlushAndSetEndOfFile) {
   WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abc"));
-  FaultInjection::Arm(FaultInjection::kFlush, 0, FaultInjection::kForever);
+  faults_.Arm(test::FaultEnv::kFlush, 0, test::FaultEnv::kForever);
   EXPECT_EQ(0, f.FlushFileBuffers());
   EXPECT_EQ(ERROR_WRITE_FAULT, f.GetLastError());
   f.SetFilePointer(1, FILE_BEGIN);

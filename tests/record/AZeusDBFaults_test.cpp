@@ -14,13 +14,13 @@
 #include <string>
 #include <vector>
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
+#include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -51,10 +51,7 @@ class AZeusDBFaultsTest : public ::testing::TestWithParam<bool> {
     db.closeDB();
     ASSERT_TRUE(FileSystem::ReadWholeFile(Path(), &before_));
   }
-  void TearDown() override {
-    FaultInjection::DisarmAll();
-    RelationsEntryPoints::ClearTemplates();
-  }
+  void TearDown() override { RelationsEntryPoints::ClearTemplates(); }
 
   CString Path() { return root_.Path("faults.kdb"); }
 
@@ -71,6 +68,8 @@ class AZeusDBFaultsTest : public ::testing::TestWithParam<bool> {
   test::TempRoot root_;
   RGDBTemplate tmpl_{4};
   std::string before_;
+  test::FaultEnv faults_{Env::Current()};
+  ScopedEnv use_faults_{&faults_};
 };
 
 // What a save that stops half way may leave: slots whose header was
@@ -113,11 +112,11 @@ TEST_P(AZeusDBFaultsTest, EveryFailingWriteLeavesAConsistentFile) {
     {
       AZeusDB db(root_.root(), "faults", 10, 0);
       db.openDB(0);
-      FaultInjection::Arm(FaultInjection::kWrite, n, persistent ? FaultInjection::kForever : 1,
-                          CString("faults.kdb"));
+      faults_.Arm(test::FaultEnv::kWrite, n, persistent ? test::FaultEnv::kForever : 1,
+                          "faults.kdb");
       result = db.writeFocusablesSlot(&batch, nullptr, nullptr);
-      const bool hit = FaultInjection::Injected(FaultInjection::kWrite) > 0;
-      FaultInjection::DisarmAll();
+      const bool hit = faults_.Injected(test::FaultEnv::kWrite) > 0;
+      faults_.DisarmAll();
       if (!hit) {
         EXPECT_EQ(1, result);
         EXPECT_EQ(5 + 4 * 11, batch.back()->GetDBSlotIndex());
@@ -179,11 +178,11 @@ TEST_P(AZeusDBFaultsTest, ShorterResaveFreesWhatTheFailedSaveLinked) {
     std::vector<Focusable*> batch = {&fresh};
     AZeusDB db(root_.root(), "faults", 10, 0);
     db.openDB(0);
-    FaultInjection::Arm(FaultInjection::kWrite, n, persistent ? FaultInjection::kForever : 1,
-                        CString("faults.kdb"));
+    faults_.Arm(test::FaultEnv::kWrite, n, persistent ? test::FaultEnv::kForever : 1,
+                        "faults.kdb");
     const int result = db.writeFocusablesSlot(&batch, nullptr, nullptr);
-    completed = FaultInjection::Injected(FaultInjection::kWrite) == 0;
-    FaultInjection::DisarmAll();
+    completed = faults_.Injected(test::FaultEnv::kWrite) == 0;
+    faults_.DisarmAll();
     db.closeDB();
     if (completed) {
       EXPECT_EQ(1, result);

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
+#include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -199,12 +199,14 @@ TEST_F(StringDBTest, NamesThatLeaveTheFolderAreRefused) {
 }
 
 TEST_F(StringDBTest, HeaderWritesThatFailAreReported) {
+  test::FaultEnv faults(Env::Current());
+  ScopedEnv use(&faults);
   StringDB db(root_.root(), "texts", 30, 3);
-  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "texts.sdb");
+  faults.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "texts.sdb");
   EXPECT_EQ(8, db.openDB(0));  // the new file's header
   db.closeDB();
   db.clearDB();
-  FaultInjection::DisarmAll();
+  faults.DisarmAll();
   EXPECT_EQ(8, db.GetLastDBErrorMsgCode());
 }
 

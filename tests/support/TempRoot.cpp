@@ -1,6 +1,5 @@
 #include "tests/support/TempRoot.h"
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/platform/Registry.h"
@@ -31,7 +30,6 @@ TempRoot::TempRoot(int options) {
 }
 
 TempRoot::~TempRoot() {
-  FaultInjection::DisarmAll();
   // The process registry lives in the profile folder about to go: close it,
   // so that no connection outlives its file. Once the overrides are gone,
   // every location lies where nothing can be made (see Locations), so a late

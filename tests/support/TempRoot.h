@@ -9,7 +9,7 @@
 // On destruction it closes the process registry, puts the locations back
 // (Locations::ResetForTesting: from then on they lie where nothing can be
 // made, never in the real home folder) and removes the folder with
-// everything in it; it also disarms any fault injection left armed. Only one
+// everything in it. Only one
 // TempRoot should be alive at a time.
 //
 //   #include "tests/support/TempRoot.h"

@@ -1,0 +1,232 @@
+// Both stores under every kind of disk failure, on files in memory: the Nth
+// operation of one kind fails, for N = 0, 1, 2, ... until the save under
+// test completes, once for that operation alone and once for every one from
+// it on. After each, what was saved before still reads back, a save that
+// reported success reads back whole, and saving again after a failure puts
+// the file right.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "kordll/platform/FileSystem.h"
+#include "kordll/record/AZeusDB.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/KdbExaminer.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "kordll/record/RelationsEntryPoints.h"
+#include "kordll/record/StringDB.h"
+#include "tests/support/FaultEnv.h"
+#include "tests/support/MemEnv.h"
+
+namespace kordll {
+namespace {
+
+using Fault = test::FaultEnv;
+
+constexpr char kKept[] = "kept before the save, over five slots";
+constexpr char kNew[] = "written by the save, chained too";
+constexpr int kMaxRounds = 300;
+
+class StoreFaultsTest : public ::testing::TestWithParam<std::tuple<Fault::Kind, bool>> {
+ protected:
+  void Arm(int n) {
+    faults_.Arm(std::get<0>(GetParam()), n, std::get<1>(GetParam()) ? Fault::kForever : Fault::kOnce);
+  }
+  // Disarms and says whether the armed fault was met.
+  bool Disarm() {
+    const bool hit = faults_.Injected(std::get<0>(GetParam())) > 0;
+    faults_.DisarmAll();
+    return hit;
+  }
+  std::string Bytes(const char* name) {
+    std::string bytes;
+    EXPECT_EQ(1, FileSystem::ReadWholeFile(CString("/tmp/") + name, &bytes));
+    return bytes;
+  }
+  void Restore(const char* name, const std::string& bytes) {
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(CString("/tmp/") + name, bytes));
+  }
+
+  test::MemEnv mem_;
+  Fault faults_{&mem_};
+  ScopedEnv use_{&faults_};
+  const CString dir_{"/tmp"};
+};
+
+// What a save that stops half way may leave in a record file: slots whose
+// header was written while their state was not, and continuations whose
+// head was never marked. The engine passes over both.
+bool OnlyLeftovers(const std::string& problems) {
+  std::istringstream lines(problems);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("is free in the states but its header is taken") == std::string::npos &&
+        line.find("belongs to no record") == std::string::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string Title(AZeusDB* db, int slot) {
+  Focusable record(-1, nullptr);
+  record.SetDBSlotIndex(slot);
+  if (!db->readFocusableSlot(&record, nullptr, nullptr)) return "<unreadable>";
+  return record.GetFieldString(4, 0).ToUtf8();
+}
+
+using AZeusDBStoreFaultsTest = StoreFaultsTest;
+
+TEST_P(AZeusDBStoreFaultsTest, SaveOfABatchSurvivesEveryFault) {
+  RGDBTemplate tmpl(4);
+  tmpl.AddField(0, 20, 4, "", "guid", 0, 0);
+  tmpl.AddField(1, 10, 0, "", "status", 0, 0);
+  tmpl.AddField(4, 10, 4, "", "title", 0, 0);
+  tmpl.AddField(5, 3000, 0, "", "wide", 0, 0);  // spreads slots over many pages
+  RelationsEntryPoints::SetTemplate(4, &tmpl);
+  {
+    AZeusDB db(dir_, "faults", 10, 0);
+    Focusable kept(4, nullptr);
+    kept.SetValueStr(0, CString("R3_G1"), 1);
+    kept.SetValueStr(4, CString(kKept), 1);
+    ASSERT_EQ(1, db.writeFocusableSlot(&kept, nullptr, nullptr));
+  }
+  const std::string before = Bytes("faults.kdb");
+  bool completed = false;
+  for (int n = 0; n < kMaxRounds && !completed; ++n) {
+    SCOPED_TRACE("fault at operation " + std::to_string(n));
+    Restore("faults.kdb", before);
+    std::vector<std::unique_ptr<Focusable>> records;
+    std::vector<Focusable*> batch;
+    for (int i = 0; i < 6; ++i) {
+      records.push_back(std::make_unique<Focusable>(4, nullptr));
+      records.back()->SetValueStr(0, CString(("R3_G" + std::to_string(i + 2)).c_str()), 1);
+      records.back()->SetValueStr(4, CString(kNew), 1);
+      batch.push_back(records.back().get());
+    }
+    Arm(n);
+    int result;
+    {
+      AZeusDB db(dir_, "faults", 10, 0);
+      db.openDB(0);
+      result = db.writeFocusablesSlot(&batch, nullptr, nullptr);
+      db.closeDB();
+    }
+    completed = !Disarm();
+    if (completed) {
+      EXPECT_EQ(1, result);
+    }
+    std::ostringstream problems;
+    const int count = KdbExaminer::CheckKdb(Bytes("faults.kdb"), problems);
+    if (result == 1) {
+      EXPECT_EQ(0, count) << problems.str();
+    }
+    EXPECT_TRUE(OnlyLeftovers(problems.str())) << problems.str();
+    AZeusDB db(dir_, "faults", 10, 0);
+    EXPECT_EQ(kKept, Title(&db, 0));
+    if (result != 1) {
+      ASSERT_EQ(1, db.writeFocusablesSlot(&batch, nullptr, nullptr));
+    }
+    for (Focusable* r : batch) EXPECT_EQ(kNew, Title(&db, r->GetDBSlotIndex()));
+    db.closeDB();
+    std::ostringstream after;
+    EXPECT_EQ(0, KdbExaminer::CheckKdb(Bytes("faults.kdb"), after)) << after.str();
+  }
+  EXPECT_TRUE(completed);
+  RelationsEntryPoints::ClearTemplates();
+}
+
+using StringDBStoreFaultsTest = StoreFaultsTest;
+
+TEST_P(StringDBStoreFaultsTest, WriteOfALongTextSurvivesEveryFault) {
+  const CString kept(std::string(35, 'k').c_str());
+  const CString fresh(std::string(45, 'n').c_str());
+  int kept_slot = -1, kept_slots = 0;
+  {
+    StringDB db(dir_, "faults", 10, 1);
+    kept_slots = db.WriteStringSlot(&kept_slot, kept);
+    ASSERT_GT(kept_slots, 3);
+  }
+  const std::string before = Bytes("faults.sdb");
+  bool completed = false;
+  for (int n = 0; n < kMaxRounds && !completed; ++n) {
+    SCOPED_TRACE("fault at operation " + std::to_string(n));
+    Restore("faults.sdb", before);
+    int slot = -1;
+    Arm(n);
+    int result;
+    {
+      StringDB db(dir_, "faults", 10, 1);
+      db.openDB(0);
+      result = db.WriteStringSlot(&slot, fresh);
+      db.closeDB();
+    }
+    completed = !Disarm();
+    if (completed) {
+      EXPECT_GT(result, kept_slots);
+    }
+    std::ostringstream problems;
+    const int count = KdbExaminer::CheckSdb(Bytes("faults.sdb"), problems);
+    if (result > 0) {
+      EXPECT_EQ(0, count) << problems.str();
+    }
+    StringDB db(dir_, "faults", 10, 1);
+    CString text;
+    EXPECT_EQ(kept_slots, db.ReadStringSlot(kept_slot, text));
+    EXPECT_EQ(kept, text);
+    if (result == 0) {
+      // Written again from the slot the failed write was given, so that it
+      // takes up the chain that write began.
+      ASSERT_GT(db.WriteStringSlot(&slot, fresh), kept_slots);
+    }
+    text.Empty();
+    EXPECT_GT(db.ReadStringSlot(slot, text), kept_slots);
+    EXPECT_EQ(fresh, text);
+    db.closeDB();
+    std::ostringstream after;
+    EXPECT_EQ(0, KdbExaminer::CheckSdb(Bytes("faults.sdb"), after)) << after.str();
+  }
+  EXPECT_TRUE(completed);
+}
+
+const auto kEveryFaultButRead = ::testing::Combine(
+    ::testing::Values(Fault::kOpen, Fault::kWrite, Fault::kShortWrite, Fault::kFlush,
+                      Fault::kFullDisk, Fault::kMove, Fault::kDelete),
+    ::testing::Bool());
+
+std::string FaultName(const ::testing::TestParamInfo<StoreFaultsTest::ParamType>& info) {
+  static const char* const kNames[] = {"Open",  "Read",     "Write", "ShortWrite",
+                                       "Flush", "FullDisk", "Move",  "Delete"};
+  return std::string(kNames[std::get<0>(info.param)]) +
+         (std::get<1>(info.param) ? "Forever" : "Once");
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryFault, AZeusDBStoreFaultsTest, kEveryFaultButRead, FaultName);
+// Known fault of the record store: a read that fails in the middle of a
+// batch save (the fourth read) leaves a slot linking to the head of another
+// record, and saving the batch again then fails. Enable once fixed.
+INSTANTIATE_TEST_SUITE_P(DISABLED_ReadFault, AZeusDBStoreFaultsTest,
+                         ::testing::Combine(::testing::Values(Fault::kRead), ::testing::Bool()),
+                         FaultName);
+INSTANTIATE_TEST_SUITE_P(
+    EveryFault, StringDBStoreFaultsTest,
+    ::testing::Combine(::testing::Values(Fault::kOpen, Fault::kRead, Fault::kFlush, Fault::kFullDisk,
+                                         Fault::kMove, Fault::kDelete),
+                       ::testing::Bool()),
+    FaultName);
+// Known faults of the string store: a write that fails when the buffered
+// slots go to the file at the end of WriteStringSlot is answered as success
+// and leaves a chain that does not read back; a short write while the slot
+// table grows leaves a slot without its newline that writing again does not
+// mend. Enable once fixed.
+INSTANTIATE_TEST_SUITE_P(DISABLED_WriteFaults, StringDBStoreFaultsTest,
+                         ::testing::Combine(::testing::Values(Fault::kWrite, Fault::kShortWrite),
+                                            ::testing::Bool()),
+                         FaultName);
+
+}  // namespace
+}  // namespace kordll

@@ -1,0 +1,145 @@
+#include "tests/support/FaultEnv.h"
+
+#include <algorithm>
+
+#include "kordll/platform/WinError.h"
+
+namespace kordll {
+namespace test {
+
+namespace {
+
+bool ValidKind(int kind) { return kind >= 0 && kind < FaultEnv::kKindCount; }
+
+class FaultFile : public EnvFile {
+ public:
+  FaultFile(FaultEnv* env, std::string path, std::unique_ptr<EnvFile> base)
+      : env_(env), path_(std::move(path)), base_(std::move(base)) {}
+
+  int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
+    if (env_->ShouldFail(FaultEnv::kRead, path_)) {
+      *read = 0;
+      return ERROR_READ_FAULT;
+    }
+    return base_->ReadAt(offset, buffer, count, read);
+  }
+
+  int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
+    *written = 0;
+    if (env_->ShouldFail(FaultEnv::kWrite, path_)) return ERROR_DISK_FULL;
+    uint32_t limit = count;
+    if (env_->ShouldFail(FaultEnv::kShortWrite, path_)) limit = count / 2;
+    int64_t size = 0;
+    if (base_->GetSize(&size) == ERROR_SUCCESS && offset + count > size &&
+        env_->ShouldFail(FaultEnv::kFullDisk, path_)) {
+      limit = offset >= size ? 0 : std::min<uint32_t>(limit, static_cast<uint32_t>(size - offset));
+    }
+    int code = limit > 0 ? base_->WriteAt(offset, buffer, limit, written) : ERROR_SUCCESS;
+    if (code == ERROR_SUCCESS && *written < count) code = ERROR_DISK_FULL;
+    return code;
+  }
+
+  int GetSize(int64_t* size) override { return base_->GetSize(size); }
+
+  int Truncate(int64_t size) override {
+    if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
+    return base_->Truncate(size);
+  }
+
+  int Flush() override {
+    if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
+    return base_->Flush();
+  }
+
+ private:
+  FaultEnv* const env_;
+  const std::string path_;
+  std::unique_ptr<EnvFile> base_;
+};
+
+}  // namespace
+
+void FaultEnv::Arm(Kind kind, int skip, int count, const std::string& path_contains) {
+  if (!ValidKind(kind)) return;
+  std::lock_guard<std::mutex> l(mu_);
+  Plan& p = plans_[kind];
+  p.armed = count != 0;
+  p.skip = skip < 0 ? 0 : skip;
+  p.count = count < 0 ? kForever : count;
+  p.injected = 0;
+  p.path_contains = path_contains;
+}
+
+void FaultEnv::Disarm(Kind kind) {
+  if (!ValidKind(kind)) return;
+  std::lock_guard<std::mutex> l(mu_);
+  plans_[kind].armed = false;
+}
+
+void FaultEnv::DisarmAll() {
+  std::lock_guard<std::mutex> l(mu_);
+  for (Plan& p : plans_) p.armed = false;
+}
+
+int FaultEnv::Injected(Kind kind) {
+  if (!ValidKind(kind)) return 0;
+  std::lock_guard<std::mutex> l(mu_);
+  return plans_[kind].injected;
+}
+
+bool FaultEnv::ShouldFail(Kind kind, const std::string& path) {
+  if (!ValidKind(kind)) return false;
+  std::lock_guard<std::mutex> l(mu_);
+  Plan& p = plans_[kind];
+  if (!p.armed) return false;
+  if (!p.path_contains.empty() && path.find(p.path_contains) == std::string::npos) return false;
+  if (p.skip > 0) {
+    --p.skip;
+    return false;
+  }
+  if (p.count != kForever) {
+    if (p.count == 0) return false;
+    --p.count;
+  }
+  ++p.injected;
+  return true;
+}
+
+int FaultEnv::OpenFile(const std::string& path, uint32_t access, int disposition,
+                       std::unique_ptr<EnvFile>* file) {
+  file->reset();
+  if (ShouldFail(kOpen, path)) return ERROR_ACCESS_DENIED;
+  std::unique_ptr<EnvFile> opened;
+  int code = base()->OpenFile(path, access, disposition, &opened);
+  if (opened) *file = std::make_unique<FaultFile>(this, path, std::move(opened));
+  return code;
+}
+
+int FaultEnv::RemoveFolder(const std::string& path) {
+  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
+  return base()->RemoveFolder(path);
+}
+
+int FaultEnv::MoveFile(const std::string& from, const std::string& to) {
+  if (ShouldFail(kMove, from)) return ERROR_ACCESS_DENIED;
+  return base()->MoveFile(from, to);
+}
+
+int FaultEnv::CopyFile(const std::string& from, const std::string& to, bool fail_if_exists) {
+  if (ShouldFail(kMove, from)) return ERROR_ACCESS_DENIED;
+  // Through this Env's own files, so that their writes can fail.
+  return CopyFileByChunks(from, to, fail_if_exists);
+}
+
+int FaultEnv::DeleteFile(const std::string& path) {
+  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
+  return base()->DeleteFile(path);
+}
+
+int FaultEnv::DeleteFolderTree(const std::string& path) {
+  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
+  return base()->DeleteFolderTree(path);
+}
+
+}  // namespace test
+}  // namespace kordll
