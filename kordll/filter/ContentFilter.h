@@ -298,13 +298,15 @@ class ContentFilter {
   void AddItem(Item* item, int relation, int field);
   // Replaces the entry of relation with a deep copy of fields.
   void StoreCopy(int relation, const FieldMap& fields);
+  // Replaces the entry of relation with fields, deleting the items it held.
+  void StoreFields(int relation, FieldMap fields);
   // The number of items held.
   int CountItems() const;
-  // The common reading of sections 1 to 3 of both forms, with open and close
-  // as the brackets. pos: in, the index of the first opening bracket; out,
-  // the index just after the mask section's closing bracket. 0 when the
-  // text is malformed.
-  int ReadHead(const CString& text, char16_t open, char16_t close, int* pos);
+  // The common reading of sections 1 to 4 of both forms, with open and close
+  // as the brackets: sections 1 to 3 into the filter, the text of section 4
+  // into *fourth, and in *end the index of section 4's closing bracket. 0
+  // when the text is malformed.
+  int ReadHead(const CString& text, char16_t open, char16_t close, CString* fourth, int* end);
   // Section 6 of both forms: the resources between open at pos and the next
   // close.
   void ReadResources(const CString& text, int pos, char16_t close);
