@@ -120,6 +120,9 @@ class Env {
   // FileSystem::DeleteFolderTree. The default walks with ListFolder, Stat,
   // DeleteFile and RemoveFolder.
   virtual int DeleteFolderTree(const std::string& path);
+  // The absolute path of an existing name with every symbolic link, "." and
+  // ".." resolved (realpath); a missing part or a dangling link fails.
+  virtual int ResolvePath(const std::string& path, std::string* resolved) = 0;
   // Makes a fresh folder whose name is `prefix` followed by six characters,
   // storing its path in *made.
   virtual int CreateTempFolder(const std::string& prefix, std::string* made) = 0;
@@ -185,6 +188,9 @@ class EnvWrapper : public Env {
     return base_->CreateSymbolicLink(link, target);
   }
   int DeleteFolderTree(const std::string& path) override { return base_->DeleteFolderTree(path); }
+  int ResolvePath(const std::string& path, std::string* resolved) override {
+    return base_->ResolvePath(path, resolved);
+  }
   int CreateTempFolder(const std::string& prefix, std::string* made) override {
     return base_->CreateTempFolder(prefix, made);
   }

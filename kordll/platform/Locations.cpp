@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "kordll/platform/Env.h"
 #include "kordll/platform/FileSystem.h"
 
 namespace kordll {
@@ -147,10 +148,7 @@ bool StrictlyBelow(const std::string& folder, const std::string& path) {
 }
 
 bool RealPath(const std::string& path, std::string* out) {
-  char buffer[PATH_MAX];
-  if (::realpath(path.c_str(), buffer) == nullptr) return false;
-  *out = buffer;
-  return true;
+  return Env::Current()->ResolvePath(path, out) == ERROR_SUCCESS;
 }
 
 // The path with symbolic links resolved in the part that exists; the rest is
@@ -167,9 +165,9 @@ bool ResolveExisting(const std::string& path, std::string* out) {
     head = slash == 0 ? "/" : head.substr(0, slash);
     // The part that could not be resolved must not exist at all; a name that
     // exists here (a dangling link) could lead anywhere once made.
-    struct stat st;
+    EnvStat st;
     std::string probe = head == "/" ? "/" + name : head + "/" + name;
-    if (::lstat(probe.c_str(), &st) == 0 || errno != ENOENT) return false;
+    if (Env::Current()->Stat(probe, /*follow_link=*/false, &st) != ERROR_FILE_NOT_FOUND) return false;
     tail = tail.empty() ? name : name + "/" + tail;
     std::string resolved;
     if (RealPath(head, &resolved)) {

@@ -3,11 +3,11 @@
 #include <dlfcn.h>
 #include <limits.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 
 #include <memory>
 #include <string>
 
+#include "kordll/platform/Env.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 
@@ -17,10 +17,10 @@ namespace {
 
 using LoadResourcesFn = void (*)();
 
-// realpath, or "" when the name cannot be resolved.
+// The name with its links resolved, or "" when it cannot be resolved.
 std::string RealPath(const std::string& path) {
-  std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
-  return resolved != nullptr ? std::string(resolved.get()) : std::string();
+  std::string resolved;
+  return Env::Current()->ResolvePath(path, &resolved) == ERROR_SUCCESS ? resolved : std::string();
 }
 
 void SetText(CString* out, const CString& text) {
@@ -59,13 +59,14 @@ CString PluginLoader::ResolveInProgramFolder(const CString& path, CString* why) 
     return CString();
   }
   std::string resolved = real_parent == "/" ? "/" + name : real_parent + "/" + name;
-  // lstat: a link in the program folder may lead anywhere, so it is refused.
-  struct stat st;
-  if (lstat(resolved.c_str(), &st) != 0) {
+  // Not following links: a link in the program folder may lead anywhere, so
+  // it is refused.
+  EnvStat st;
+  if (Env::Current()->Stat(resolved, /*follow_link=*/false, &st) != ERROR_SUCCESS) {
     SetText(why, "the file does not exist");
     return CString();
   }
-  if (!S_ISREG(st.st_mode)) {
+  if (!st.is_file) {
     SetText(why, "the name is not a regular file");
     return CString();
   }

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <chrono>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -431,6 +432,13 @@ class PosixEnv : public Env {
     if (fd < 0) return errno == ELOOP ? ERROR_DIRECTORY : Errno();
     bool emptied = EmptyFolderAt(fd, 1);
     if (::rmdir(path.c_str()) != 0) return emptied ? Errno() : ERROR_DIR_NOT_EMPTY;
+    return ERROR_SUCCESS;
+  }
+
+  int ResolvePath(const std::string& path, std::string* resolved) override {
+    std::unique_ptr<char, decltype(&free)> real(::realpath(path.c_str(), nullptr), &free);
+    if (real == nullptr) return Errno();
+    *resolved = real.get();
     return ERROR_SUCCESS;
   }
 

@@ -236,6 +236,30 @@ int MemEnv::CreateSymbolicLink(const std::string&, const std::string&) {
   return ERROR_NOT_SUPPORTED;
 }
 
+int MemEnv::ResolvePath(const std::string& path, std::string* resolved) {
+  if (path.empty() || path[0] != '/') return ERROR_PATH_NOT_FOUND;
+  std::string out = "/";
+  size_t start = 1;
+  while (start <= path.size()) {
+    size_t end = path.find('/', start);
+    if (end == std::string::npos) end = path.size();
+    const std::string part = path.substr(start, end - start);
+    start = end + 1;
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      out = ParentOf(out);
+      if (out.empty()) out = "/";
+      continue;
+    }
+    out = out == "/" ? "/" + part : out + "/" + part;
+    EnvStat st;
+    int code = Stat(out, /*follow_link=*/true, &st);
+    if (code != ERROR_SUCCESS) return code;
+  }
+  *resolved = out;
+  return ERROR_SUCCESS;
+}
+
 int MemEnv::CreateTempFolder(const std::string& prefix, std::string* made) {
   for (;;) {
     std::string name;

@@ -42,6 +42,8 @@ class MemEnv : public EnvWrapper {
   int DeleteFile(const std::string& path) override;
   int CreateSymbolicLink(const std::string& link, const std::string& target) override;
   int DeleteFolderTree(const std::string& path) override { return Env::DeleteFolderTree(path); }
+  // Folds "." and ".." of an absolute path whose every part exists.
+  int ResolvePath(const std::string& path, std::string* resolved) override;
   int CreateTempFolder(const std::string& prefix, std::string* made) override;
 
   // The bytes of a file, shared with every open file of it.
