@@ -95,8 +95,14 @@ class KdbWalk {
                          std::to_string(t.fields) + " is impossible; the rest is out of reach");
         return;
       }
-      if (ids.count(t.id) != 0 || t.id < 0) {
-        Problem(pos, "sub-table id " + std::to_string(t.id) + " repeated or negative");
+      if (t.id < 0 || t.id > KdbFormat::kMaxSubTableID) {
+        Problem(pos, "sub-table id " + std::to_string(t.id) + " out of 0.." +
+                         std::to_string(KdbFormat::kMaxSubTableID) +
+                         "; the rest is out of reach");
+        return;
+      }
+      if (ids.count(t.id) != 0) {
+        Problem(pos, "sub-table id " + std::to_string(t.id) + " repeated");
       }
       ids[t.id] = 1;
       const int64_t header = KdbFormat::SubTableHeaderSize(v[1], t.fields);

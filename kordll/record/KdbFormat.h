@@ -8,6 +8,7 @@
 #ifndef KORDLL_RECORD_KDBFORMAT_H_
 #define KORDLL_RECORD_KDBFORMAT_H_
 
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -25,7 +26,10 @@ class KdbFormat {
   static constexpr int kSubTableLineSize = 42;
   static constexpr int kLengthGranularity = 10;
   static constexpr int kMaxFieldLength = 9999;
-  static constexpr int kMaxSubTableID = 65535;  // sub-table ids are 16-bit
+  // The largest sub-table id: every global slot index of it, 40 x id + place,
+  // is still an int. A file grows until the disk is full; a sub-table line
+  // with a larger id is damage.
+  static constexpr int kMaxSubTableID = (INT_MAX - (kSlotsPerSubTable - 1)) / kSlotsPerSubTable;
 
   static constexpr int kStringHeaderSize = 20;
   static constexpr int kStringSlotHeaderSize = 19;

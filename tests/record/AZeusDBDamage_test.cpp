@@ -195,6 +195,54 @@ TEST_F(DamagedFilesTest, SubTableOfAnotherFieldCountIsNeverWrittenInto) {
   }
 }
 
+// Sub-table ids run as far as global slot indexes (40 x id + place) stay
+// ints; a line with a larger id is damage, and the file is not written to.
+TEST_F(DamagedFilesTest, SubTableIdsRunToTheSlotIndexLimit) {
+  // Relation 4: lengths 20, 10, 0, 0, 10, slot size 73; a record in place 3.
+  std::string slot = std::string("[4:-1:0:-1]") + std::string(14, '\0') + "[11001]";
+  slot += std::string("  R3_G1") + std::string(13, '\0') + "2" + std::string(9, '\0');
+  slot += std::string("  hello") + std::string(3, '\0') + "\n";
+  ASSERT_EQ(73u, slot.size());
+  const int kLimit = (2147483647 - 39) / 40;
+  struct IdCase {
+    std::string id;
+    int64_t slot;  // -1: refused
+  };
+  for (const IdCase& c : {IdCase{"70000", 70000 * 40 + 3}, IdCase{std::to_string(kLimit),
+                          kLimit * int64_t{40} + 3}, IdCase{std::to_string(kLimit + 1), -1},
+                          IdCase{"99999999999", -1}}) {
+    SCOPED_TRACE(c.id);
+    std::string bytes = OneSubTable("[11:-1:]", 5, "[20,10,0,0,10]", 73);
+    std::string line = "[" + c.id + ":40:73:5:4]";
+    line.resize(42, '\0');
+    bytes.replace(1000, 42, line);
+    bytes[1000 + 42 + 1 + 3] = '1';
+    bytes.replace(1000 + 115 + 3 * 73, 73, slot);
+    FileSystem::DeleteFile(root_.Path("f.kdb"));
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    std::ostringstream out;
+    EXPECT_EQ(c.slot < 0, KdbExaminer::CheckKdb(bytes, out) > 0) << out.str();
+    AZeusDB db(root_.root(), "f", 10, 0);
+    Focusable fresh(4, nullptr);
+    fresh.SetValueStr(0, "R3_G9", 1);
+    if (c.slot < 0) {
+      EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+      EXPECT_EQ(AZeusDB::kErrCorrupted, db.GetLastDBErrorMsgCode());
+      std::string after;
+      FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+      EXPECT_TRUE(bytes == after);
+      continue;
+    }
+    Focusable back(-1, nullptr);
+    back.SetDBSlotIndex(static_cast<int>(c.slot));
+    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
+    EXPECT_EQ(CString("hello"), back.GetFieldString(4, 0));
+    // A new record takes the first free place of that sub-table.
+    ASSERT_EQ(1, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+    EXPECT_EQ(c.slot - 3, fresh.GetDBSlotIndex());
+  }
+}
+
 TEST_F(DamagedFilesTest, RecordCountAtTheLimitStaysThere) {
   std::string bytes = "[11:-1:4;2147483647;5;1;0;0;4]";
   bytes.resize(999, '\0');

@@ -7,16 +7,18 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "kordll/platform/FaultInjection.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/DBTaskItem.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
+#include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -73,6 +75,8 @@ class AZeusDBTest : public ::testing::Test {
   }
 
   test::TempRoot root_;
+  test::FaultEnv faults_{Env::Current()};
+  ScopedEnv use_faults_{&faults_};
   RGDBTemplate tmpl_{4};
   RGDBTemplate other_{7};
   std::unique_ptr<AZeusDB> db_;
@@ -338,9 +342,9 @@ TEST_F(AZeusDBTest, WriteFailureKeepsChangeFlagsForTheNextSave) {
   Focusable* r = NewRecord(4, "R3_G1", 2, "abc");
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
   r->SetValueStr(4, "changed", 1);
-  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+  faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "test.kdb");
   const int result = db_->writeFocusableSlot(r, nullptr, nullptr);
-  FaultInjection::DisarmAll();
+  faults_.DisarmAll();
   EXPECT_EQ(AZeusDB::kErrWrite, result);
   EXPECT_EQ(1, r->NeedToSave());
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
@@ -404,21 +408,35 @@ TEST_F(AZeusDBTest, DatabaseIdOfAMissingFileMakesItAndRenameKeepsTheNewPath) {
   EXPECT_EQ(root_.Path("taken.kdb"), db_->GetDBPath());
 }
 
-TEST_F(AZeusDBTest, HeaderAndDeleteWritesThatFailAreReported) {
-  FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+TEST_F(AZeusDBTest, HeaderWritesThatFailAreReportedAndAFailedDeleteCountsAsDone) {
+  faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "test.kdb");
   EXPECT_EQ(AZeusDB::kErrWrite, db_->openDB(0));  // the new file's header
   db_->closeDB();
-  FaultInjection::DisarmAll();
+  faults_.DisarmAll();
   ASSERT_EQ(1, FileSystem::DeleteFile(root_.Path("test.kdb")));
   Focusable* kept = NewRecord(4, "R3_G1", 2, "kept");
   ASSERT_EQ(1, db_->writeFocusableSlot(kept, nullptr, nullptr));
   // A new sub-table reaches the file, the header written with it does not.
-  FaultInjection::Arm(FaultInjection::kWrite, 1, 1, "test.kdb");
+  faults_.Arm(test::FaultEnv::kWrite, 1, 1, "test.kdb");
   EXPECT_EQ(0, db_->writeFocusableSlot(NewRecord(7, "R5_G1", 1, nullptr), nullptr, nullptr));
   EXPECT_EQ(AZeusDB::kErrWrite, db_->GetLastDBErrorMsgCode());
-  FaultInjection::DisarmAll();
+  faults_.DisarmAll();
+  // A delete answers done whatever its writes report. None of them reached
+  // the file, so the record is still there, for this engine as for a new one.
+  faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "test.kdb");
+  EXPECT_EQ(1, db_->deleteFocusableSlot(kept, nullptr, nullptr));
+  EXPECT_EQ(0, db_->GetLastDBErrorMsgCode());
+  faults_.DisarmAll();
+  std::ostringstream check;
+  EXPECT_EQ(0, KdbExaminer::CheckKdb(Bytes(), check)) << check.str();
+  AZeusDB reopened(root_.root(), "test", 10, 0);
+  for (AZeusDB* db : {db_.get(), &reopened}) {
+    Focusable* back = Blank();
+    back->SetDBSlotIndex(0);
+    ASSERT_EQ(1, db->readFocusableSlot(back, nullptr, nullptr));
+    EXPECT_EQ(CString("kept"), back->GetFieldString(4, 0));
+  }
   const std::vector<std::pair<const char*, std::function<void()>>> steps = {
-      {"delete", [&] { EXPECT_EQ(0, db_->deleteFocusableSlot(kept, nullptr, nullptr)); }},
       {"set id", [&] { db_->SetDBID(5, 1); }},
       {"update header", [&] { EXPECT_EQ(0, db_->updateDBHeader()); }},
       {"clear", [&] { db_->clearDB(); }},
@@ -429,9 +447,9 @@ TEST_F(AZeusDBTest, HeaderAndDeleteWritesThatFailAreReported) {
     probe->SetDBSlotIndex(0);
     db_->readFocusableSlot(probe, nullptr, nullptr);  // leaves the last error at 0
     ASSERT_EQ(0, db_->GetLastDBErrorMsgCode());
-    FaultInjection::Arm(FaultInjection::kWrite, 0, FaultInjection::kForever, "test.kdb");
+    faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "test.kdb");
     step();
-    FaultInjection::DisarmAll();
+    faults_.DisarmAll();
     EXPECT_EQ(AZeusDB::kErrWrite, db_->GetLastDBErrorMsgCode());
   }
 }
