@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kordll/platform/CWnd.h"
+#include "kordll/platform/Clock.h"
 
 namespace kordll {
 
@@ -134,9 +135,12 @@ int CWinThread::WaitForExit(std::int64_t timeout_ms) {
     exit->cv.wait(lock, [&] { return exit->done; });
     return 1;
   }
-  return exit->cv.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] { return exit->done; })
-             ? 1
-             : 0;
+  // Bounded by clock time, so that a test's clock ends the wait.
+  const std::int64_t deadline = Clock::MonotonicMillis() + timeout_ms;
+  while (!exit->done) {
+    if (Clock::WaitUntil(exit->cv, lock, deadline) && !exit->done) return 0;
+  }
+  return 1;
 }
 
 int CWinThread::InitInstance() { return 1; }
@@ -279,7 +283,7 @@ void Sleep(std::int64_t ms) {
     std::this_thread::yield();
     return;
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+  Clock::SleepMillis(ms);
 }
 
 }  // namespace kordll

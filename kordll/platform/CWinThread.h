@@ -187,16 +187,16 @@ int PumpMessage();
 // answers 0; otherwise 1. A thread with no queue answers 1 at once.
 int PumpWaitingMessages();
 // Waits until a message is waiting on the calling thread, for at most
-// timeout_ms of real time, running sent messages and timers meanwhile.
+// timeout_ms of clock time (Clock.h: real time unless a test moves a
+// ManualClock), running sent messages and timers meanwhile.
 // 1 when a message waits, 0 on time-out. A thread with no queue simply
 // sleeps timeout_ms (a negative timeout on such a thread answers 0 at once).
 int WaitForMessages(std::int64_t timeout_ms);
 
-// Suspends the calling thread for ms milliseconds of real time (0 or less:
-// gives up the processor once). Does not pump messages. A wait that is
-// bounded by clock time (and so must end at once under a test's clock)
-// measures with Clock::MonotonicMillis and passes time with
-// Clock::SleepMillis instead.
+// Lets ms milliseconds of clock time pass, as Clock::SleepMillis does: the
+// thread sleeps on the machine's clock, and a test's ManualClock moves
+// forward at once (0 or less: gives up the processor once). Does not pump
+// messages.
 void Sleep(std::int64_t ms);
 
 }  // namespace kordll

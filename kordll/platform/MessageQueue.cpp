@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "kordll/platform/CWinThread.h"
+#include "kordll/platform/Clock.h"
 #include "kordll/platform/TimerTable.h"
 
 namespace kordll {
@@ -209,32 +210,28 @@ void MessageQueue::Get(MSG* msg) {
     if (timer_wait < 0) {
       cv_.wait(lock);
     } else {
-      cv_.wait_for(lock, std::chrono::milliseconds(timer_wait));
+      Clock::WaitUntil(cv_, lock, Clock::MonotonicMillis() + timer_wait);
     }
   }
 }
 
 int MessageQueue::Wait(std::int64_t timeout_ms) {
-  using SteadyClock = std::chrono::steady_clock;
-  const SteadyClock::time_point deadline =
-      timeout_ms < 0 ? SteadyClock::time_point::max()
-                     : SteadyClock::now() + std::chrono::milliseconds(timeout_ms);
+  // Times are the clock's (Clock.h), so that a test's clock ends the wait.
+  const std::int64_t deadline = timeout_ms < 0 ? -1 : Clock::MonotonicMillis() + timeout_ms;
   for (;;) {
     std::int64_t timer_wait = TimerTable::Instance().RaiseDue(this);
     std::unique_lock<std::mutex> lock(mu_);
     RunSentLocked(lock);
     if (!posted_.empty() || quit_pending_) return 1;
     if (closed_) return 0;
-    SteadyClock::time_point until = deadline;
-    if (timer_wait >= 0) {
-      SteadyClock::time_point timer_at = SteadyClock::now() + std::chrono::milliseconds(timer_wait);
-      if (timer_at < until) until = timer_at;
-    }
-    if (until == SteadyClock::time_point::max()) {
+    const std::int64_t now = Clock::MonotonicMillis();
+    std::int64_t until = deadline;
+    if (timer_wait >= 0 && (until < 0 || now + timer_wait < until)) until = now + timer_wait;
+    if (until < 0) {
       cv_.wait(lock);
     } else {
-      if (SteadyClock::now() >= deadline) return 0;
-      cv_.wait_until(lock, until);
+      if (deadline >= 0 && now >= deadline) return 0;
+      Clock::WaitUntil(cv_, lock, until);
     }
   }
 }

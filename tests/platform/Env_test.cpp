@@ -6,10 +6,12 @@
 #include <string>
 #include <thread>
 
+#include "kordll/platform/CWinThread.h"
 #include "kordll/platform/Clock.h"
 #include "kordll/platform/FileFind.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
+#include "kordll/platform/MessageQueue.h"
 #include "kordll/platform/WinFile.h"
 #include "tests/support/FaultEnv.h"
 #include "tests/support/MemEnv.h"
@@ -149,6 +151,29 @@ TEST(EnvClockTest, MovingAManualClockWakesATimedWait) {
   clock.Advance(1);
   waiter.join();
   EXPECT_TRUE(woke);
+}
+
+// The waits of the message queue and of a thread's end are measured on the
+// same clock: moving it ends them, though no real time has passed.
+TEST(EnvClockTest, MovingAManualClockEndsMessageAndThreadWaits) {
+  ScopedManualClock clock;
+  std::atomic<int> waited{-1};
+  std::thread waiter([&] { waited = MessageQueue::Current(true)->Wait(60000); });
+  while (waited == -1) clock.Advance(1000);
+  waiter.join();
+  EXPECT_EQ(0, waited);
+
+  CWinThread* thread = new CWinThread();  // runs its loop until told
+  thread->m_bAutoDelete = 0;
+  ASSERT_EQ(thread, AfxBeginThread(thread));
+  std::atomic<int> ended{-1};
+  std::thread watcher([&] { ended = thread->WaitForExit(60000); });
+  while (ended == -1) clock.Advance(1000);
+  watcher.join();
+  EXPECT_EQ(0, ended);
+  thread->PostThreadMessage(18, 0, 0);
+  EXPECT_EQ(1, thread->WaitForExit());
+  delete thread;
 }
 
 TEST(EnvClockTest, TheMachinesTimedWaitEndsAtItsDeadline) {
