@@ -64,6 +64,11 @@ class EnvFile {
   virtual int Truncate(int64_t size) = 0;
   // Writes the file's data through to the disk.
   virtual int Flush() = 0;
+  // Closes the file and answers whether the system accepted everything
+  // written (some file systems report a failed write only here). The file is
+  // closed either way, and the object may then only be destroyed. A file
+  // not closed this way is closed by the destructor, which cannot report.
+  virtual int Close() { return 0; }  // ERROR_SUCCESS
 };
 
 class Env {

@@ -100,9 +100,19 @@ bool WriteAll(int fd, const char* data, size_t size) {
 class PosixFile : public EnvFile {
  public:
   PosixFile(int fd, bool can_write) : fd_(fd), can_write_(can_write) {}
+  ~PosixFile() override {
+    if (fd_ >= 0) ::close(fd_);
+  }
+
   // On Linux the descriptor is released even when close reports EINTR, so a
-  // retry could close a descriptor another thread has just been given.
-  ~PosixFile() override { ::close(fd_); }
+  // retry could close a descriptor another thread has just been given; EINTR
+  // says nothing about the data, so it is no failure.
+  int Close() override {
+    const int fd = fd_;
+    fd_ = -1;
+    if (fd >= 0 && ::close(fd) != 0 && errno != EINTR) return Errno();
+    return ERROR_SUCCESS;
+  }
 
   int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
     char* out = static_cast<char*>(buffer);
@@ -176,7 +186,7 @@ class PosixFile : public EnvFile {
   }
 
  private:
-  const int fd_;
+  int fd_;  // -1 once closed
   const bool can_write_;
 };
 

@@ -52,9 +52,14 @@ int WinFile::Open(const CString& path, uint32_t access, uint32_t share, int disp
 int WinFile::Close() {
   std::lock_guard<std::mutex> l(mu_);
   if (!file_) return Fail(ERROR_INVALID_HANDLE);
+  // Some file systems report a failed write only when the file is closed:
+  // then the close fails as the write would have. The handle is closed
+  // either way.
+  const int code = file_->Close();
   file_.reset();
   can_read_ = can_write_ = false;
   position_ = 0;
+  if (code != ERROR_SUCCESS) return Fail(code);
   Succeed();
   return 1;
 }

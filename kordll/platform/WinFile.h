@@ -78,7 +78,10 @@ class WinFile {
   // removed again.
   int Open(const CString& path, uint32_t access, uint32_t share, int disposition);
 
-  // CloseHandle. Returns 1, or 0 if nothing was open.
+  // CloseHandle. Returns 1, or 0 if nothing was open (ERROR_INVALID_HANDLE)
+  // or the system reported a failure at closing, which for a written file
+  // means that what was written may not have reached it (the file is closed
+  // all the same).
   int Close();
 
   bool IsOpen() const;

@@ -308,6 +308,23 @@ TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
   EXPECT_EQ("onesix!", Contents(P("a")));
 }
 
+TEST_F(WinFileTest, AFailedCloseIsAFailedWriteAndStillCloses) {
+  WinFile f;
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
+  ASSERT_EQ(1, Write(f, "data"));
+  faults_.Arm(test::FaultEnv::kClose, 0, 1);
+  EXPECT_EQ(0, f.Close());
+  EXPECT_EQ(ERROR_WRITE_FAULT, f.GetLastError());
+  EXPECT_EQ(1, faults_.Injected(test::FaultEnv::kClose));
+  EXPECT_FALSE(f.IsOpen());
+  EXPECT_EQ(0, f.Close());
+  EXPECT_EQ(ERROR_INVALID_HANDLE, f.GetLastError());
+  // A close the system accepts answers 1.
+  ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
+  EXPECT_EQ(1, f.Close());
+  EXPECT_EQ("data", Contents(P("a")));
+}
+
 TEST_F(WinFileTest, InjectedShortWriteLeavesHalfAndAdvancesByIt) {
   WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));

@@ -51,6 +51,12 @@ class FaultFile : public EnvFile {
     return base_->Flush();
   }
 
+  int Close() override {
+    int code = base_->Close();
+    if (env_->ShouldFail(FaultEnv::kClose, path_)) return ERROR_WRITE_FAULT;
+    return code;
+  }
+
  private:
   FaultEnv* const env_;
   const std::string path_;

@@ -48,6 +48,8 @@ class FaultEnv : public EnvWrapper {
     kMove,        // a move or copy fails with ERROR_ACCESS_DENIED, changing nothing
     kDelete,      // deleting a file or a folder (or a folder tree) fails
                   // with ERROR_ACCESS_DENIED, changing nothing
+    kClose,       // closing a file reports ERROR_WRITE_FAULT (it is closed
+                  // all the same)
     kKindCount
   };
   static constexpr int kOnce = 1;
