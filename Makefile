@@ -7,7 +7,7 @@
 JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD     ?= build
 PACKAGES  := cmake make g++ pkg-config ninja-build libsqlite3-dev libxml2-dev libxslt1-dev \
-             libicu-dev libgtest-dev libbenchmark-dev
+             libicu-dev libgtest-dev libbenchmark-dev clang-format
 GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 
 .PHONY: demo test bench fuzz tsan install deps clean
@@ -29,7 +29,7 @@ demo: deps
 	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) $(BUILD)/release/kordll demo
 
 test: deps
-	cmake -S . -B $(BUILD)/asan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF
+	cmake -S . -B $(BUILD)/asan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON
 	cmake --build $(BUILD)/asan -j $(JOBS)
 	cd $(BUILD)/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS) --timeout 300
