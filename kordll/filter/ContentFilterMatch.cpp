@@ -6,7 +6,9 @@
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/FocusableLink.h"
+#include "kordll/record/FocusableReservation.h"
 #include "kordll/record/Item.h"
+#include "kordll/record/RecordIds.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 
 namespace kordll {
@@ -137,17 +139,12 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
     }
   }
 
-  // Whether this call holds a reservation of the record that it must give
-  // back. Only what this call reserved is released, once.
-  bool reserved = false;
+  // The reservation of the record that this call holds and must give back.
+  // Only what this call reserved is released, once: on leaving, or earlier
+  // where a load or a cascade follows.
+  FocusableReservation held;
   auto load = [&]() {
     if (record->IsFullyLoaded(1) == 0) record->LoadFocusable(nullptr);
-  };
-  auto release = [&]() {
-    if (reserved) {
-      reserved = false;
-      record->Release(nullptr);
-    }
   };
   // A cascade that is this filter itself, or that would go deeper than the
   // limit, refuses: a chain of cascades must end.
@@ -184,7 +181,7 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
   // loaded record; that reservation is given back like a partial load.
   if (fields != nullptr) {
     const int fullyLoaded = record->IsFullyLoaded(1);
-    if (fullyLoaded != 0) reserved = true;
+    if (fullyLoaded != 0) held.Adopt(record);
     if (fullyLoaded == 0 && !fields->empty()) {
       DBTaskItem* task = nullptr;
       if (allRelations) {
@@ -208,7 +205,7 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
         auto it = taskItems_.find(relation);
         if (it != taskItems_.end()) task = it->second;
       }
-      if (record->LoadFocusable(task) != 0) reserved = true;
+      if (record->LoadFocusable(task) != 0) held.Adopt(record);
     }
   }
 
@@ -225,7 +222,7 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
         if (field == -1) {
           const int count = record->GetFieldCount(0);
           if (item->IsString()) {
-            for (int f = 4; f < count && !found; ++f) {
+            for (int f = kFirstOwnField; f < count && !found; ++f) {
               if (record->GetFieldType(f) != Item::kTypeString) continue;
               found = TextMatches(record->GetFieldString(f, 0), item) != 0;
             }
@@ -236,7 +233,7 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
           }
           if (found) match = 1;
         } else {
-          if (field >= 4 && record->GetFieldType(field) == Item::kTypeString) {
+          if (field >= kFirstOwnField && record->GetFieldType(field) == Item::kTypeString) {
             found = TextMatches(record->GetFieldString(field, 0), item) != 0;
           } else {
             found = record->IsFieldItemSame(field, item) != 0;
@@ -249,35 +246,30 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
           }
         }
         // Item rules.
-        if (match == 0 && IsWordDependent()) {
-          release();
-          return 0;
-        }
+        if (match == 0 && IsWordDependent()) return 0;
         if (match == 1 && !IsWordDependent()) {
-          release();
+          held.Release();
           if (cascade_ == nullptr) {
             // The load runs when loadOnAccept is 0 and not when it is 1:
             // the applications rely on this inversion.
             if (loadOnAccept == 0) load();
             return 1;
           }
-          if (cascadeAccepts() != 0) return 1;
-          release();
-          return 0;
+          return cascadeAccepts() != 0 ? 1 : 0;
         }
       }
       // End-of-field rule.
       if (match == 1) break;
       if (IsWordDependent()) {
         // Only a field without items gets here.
-        release();
+        held.Release();
         if (loadOnAccept != 0) load();
         return 1;
       }
     }
   }
   // 8.
-  release();
+  held.Release();
   // 9. Cascade.
   if (cascade_ != nullptr) return cascadeAccepts();
   // 10.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kordll/record/Item.h"
+#include "kordll/record/RecordIds.h"
 
 namespace kordll {
 
@@ -19,8 +20,10 @@ struct NamedField {
   int id;
   const char16_t* name;
 };
-constexpr NamedField kNamedFields[] = {{7, u"body"}, {4, u"title"}, {5, u"author"},
-                                       {6, u"category"}};
+constexpr NamedField kNamedFields[] = {{kPostFieldDescription, u"body"},
+                                       {kPostFieldTitle, u"title"},
+                                       {kPostFieldAuthors, u"author"},
+                                       {kPostFieldCategories, u"category"}};
 
 bool IsValid(const COleDateTime& date) { return date.GetStatus() == COleDateTime::valid; }
 
@@ -58,7 +61,9 @@ CString ContentFilter::CreateStringDefinition() {
   };
   std::vector<const NamedField*> present;
   for (const NamedField& named : kNamedFields) {
-    if (hasArray(4, named.id) || hasArray(11, named.id)) present.push_back(&named);
+    if (hasArray(kRelationPost, named.id) || hasArray(kRelationSecondPost, named.id)) {
+      present.push_back(&named);
+    }
   }
 
   CString sentence;
@@ -68,7 +73,7 @@ CString ContentFilter::CreateStringDefinition() {
     sentence += list;
     // The second test looks for absence, the opposite of the reject
     // sentence: the applications' texts rely on it.
-    if (hasArray(4, -1) || !hasArray(11, -1)) {
+    if (hasArray(kRelationPost, -1) || !hasArray(kRelationSecondPost, -1)) {
       sentence += u" in ";
     } else {
       const size_t total = present.size();
@@ -77,7 +82,7 @@ CString ContentFilter::CreateStringDefinition() {
         const NamedField* field = present[i];
         if (named > 0) {
           sentence += u", ";
-        } else if (field->id == 5) {
+        } else if (field->id == kPostFieldAuthors) {
           // Before "author" the opening replaces what was built: kept as
           // the applications show it.
           sentence = u" in ";
@@ -126,7 +131,7 @@ CString ContentFilter::CreateStringDefinition() {
   } else {
     sentence += u" occurs";
   }
-  if (hasArray(4, -1) || hasArray(11, -1)) {
+  if (hasArray(kRelationPost, -1) || hasArray(kRelationSecondPost, -1)) {
     sentence += u" in any part of it.";
     return sentence;
   }
@@ -147,8 +152,8 @@ CString ContentFilter::CreateStringDefinition() {
 
 CString ContentFilter::GetFilterDefinition() {
   CString sentence = notificationFilter_ ? u"Notify me when " : u"Message related when ";
-  auto it = filteredFields_.find(4);
-  if (it == filteredFields_.end()) it = filteredFields_.find(11);
+  auto it = filteredFields_.find(kRelationPost);
+  if (it == filteredFields_.end()) it = filteredFields_.find(kRelationSecondPost);
   if (it == filteredFields_.end()) return CString();
   // The words are those of the items (the keyword list is not used), each
   // once; an empty text counts as a word.

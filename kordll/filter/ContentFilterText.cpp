@@ -6,6 +6,7 @@
 
 #include "kordll/platform/CRuntime.h"
 #include "kordll/record/Item.h"
+#include "kordll/record/RecordIds.h"
 #include "kordll/toolkit/KorlanDateTime.h"
 
 namespace kordll {
@@ -212,9 +213,9 @@ int ContentFilter::SetFilterOld(CString text) {
   definition_ = text;
   // An old filter on posts, or on every relation, acts on both post
   // relations.
-  if (relation == 4 || relation == -1) {
-    relation = 4;
-    StoreCopy(11, fields);
+  if (relation == kRelationPost || relation == -1) {
+    relation = kRelationPost;
+    StoreCopy(kRelationSecondPost, fields);
   }
   StoreFields(relation, std::move(fields));
   return 1;

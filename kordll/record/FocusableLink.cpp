@@ -5,6 +5,7 @@
 #include "kordll/platform/CRuntime.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/FocusableLinkImpl.h"
+#include "kordll/record/RecordIds.h"
 #include "kordll/record/RelationsEntryPoints.h"
 
 namespace kordll {
@@ -154,7 +155,7 @@ int FocusableLink::IsPostFocusable() {
   if (link_->target == nullptr) return 0;
   // Relation 26 is not a post when seen through a link.
   const int relation = link_->target->GetFocusableRelation();
-  return relation == 4 || relation == 11 ? 1 : 0;
+  return relation == kRelationPost || relation == kRelationSecondPost ? 1 : 0;
 }
 
 int FocusableLink::IsTreeItemFocusable() {

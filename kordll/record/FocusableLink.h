@@ -45,6 +45,7 @@
 #include <memory>
 
 #include "kordll/record/Focusable.h"
+#include "kordll/record/RecordIds.h"
 
 namespace kordll {
 
@@ -55,7 +56,7 @@ class FocusableLink : public Focusable {
   // Bit of the link status: the link is marked deleted.
   static constexpr int kLinkDeleted = 64;
   // The relation of links.
-  static constexpr int kLinkRelation = 8;
+  static constexpr int kLinkRelation = kRelationFocusableLink;
 
   // With a target (not owned): its GUID, its database's id (if it has a
   // database) and its slot index become the link's fields; the pointer is

@@ -6,6 +6,7 @@
 #include "kordll/record/Focusable.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/RGDBTemplate.h"
+#include "kordll/record/RecordIds.h"
 #include "kordll/toolkit/KorlanDateTime.h"
 #include "kordll/toolkit/PrintTemplate.h"
 
@@ -15,17 +16,9 @@ namespace {
 
 // Relations whose decorated GUID carries the originating controller id.
 bool IsGuidPrefixedRelation(int relation) {
-  return relation == 4 || relation == 11 || relation == 25 || relation == 26;
+  return relation == kRelationPost || relation == kRelationSecondPost ||
+         relation == kRelationNote || relation == kRelationSavedPost;
 }
-
-// The relation whose int fields are backed up as stored text: the pointer
-// record of a link, whose ints are copied from another record's header.
-constexpr int kLinkRelation = 8;
-// The post relation whose field 15 holds "URL|length|MIME type".
-constexpr int kPostRelation = 4;
-constexpr int kEnclosureField = 15;
-// The file relation whose fields 10 and 11 are byte counts.
-constexpr int kFileRelation = 18;
 
 constexpr char16_t kCDataOpen[] = u"<![CDATA[";
 constexpr char16_t kCDataClose[] = u"]]>";
@@ -148,7 +141,9 @@ PrintTemplate* Relation::PrintFocusableBackup(Focusable* record) const {
       if (field == nullptr) continue;
       const int fieldId = field->id;
       CString value;
-      if (id_ != kLinkRelation && field->type == Item::kTypeInt) {
+      // The int fields of a link's pointer record are copied from another
+      // record's header: they are backed up as stored text.
+      if (id_ != kRelationFocusableLink && field->type == Item::kTypeInt) {
         value = CString::Formatted("%d", record->GetFieldInt(fieldId));
       } else {
         value = record->GetFieldString(fieldId, 1);
@@ -200,7 +195,7 @@ PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const 
       }
       if (value.IsEmpty()) continue;
 
-      if (id_ == kPostRelation && fieldId == kEnclosureField) {
+      if (id_ == kRelationPost && fieldId == kPostFieldEnclosure) {
         CString url, length, type;
         SplitEnclosure(value, &url, &length, &type);
         if (url.IsEmpty()) continue;
@@ -213,7 +208,8 @@ PrintTemplate* Relation::DecorateFocusable(Focusable* record, int escape) const 
         if (!printed->AddPrintTemplate(enclosure)) delete enclosure;
         continue;
       }
-      if (id_ == kFileRelation && (fieldId == 10 || fieldId == 11)) {
+      // Fields 10 and 11 of a file are byte counts.
+      if (id_ == kRelationFile && (fieldId == 10 || fieldId == 11)) {
         // Read from the text, so that a size beyond the int range (a file
         // of several gigabytes) keeps its value.
         const CString size = FormatByteSize(_wtoi64(record->GetFieldString(fieldId, 0)));
