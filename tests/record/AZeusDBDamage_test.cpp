@@ -1,6 +1,7 @@
-// Damaged record and string files from tests/record/data go through the
-// engines and through `kordll kdb check` / `kordll sdb check`: the engines
-// fail with their error codes and keep working, the checker names a problem.
+// Damaged record and string files, each made from the valid one in
+// tests/record/data by a small edit, go through the engines and through
+// `kordll kdb check` / `kordll sdb check`: the engines fail with their error
+// codes and keep working, the checker names a problem.
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,19 @@ int Tool(const std::string& args) {
   const char* tool = KORDLL_TOOL_PATH;
   const int status = std::system((std::string("'") + tool + "' " + args + " >/dev/null 2>&1").c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
+}
+
+// One kind of damage: `count` bytes at `at` of the valid file replaced by
+// `text` (count npos with no text cuts the file there).
+struct Damage {
+  const char* what;
+  size_t at;
+  size_t count;
+  std::string text;
+};
+
+std::string Damaged(const char* valid, const Damage& d) {
+  return Load(valid).replace(d.at, d.count, d.text);
 }
 
 class DamagedFilesTest : public ::testing::Test {
@@ -87,33 +101,38 @@ TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
       << dump.str();
 }
 
-struct Case {
-  const char* file;
-  int records;  // records a scan still reads
-  int refused;  // the error every save answers with, 0 when saves go on
-};
-
 TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
-  const std::vector<Case> cases = {
-      {"truncated_header.kdb", 0, 3},     {"truncated_subtable.kdb", 1, 0},
-      {"broken_state_bracket.kdb", 0, 2}, {"broken_lengths_bracket.kdb", 0, 2},
-      {"slot_count_41.kdb", 0, 2},        {"absurd_field_count.kdb", 0, 3},
-      {"length_too_big.kdb", 0, 2},       {"version_10.kdb", 3, 0},
-      {"chain_self_loop.kdb", 2, 0},      {"chain_outside_file.kdb", 1, 0},
-      {"chain_to_free_slot.kdb", 2, 0},   {"chain_back_at_itself.kdb", 2, 0},
-      {"slot_header_garbage.kdb", 2, 0},
+  using namespace std::string_literals;
+  const size_t kCut = std::string::npos;
+  struct Case {
+    Damage damage;
+    int records;  // records a scan still reads
+    int refused;  // the error every save answers with, 0 when saves go on
+  } cases[] = {
+      {{"truncated header", 500, kCut, ""}, 0, 3},
+      {{"truncated sub-table", 1271, kCut, ""}, 1, 0},
+      {{"broken state bracket", 1042, 1, "x"}, 0, 2},
+      {{"broken lengths bracket", 1084, 1, "x"}, 0, 2},
+      {{"slot count 41", 1004, 1, "1"}, 0, 2},
+      {{"absurd field count", 1009, 11, "99999999:4]"}, 0, 3},
+      {{"length too big", 1095, 2, "99999"}, 0, 2},
+      {{"version 10", 2, 1, "0"}, 3, 0},
+      {{"chain to itself", 1191, 1, "1"}, 2, 0},
+      {{"chain outside the file", 1191, 9, "999:0:-1]"}, 1, 0},
+      {{"chain to a free slot", 1191, 8, "30:0:-1]"}, 2, 0},
+      {{"chain back at itself", 1264, 1, "2"}, 2, 0},
+      {{"slot header garbage", 1188, 25, "garbage header here      "}, 2, 0},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    const std::string bytes = Load(c.file);
-    ASSERT_FALSE(bytes.empty());
+    SCOPED_TRACE(c.damage.what);
+    const std::string bytes = Damaged("valid.kdb", c.damage);
+    ASSERT_NE(Load("valid.kdb"), bytes);
     std::ostringstream out;
     EXPECT_GT(KdbExaminer::CheckKdb(bytes, out), 0);
-    const int tool = Tool(std::string("kdb check '") + DataDir() + c.file + "'");
-    EXPECT_EQ(1, tool);
-
     FileSystem::DeleteFile(root_.Path("f.kdb"));
     ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    EXPECT_EQ(1, Tool("kdb check '" + root_.Path("f.kdb").ToUtf8() + "'"));
+
     AZeusDB db(root_.root(), "f", 10, 0);
     EXPECT_EQ(c.records, Scan(&db).first);
     Focusable fresh(4, nullptr);
@@ -286,26 +305,34 @@ TEST_F(DamagedFilesTest, NamesThatLeaveTheFolderAreRefused) {
 }
 
 TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
-  for (const char* file : {"truncated.sdb", "slot_size_3.sdb", "slot_size_absurd.sdb",
-                           "chain_self_loop.sdb", "chain_outside_file.sdb",
-                           "chain_to_free_slot.sdb"}) {
-    SCOPED_TRACE(file);
-    const std::string bytes = Load(file);
+  using namespace std::string_literals;
+  struct Case {
+    Damage damage;
+    bool refused;  // an impossible slot size: no new text is taken
+  } cases[] = {
+      {{"truncated", 100, std::string::npos, ""}, false},
+      {{"slot size 3", 7, 2, "]\0"s}, true},
+      {{"slot size absurd", 6, 11, "2000000000]"}, true},
+      {{"chain to itself", 73, 1, "1"}, false},
+      {{"chain outside the file", 23, 9, "99999:-1]"}, false},
+      {{"chain to a free slot", 23, 1, "3"}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.damage.what);
+    const std::string bytes = Damaged("valid.sdb", c.damage);
+    ASSERT_NE(Load("valid.sdb"), bytes);
     std::ostringstream out;
     EXPECT_GT(KdbExaminer::CheckSdb(bytes, out), 0);
-    const int tool = Tool(std::string("sdb check '") + DataDir() + file + "'");
-    EXPECT_EQ(1, tool);
     FileSystem::DeleteFile(root_.Path("s.sdb"));
     ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("s.sdb"), bytes));
+    EXPECT_EQ(1, Tool("sdb check '" + root_.Path("s.sdb").ToUtf8() + "'"));
     StringDB db(root_.root(), "s", 30, 4);
     CString text;
     EXPECT_EQ(0, db.ReadStringSlot(0, text));
     EXPECT_NE(0, db.GetLastDBErrorMsgCode());
-    // A file whose slot size is impossible is refused; any other one takes
-    // new texts.
     int slot = -1;
     const int used = db.WriteStringSlot(&slot, CString("still works"));
-    if (std::string(file).find("slot_size") == std::string::npos) {
+    if (!c.refused) {
       EXPECT_EQ(1, used);
       CString back;
       EXPECT_EQ(1, db.ReadStringSlot(slot, back));
