@@ -9,24 +9,25 @@
 namespace kordll {
 namespace {
 
-TEST(RuntimeWtoi, WhiteSpaceSignAndDigits) {
-  EXPECT_EQ(_wtoi(CString(u"  \t\n\v\f\r-42abc")), -42);
-  EXPECT_EQ(_wtoi(CString(u"+7")), 7);
-  EXPECT_EQ(_wtoi(CString(u"")), 0);
-  EXPECT_EQ(_wtoi(CString(u"abc")), 0);
-  EXPECT_EQ(_wtoi(CString(u"- 5")), 0);  // a sign must touch the digits
-  // Only C-locale white space is skipped: a no-break space stops the reading.
-  EXPECT_EQ(_wtoi(CString(u"\u00A012")), 0);
-  // Full-width digits are not digits.
-  EXPECT_EQ(_wtoi(CString(u"\uFF11")), 0);
-  EXPECT_EQ(_wtoi(CString(u"12 34")), 12);
-}
-
-TEST(RuntimeWtoi, SaturatesAtTheIntLimits) {
-  EXPECT_EQ(_wtoi(CString(u"2147483647")), INT_MAX);
-  EXPECT_EQ(_wtoi(CString(u"2147483648")), INT_MAX);
-  EXPECT_EQ(_wtoi(CString(u"-2147483648")), INT_MIN);
-  EXPECT_EQ(_wtoi(CString(u"-99999999999999999999")), INT_MIN);
+TEST(RuntimeWtoi, WhiteSpaceSignDigitsAndSaturation) {
+  const struct {
+    const char16_t* text;
+    int value;
+  } cases[] = {{u"  \t\n\v\f\r-42abc", -42},
+               {u"+7", 7},
+               {u"", 0},
+               {u"abc", 0},
+               {u"12 34", 12},
+               {u"- 5", 0},  // a sign must touch the digits
+               // Only C-locale white space is skipped, and full-width digits are none.
+               {u"\u00A012", 0},
+               {u"\uFF11", 0},
+               {u"2147483647", INT_MAX},
+               {u"2147483648", INT_MAX},
+               {u"-2147483648", INT_MIN},
+               {u"-99999999999999999999", INT_MIN}};
+  for (const auto& c : cases)
+    EXPECT_EQ(c.value, _wtoi(CString(c.text))) << CString(c.text).ToUtf8();
   EXPECT_EQ(_wtoi64(CString(u"9223372036854775808")), LLONG_MAX);
   EXPECT_EQ(_atoi("  31x"), 31);
 }
@@ -103,7 +104,11 @@ TEST(RuntimeScan, InputAndFormatEndAtTheFirstNul) {
   EXPECT_EQ(swscanf(CString(padded, 8), CString(u"%d:%s"), {&n, &word}), 2);
   EXPECT_EQ(word, u"abc");
   // Nothing after the NUL is seen: the input ends before the conversion.
-  EXPECT_EQ(swscanf(CString(u"\0" u"7", 2), CString(u"%d"), {&n}), -1);
+  EXPECT_EQ(swscanf(CString(u"\0"
+                            u"7",
+                            2),
+                    CString(u"%d"), {&n}),
+            -1);
   std::string narrow;
   EXPECT_EQ(sscanf(std::string_view("ab\0cd", 5), "%s", {&narrow}), 1);
   EXPECT_EQ(narrow, "ab");
@@ -142,31 +147,28 @@ TEST(RuntimeScan, ConversionsBeyondTheDestinationsAreNotCounted) {
   EXPECT_EQ(sscanf("key=value", "%[^=]=%s", {}), 0);
 }
 
-TEST(RuntimeTokens, TextAndDelimitersEndAtTheFirstNul) {
-  CString text(u"a;b\0;c", 6);
-  TokenState st;
+// Every token wcstok gives for `text` split at ";".
+std::vector<CString> Split(CString text, TokenState& st) {
   CString tok;
   std::vector<CString> got;
-  for (int r = wcstok(&tok, &text, CString(u";"), st); r; r = wcstok(&tok, nullptr, CString(u";"), st)) {
+  for (int r = wcstok(&tok, &text, CString(u";"), st); r;
+       r = wcstok(&tok, nullptr, CString(u";"), st))
     got.push_back(tok);
-  }
-  EXPECT_EQ(got, (std::vector<CString>{CString(u"a"), CString(u"b")}));
+  return got;
+}
+
+TEST(RuntimeTokens, RunsOfDelimitersVanishAndTextAndDelimitersEndAtTheFirstNul) {
+  TokenState st;
+  CString tok;
+  EXPECT_EQ(Split(CString(u";;a;b;;c;"), st),
+            (std::vector<CString>{CString(u"a"), CString(u"b"), CString(u"c")}));
+  EXPECT_EQ(wcstok(&tok, nullptr, CString(u";"), st), 0);
+  EXPECT_EQ(Split(CString(u"a;b\0;c", 6), st),
+            (std::vector<CString>{CString(u"a"), CString(u"b")}));
   // A NUL in the delimiters ends them; it is no delimiter itself.
   CString plain(u"x,y");
   EXPECT_EQ(wcstok(&tok, &plain, CString(u"\0,", 2), st), 1);
   EXPECT_EQ(tok, u"x,y");
-}
-
-TEST(RuntimeTokens, RunsOfDelimitersVanish) {
-  CString text(u";;a;b;;c;");
-  TokenState st;
-  CString tok;
-  std::vector<CString> got;
-  for (int r = wcstok(&tok, &text, CString(u";"), st); r; r = wcstok(&tok, nullptr, CString(u";"), st)) {
-    got.push_back(tok);
-  }
-  EXPECT_EQ(got, (std::vector<CString>{CString(u"a"), CString(u"b"), CString(u"c")}));
-  EXPECT_EQ(wcstok(&tok, nullptr, CString(u";"), st), 0);
 }
 
 TEST(RuntimeTokens, NestedSplitOnTheSharedStateConsumesTheOuterOne) {

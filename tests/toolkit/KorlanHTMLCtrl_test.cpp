@@ -33,59 +33,54 @@ void ExpectEach(Fn fn, std::initializer_list<TextCase> cases) {
 #define ALL_GUARDS u" &#0 &a &A &e &E &i &I &o &O &u &U &y &Yx"
 
 TEST(DecodeString, EntityGroupsAndTheGuardsBeforeThem) {
-  ExpectEach(
-      H::DecodeString,
-      {
-          {u"plain <b>text</b> 100%", u"plain <b>text</b> 100%"},
-          {u"", u""},
-          // The basic group, in its order: "&amp;" after "&lt;", before "&apos;".
-          {u"&lt;b&gt;", u"<b>"},
-          {u"a &amp; b &apos;c&apos; &quot;d&quot; e&nbsp;f", u"a & b 'c' \"d\" e f"},
-          {u"&amp;lt;", u"&lt;"},
-          {u"&amp;apos;", u"'"},
-          // The first missing guard stops the chain: no "&#", no letter groups;
-          // "&A" missing, the "&e" group is not reached though "&e" is there.
-          {u"caf&eacute;", u"caf&eacute;"},
-          {u"caf&eacute; &#8217; &a &A", u"caf\u00e9 ' &a &A"},
-          {u"caf&eacute; &#8217; &agrave;", u"caf&eacute; ' \u00e0"},
-          // A guard is looked for in the text as it stands after earlier groups.
-          {u"&amp;#8217;", u"'"},
-          {u"&amp;eacute; &#8211; &a &A", u"\u00e9 - &a &A"},
-          // The numeric group knows its own numbers only, and "&#38;" only doubled.
-          {u"&#8220;q&#8221; &#8216;x&#8217; &#8230; &#8218; &#8211; &#8212; &#38;&#38; "
-           u"&#8364;&#128;&#8482;",
-           u"\"q\" 'x' ... , - -- & \u20ac\u20ac\u2122"},
-          {u"&#233; &#38;", u"&#233; &#38;"},
-          // One word at each end of every letter group, with every guard.
-          {u"&agrave;&Aelig;&egrave;&Euml;&igrave;&Iuml;&ograve;&Oslash;&ugrave;&Uuml;&yacute;"
-           u"&Yuml;" ALL_GUARDS,
-           u"\u00e0\u00c6\u00e8\u00cb\u00ec\u00cf\u00f2\u00d8\u00f9\u00dc"
-           u"y\u0178" ALL_GUARDS},
-          // The last group runs only while a "&Y" word is left over.
-          {u"&ccedil;&Eth;&copy;&hellip;&tilde;&trade;" ALL_GUARDS,
-           u"\u00e7D\u00a9\u2026\u02dc\u2122" ALL_GUARDS},
-          {u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y &Yuml;",
-           u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y \u0178"},
-          // Broken and unknown entities stay.
-          {u"&lt &bogus; & &;", u"&lt &bogus; & &;"},
-          {u"&EACUTE; &#x41;", u"&EACUTE; &#x41;"},
-      });
+  ExpectEach(H::DecodeString,
+             {{u"plain <b>text</b> 100%", u"plain <b>text</b> 100%"},
+              {u"", u""},
+              // The basic group, in its order: "&amp;" after "&lt;", before "&apos;".
+              {u"&lt;b&gt;", u"<b>"},
+              {u"a &amp; b &apos;c&apos; &quot;d&quot; e&nbsp;f", u"a & b 'c' \"d\" e f"},
+              {u"&amp;lt;", u"&lt;"},
+              {u"&amp;apos;", u"'"},
+              // The first missing guard stops the chain: no "&#", no letter groups;
+              // "&A" missing, the "&e" group is not reached though "&e" is there.
+              {u"caf&eacute;", u"caf&eacute;"},
+              {u"caf&eacute; &#8217; &a &A", u"caf\u00e9 ' &a &A"},
+              {u"caf&eacute; &#8217; &agrave;", u"caf&eacute; ' \u00e0"},
+              // A guard is looked for in the text as it stands after earlier groups.
+              {u"&amp;#8217;", u"'"},
+              {u"&amp;eacute; &#8211; &a &A", u"\u00e9 - &a &A"},
+              // The numeric group knows its own numbers only, and "&#38;" only doubled.
+              {u"&#8220;q&#8221; &#8216;x&#8217; &#8230; &#8218; &#8211; &#8212; &#38;&#38; "
+               u"&#8364;&#128;&#8482;",
+               u"\"q\" 'x' ... , - -- & \u20ac\u20ac\u2122"},
+              {u"&#233; &#38;", u"&#233; &#38;"},
+              // One word at each end of every letter group, with every guard.
+              {u"&agrave;&Aelig;&egrave;&Euml;&igrave;&Iuml;&ograve;&Oslash;&ugrave;&Uuml;&yacute;"
+               u"&Yuml;" ALL_GUARDS,
+               u"\u00e0\u00c6\u00e8\u00cb\u00ec\u00cf\u00f2\u00d8\u00f9\u00dc"
+               u"y\u0178" ALL_GUARDS},
+              // The last group runs only while a "&Y" word is left over.
+              {u"&ccedil;&Eth;&copy;&hellip;&tilde;&trade;" ALL_GUARDS,
+               u"\u00e7D\u00a9\u2026\u02dc\u2122" ALL_GUARDS},
+              {u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y &Yuml;",
+               u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y \u0178"},
+              // Broken and unknown entities stay.
+              {u"&lt &bogus; & &;", u"&lt &bogus; & &;"},
+              {u"&EACUTE; &#x41;", u"&EACUTE; &#x41;"}});
 }
 
 TEST(NormalizeAndEscapeHTML, AmpersandFirstAndTagsRemoved) {
   EXPECT_TEXT("&amp;lt; &lt;b&gt; &amp;amp;", H::NormalizeHTML(CString("&lt; <b> &amp;")));
   ExpectEach([](const CString& t) { return H::EscapeHTML(t, nullptr, 0); },
-             {
-                 {u"a > b &amp;", u"a > b &amp;"},
-                 {u"<p><b>bold</b> &amp; <i>text</i></p>", u"bold &amp; text"},
-                 {u"<b>", u""},
-                 // An unclosed tag keeps its text without the bracket; inside a
-                 // tag a second "<" is part of the tag.
-                 {u"a < b", u"a  b"},
-                 {u"x<i>y", u"xy"},
-                 {u"x<", u"x"},
-                 {u"a<<x>b", u"ab"},
-             });
+             {{u"a > b &amp;", u"a > b &amp;"},
+              {u"<p><b>bold</b> &amp; <i>text</i></p>", u"bold &amp; text"},
+              {u"<b>", u""},
+              // An unclosed tag keeps its text without the bracket; inside a
+              // tag a second "<" is part of the tag.
+              {u"a < b", u"a  b"},
+              {u"x<i>y", u"xy"},
+              {u"x<", u"x"},
+              {u"a<<x>b", u"ab"}});
   // The tag list and the flag are not read.
   CArray<CString, CString> tags = {CString("b")};
   EXPECT_TEXT("x", H::EscapeHTML(CString("<b>x</b>"), &tags, 1));
@@ -93,38 +88,34 @@ TEST(NormalizeAndEscapeHTML, AmpersandFirstAndTagsRemoved) {
 }
 
 TEST(UrlEncodeAndDecode, EscapesBothWays) {
-  ExpectEach(H::UrlEncode, {
-                               {u"a b/c", u"a+b%2Fc"},
-                               {u"~.%", u"%7E%2E%25"},
-                               // Wide codes keep their two leading hex digits.
-                               {u"\u20AC", u"%20"},
-                               {u"\u00E9", u"%E9"},
-                               {u"\u0100", u"%10"},
-                               {u"\uFFFF", u"%FF"},
-                           });
+  ExpectEach(H::UrlEncode, {{u"a b/c", u"a+b%2Fc"},
+                            {u"~.%", u"%7E%2E%25"},
+                            // Wide codes keep their two leading hex digits.
+                            {u"\u20AC", u"%20"},
+                            {u"\u00E9", u"%E9"},
+                            {u"\u0100", u"%10"},
+                            {u"\uFFFF", u"%FF"}});
   EXPECT_TEXT("%09%00Z9", H::UrlEncode(CString(u"\t", 1) + CString(u'\0') + "Z9"));
   EXPECT_TEXT("%D8", H::UrlEncode(CString(u'\xD800')));
 
   ExpectEach(H::URLDecode,
-             {
-                 {u"a+b%2fc", u"a b/c"},
-                 {u"100%", u"100%"},
-                 {u"%zz", u"%zz"},
-                 {u"%4", u"%4"},
-                 // One escape gives one unit: UTF-8 bytes are not joined.
-                 {u"%C3%A9", u"\u00C3\u00A9"},
-                 // Only the low eight bits of a digit count (U+0141 ends in 0x41, "A").
-                 {u"%1\u0141", u"\u001A"},
-                 // Numeric references, cut to 16 bits, need a ";" somewhere further on.
-                 {u"&#65;", u"A"},
-                 {u"&#65", u"&#65"},
-                 {u"&#65601;", u"A"},
-                 {u"&&#66;", u"&B"},
-                 {u"&#1 &#2 &#", u"&#1 &#2 &#"},
-                 // "+" and the basic entities come first, so "&amp;#65;" ends as a number.
-                 {u"&lt;a&gt;+&amp;+&apos;+&quot;+&nbsp;x", u"<a> & ' \"  x"},
-                 {u"&amp;#65;", u"A"},
-             });
+             {{u"a+b%2fc", u"a b/c"},
+              {u"100%", u"100%"},
+              {u"%zz", u"%zz"},
+              {u"%4", u"%4"},
+              // One escape gives one unit: UTF-8 bytes are not joined.
+              {u"%C3%A9", u"\u00C3\u00A9"},
+              // Only the low eight bits of a digit count (U+0141 ends in 0x41, "A").
+              {u"%1\u0141", u"\u001A"},
+              // Numeric references, cut to 16 bits, need a ";" somewhere further on.
+              {u"&#65;", u"A"},
+              {u"&#65", u"&#65"},
+              {u"&#65601;", u"A"},
+              {u"&&#66;", u"&B"},
+              {u"&#1 &#2 &#", u"&#1 &#2 &#"},
+              // "+" and the basic entities come first, so "&amp;#65;" ends as a number.
+              {u"&lt;a&gt;+&amp;+&apos;+&quot;+&nbsp;x", u"<a> & ' \"  x"},
+              {u"&amp;#65;", u"A"}});
   // No number gives U+0000; the ";" may lie anywhere further on.
   EXPECT_EQ(CString(u'\0') + CString("x"), H::URLDecode(CString("&#abc def;x")));
 }
@@ -135,22 +126,20 @@ TEST(GetNextLink, ValueBoundsAndFailures) {
     int length;  // -1: the whole text
     int from;
     int answer, start, end;
-  } cases[] = {
-      {"href = 'x'", -1, 4, 1, 4, 6},  // blank before "=": the search ends at once
-      {"href= \"a b\">", -1, 4, 1, 7, 10},
-      // Unquoted: ends at white space, not at ">", or with the text.
-      {"src=a.gif>next\tmore", -1, 3, 1, 4, 14},
-      {"src=a.gif", -1, 3, 1, 4, 9},
-      {"href='abc", -1, 4, 1, 6, -1},  // no closing quote
-      // An empty quoted value searches beyond its own quote.
-      {"href=\"\" a=\"b\"", -1, 4, 1, 6, 10},
-      // Nothing left: 0, and start and end untouched.
-      {"a href", -1, 6, 0, 99, 99},
-      {"a href= \t", -1, 6, 0, 99, 99},
-      {"href=abc", 5, 4, 0, 99, 99},  // the length bounds the search
-      {"href=abc", -1, -3, 0, 99, 99},
-      {"href=abc", 100, 50, 0, 99, 99},
-  };
+  } cases[] = {{"href = 'x'", -1, 4, 1, 4, 6},  // blank before "=": the search ends at once
+               {"href= \"a b\">", -1, 4, 1, 7, 10},
+               // Unquoted: ends at white space, not at ">", or with the text.
+               {"src=a.gif>next\tmore", -1, 3, 1, 4, 14},
+               {"src=a.gif", -1, 3, 1, 4, 9},
+               {"href='abc", -1, 4, 1, 6, -1},  // no closing quote
+               // An empty quoted value searches beyond its own quote.
+               {"href=\"\" a=\"b\"", -1, 4, 1, 6, 10},
+               // Nothing left: 0, and start and end untouched.
+               {"a href", -1, 6, 0, 99, 99},
+               {"a href= \t", -1, 6, 0, 99, 99},
+               {"href=abc", 5, 4, 0, 99, 99},  // the length bounds the search
+               {"href=abc", -1, -3, 0, 99, 99},
+               {"href=abc", 100, 50, 0, 99, 99}};
   for (const Case& c : cases) {
     CString t(c.text);
     int start = 99, end = 99;
@@ -199,8 +188,7 @@ TEST(NormalizeLinks, ValuesBaseAndTheTextAround) {
       {"<a href=\"/x\"> the src", kBase, "<a href=\"http://host/dir/x"},
       {"the src Code", kBase, "the src code"},
       {"<img src>Rest", kBase, "<img src>rest"},
-      {"<a href=\"/x\"> <a href=\"/Open", kBase, "<a href=\"http://host/dir/x\"> <a href=\"/Open"},
-  };
+      {"<a href=\"/x\"> <a href=\"/Open", kBase, "<a href=\"http://host/dir/x\"> <a href=\"/Open"}};
   for (const Case& c : cases)
     EXPECT_TEXT(c.out, H::NormalizeLinks(CString(c.html), CString(c.base))) << c.html;
 }
