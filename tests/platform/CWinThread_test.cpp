@@ -35,11 +35,6 @@ class Journal {
     msgs_.push_back(MSG{0, message, w, l});
     cv_.notify_all();
   }
-  // Waits until n messages were recorded; false when that never happens.
-  bool WaitForMessages(size_t n) {
-    std::unique_lock<std::mutex> lock(mu_);
-    return cv_.wait_for(lock, kPatience, [&] { return msgs_.size() >= n; });
-  }
   bool WaitForEntry(const std::string& entry) {
     std::unique_lock<std::mutex> lock(mu_);
     return cv_.wait_for(lock, kPatience, [&] {
