@@ -40,10 +40,11 @@ class WinFileTest : public test::TempRootTest {
     buf.resize(got);
     return buf;
   }
+
+  WinFile f;  // the file a test works on, closed before faults_ goes
 };
 
 TEST_F(WinFileTest, CreateNewMakesAFileAndRefusesATakenName) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   EXPECT_EQ(ERROR_SUCCESS, f.GetLastError());
   EXPECT_EQ(0, f.GetFileSize());
@@ -66,7 +67,6 @@ TEST_F(WinFileTest, CreateNewMakesAFileAndRefusesATakenName) {
 
 TEST_F(WinFileTest, OpenAlwaysKeepsContentAndSaysItExisted) {
   Put(P("a"), "hello");
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS));
   EXPECT_EQ(ERROR_ALREADY_EXISTS, f.GetLastError());
   EXPECT_EQ(5, f.GetFileSize());
@@ -81,7 +81,6 @@ TEST_F(WinFileTest, OpenAlwaysKeepsContentAndSaysItExisted) {
 
 TEST_F(WinFileTest, CreateAlwaysAndTruncateExistingEmptyTheFile) {
   Put(P("a"), "hello");
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_ALWAYS));
   EXPECT_EQ(ERROR_ALREADY_EXISTS, f.GetLastError());
   EXPECT_EQ(0, f.GetFileSize());
@@ -103,7 +102,6 @@ TEST_F(WinFileTest, CreateAlwaysAndTruncateExistingEmptyTheFile) {
 }
 
 TEST_F(WinFileTest, RefusesNamesAndObjectsThatAreNotFiles) {
-  WinFile f;
   EXPECT_EQ(0, f.Open(root_.DataRoot(), GENERIC_READ, 0, OPEN_EXISTING));
   EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
   EXPECT_EQ(0, f.Open(root_.DataRoot(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS));
@@ -135,7 +133,6 @@ TEST_F(WinFileTest, RefusesNamesAndObjectsThatAreNotFiles) {
 
 TEST_F(WinFileTest, ReadIsShortAtTheEndAndEmptyPastIt) {
   Put(P("a"), "0123456789");
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING));
   EXPECT_EQ(6, f.SetFilePointer(6, FILE_BEGIN));
   EXPECT_EQ("6789", Read(f, 10));
@@ -147,7 +144,6 @@ TEST_F(WinFileTest, ReadIsShortAtTheEndAndEmptyPastIt) {
 }
 
 TEST_F(WinFileTest, ReadsAndWritesShareOnePosition) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abcdef"));
   EXPECT_EQ(6, f.GetFilePointer());
@@ -163,7 +159,6 @@ TEST_F(WinFileTest, ReadsAndWritesShareOnePosition) {
 }
 
 TEST_F(WinFileTest, TransfersAtAnOffsetLeaveThePositionAlone) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abcdef"));
   f.SetFilePointer(1, FILE_BEGIN);
@@ -184,7 +179,6 @@ TEST_F(WinFileTest, TransfersAtAnOffsetLeaveThePositionAlone) {
 }
 
 TEST_F(WinFileTest, SeekBeforeTheStartIsRefusedAndKeepsThePosition) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abc"));
   EXPECT_EQ(-1, f.SetFilePointer(-4, FILE_END));
@@ -197,7 +191,6 @@ TEST_F(WinFileTest, SeekBeforeTheStartIsRefusedAndKeepsThePosition) {
 }
 
 TEST_F(WinFileTest, PositionsAndSizesAreSixtyFourBit) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("big"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   const int64_t far = (int64_t{5} << 30) + 7;  // beyond any 32-bit offset
   ASSERT_EQ(far, f.SetFilePointer(far, FILE_BEGIN));
@@ -209,7 +202,6 @@ TEST_F(WinFileTest, PositionsAndSizesAreSixtyFourBit) {
 }
 
 TEST_F(WinFileTest, SetEndOfFileCutsAndExtendsAtThePosition) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abcdef"));
   f.SetFilePointer(2, FILE_BEGIN);
@@ -249,7 +241,6 @@ TEST_F(WinFileTest, AccessIsEnforced) {
 }
 
 TEST_F(WinFileTest, AClosedFileAnswersFailureNotACrash) {
-  WinFile f;
   char c = 0;
   uint32_t n = 7;
   EXPECT_EQ(0, f.ReadFile(&c, 1, &n));
@@ -273,7 +264,6 @@ TEST_F(WinFileTest, AClosedFileAnswersFailureNotACrash) {
 TEST_F(WinFileTest, ReopeningClosesTheFormerFile) {
   Put(P("a"), "first");
   Put(P("b"), "second");
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
   EXPECT_EQ("fir", Read(f, 3));
   ASSERT_EQ(1, f.Open(P("b"), GENERIC_READ, 0, OPEN_EXISTING));
@@ -285,7 +275,6 @@ TEST_F(WinFileTest, ReopeningClosesTheFormerFile) {
 // --- injected faults --------------------------------------------------------
 
 TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   faults_.Arm(test::FaultEnv::kWrite, 1, 1);
   uint32_t written = 99;
@@ -309,7 +298,6 @@ TEST_F(WinFileTest, InjectedFullDiskFailsTheNthWriteOnly) {
 }
 
 TEST_F(WinFileTest, AFailedCloseIsAFailedWriteAndStillCloses) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "data"));
   faults_.Arm(test::FaultEnv::kClose, 0, 1);
@@ -326,7 +314,6 @@ TEST_F(WinFileTest, AFailedCloseIsAFailedWriteAndStillCloses) {
 }
 
 TEST_F(WinFileTest, InjectedShortWriteLeavesHalfAndAdvancesByIt) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW));
   faults_.Arm(test::FaultEnv::kShortWrite, 0, 1);
   uint32_t written = 0;
@@ -342,7 +329,6 @@ TEST_F(WinFileTest, InjectedShortWriteLeavesHalfAndAdvancesByIt) {
 TEST_F(WinFileTest, InjectedReadAndOpenFailures) {
   Put(P("a"), "abc");
   faults_.Arm(test::FaultEnv::kOpen, 0, 1);
-  WinFile f;
   EXPECT_EQ(0, f.Open(P("a"), GENERIC_READ, 0, OPEN_EXISTING));
   EXPECT_EQ(ERROR_ACCESS_DENIED, f.GetLastError());
   EXPECT_EQ(1, f.Open(P("new"), GENERIC_WRITE, 0, CREATE_NEW)) << "one failure only";
@@ -372,7 +358,6 @@ TEST_F(WinFileTest, InjectionCanBeLimitedToOnePath) {
 }
 
 TEST_F(WinFileTest, FlushFaultFailsFlushAndSetEndOfFile) {
-  WinFile f;
   ASSERT_EQ(1, f.Open(P("a"), GENERIC_WRITE, 0, CREATE_NEW));
   ASSERT_EQ(1, Write(f, "abc"));
   faults_.Arm(test::FaultEnv::kFlush, 0, test::FaultEnv::kForever);
