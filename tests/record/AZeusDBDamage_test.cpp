@@ -108,15 +108,16 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     Damage damage;
     int records;  // records a scan still reads
     int refused;  // the error every save answers with, 0 when saves go on
+    int open = 0;  // what opening answers (and leaves as the last error)
   } cases[] = {
-      {{"truncated header", 500, kCut, ""}, 0, 3},
+      {{"truncated header", 500, kCut, ""}, 0, 3, AZeusDB::kErrRead},
       {{"truncated sub-table", 1271, kCut, ""}, 1, 0},
       {{"broken state bracket", 1042, 1, "x"}, 0, 2},
       {{"broken lengths bracket", 1084, 1, "x"}, 0, 2},
       {{"slot count 41", 1004, 1, "1"}, 0, 2},
       {{"absurd field count", 1009, 11, "99999999:4]"}, 0, 3},
       {{"length too big", 1095, 2, "99999"}, 0, 2},
-      {{"version 10", 2, 1, "0"}, 3, 0},
+      {{"version 10", 2, 1, "0"}, 3, 0, AZeusDB::kErrVersion},  // reads go on
       {{"chain to itself", 1191, 1, "1"}, 2, 0},
       {{"chain outside the file", 1191, 9, "999:0:-1]"}, 1, 0},
       {{"chain to a free slot", 1191, 8, "30:0:-1]"}, 2, 0},
@@ -134,6 +135,9 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     EXPECT_EQ(1, Tool("kdb check '" + root_.Path("f.kdb").ToUtf8() + "'"));
 
     AZeusDB db(root_.root(), "f", 10, 0);
+    EXPECT_EQ(c.open, db.openDB(0));
+    EXPECT_EQ(c.open, db.GetLastDBErrorMsgCode());
+    db.closeDB();
     EXPECT_EQ(c.records, Scan(&db).first);
     Focusable fresh(4, nullptr);
     fresh.SetValueStr(0, "R3_G9", 1);
@@ -309,13 +313,14 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
   struct Case {
     Damage damage;
     bool refused;  // an impossible slot size: no new text is taken
+    int readError;  // of the first slot
   } cases[] = {
-      {{"truncated", 100, std::string::npos, ""}, false},
-      {{"slot size 3", 7, 2, "]\0"s}, true},
-      {{"slot size absurd", 6, 11, "2000000000]"}, true},
-      {{"chain to itself", 73, 1, "1"}, false},
-      {{"chain outside the file", 23, 9, "99999:-1]"}, false},
-      {{"chain to a free slot", 23, 1, "3"}, false},
+      {{"truncated", 100, std::string::npos, ""}, false, 3},
+      {{"slot size 3", 7, 2, "]\0"s}, true, 2},
+      {{"slot size absurd", 6, 11, "2000000000]"}, true, 2},
+      {{"chain to itself", 73, 1, "1"}, false, 3},
+      {{"chain outside the file", 23, 9, "99999:-1]"}, false, 3},
+      {{"chain to a free slot", 23, 1, "3"}, false, 3},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.damage.what);
@@ -329,7 +334,7 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
     StringDB db(root_.root(), "s", 30, 4);
     CString text;
     EXPECT_EQ(0, db.ReadStringSlot(0, text));
-    EXPECT_NE(0, db.GetLastDBErrorMsgCode());
+    EXPECT_EQ(c.readError, db.GetLastDBErrorMsgCode());
     int slot = -1;
     const int used = db.WriteStringSlot(&slot, CString("still works"));
     if (!c.refused) {

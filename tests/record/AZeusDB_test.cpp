@@ -279,21 +279,6 @@ TEST_F(AZeusDBTest, EmptySaveGivesSlotButWritesNothing) {
   EXPECT_EQ('0', State(0));
 }
 
-TEST_F(AZeusDBTest, WrongVersionIsReportedAndReadsProceed) {
-  ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "a"), nullptr, nullptr));
-  std::string bytes = Bytes();
-  bytes[2] = '0';  // "[11:" becomes "[10:"
-  db_.reset();
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("test.kdb"), bytes));
-  db_ = std::make_unique<AZeusDB>(root_.root(), "test", 10, 0);
-  EXPECT_EQ(AZeusDB::kErrVersion, db_->openDB(0));
-  EXPECT_EQ(AZeusDB::kErrVersion, db_->GetLastDBErrorMsgCode());
-  db_->closeDB();
-  Focusable* r = Blank();
-  r->SetDBSlotIndex(0);
-  EXPECT_EQ(1, db_->readFocusableSlot(r, nullptr, nullptr));
-}
-
 TEST_F(AZeusDBTest, OpenCountAndDelete) {
   EXPECT_EQ(0, db_->openDB(0));
   EXPECT_EQ(0, db_->openDB(0));

@@ -99,27 +99,19 @@ TEST(MemoryHeapTest, ASizeBeyondTheObjectSizeGetsNothing) {
   EXPECT_NE(heap.operator_new(4), nullptr);
 }
 
-TEST(MemoryHeapTest, BlocksOfManyChunksAreWritableAndFoundAgain) {
-  MemoryHeap heap(40);
-  std::vector<char*> blocks;
-  for (int i = 0; i < 5 * kChunk; ++i) {
-    char* p = static_cast<char*>(heap.operator_new(40));
-    ASSERT_NE(p, nullptr);
-    std::memset(p, i & 0xff, 40);
-    blocks.push_back(p);
-  }
-  for (int i = 0; i < 5 * kChunk; ++i) ASSERT_EQ(blocks[i][39], static_cast<char>(i & 0xff));
-  for (char* p : blocks) heap.operator_delete(p);
-  EXPECT_EQ(heap.GetUsedCount(), 0);
-  EXPECT_EQ(heap.GetFreeCount(), 5 * kChunk);
-  EXPECT_EQ(heap.GetChunkCount(), 5);
-}
-
-TEST(MemoryHeapTest, EveryBlockOfAnyObjectSizeIsFoundAgainAndInnerPointersAreNot) {
+TEST(MemoryHeapTest, BlocksOfAnyObjectSizeAreWritableAndFoundAgainAndInnerPointersAreNot) {
   for (int size : {1, 7, 72, 1000}) {
     MemoryHeap heap(size);
     std::vector<char*> blocks;
-    for (int i = 0; i < 3 * kChunk; ++i) blocks.push_back(static_cast<char*>(heap.operator_new(1)));
+    for (int i = 0; i < 3 * kChunk; ++i) {
+      char* p = static_cast<char*>(heap.operator_new(1));
+      ASSERT_NE(p, nullptr);
+      std::memset(p, i & 0xff, size);  // blocks that overlapped would overwrite each other
+      blocks.push_back(p);
+    }
+    for (int i = 0; i < 3 * kChunk; ++i) {
+      ASSERT_EQ(blocks[i][size - 1], static_cast<char>(i & 0xff)) << "size " << size;
+    }
     if (size > 1) {
       for (char* p : blocks) heap.operator_delete(p + size - 1);  // last byte of a block
       ASSERT_EQ(heap.GetUsedCount(), 3 * kChunk) << "size " << size;
@@ -127,6 +119,8 @@ TEST(MemoryHeapTest, EveryBlockOfAnyObjectSizeIsFoundAgainAndInnerPointersAreNot
     // Freed in reverse, the blocks come back in that order.
     for (int i = 3 * kChunk - 1; i >= 0; --i) heap.operator_delete(blocks[i]);
     ASSERT_EQ(heap.GetUsedCount(), 0) << "size " << size;
+    EXPECT_EQ(heap.GetFreeCount(), 3 * kChunk);
+    EXPECT_EQ(heap.GetChunkCount(), 3);
     EXPECT_EQ(heap.operator_new(1), blocks[3 * kChunk - 1]) << "size " << size;
     EXPECT_EQ(heap.operator_new(1), blocks[3 * kChunk - 2]) << "size " << size;
   }

@@ -56,36 +56,18 @@ TEST(RGDBTemplateTest, EditKindFollowsTheTypeUntilSetExplicitly) {
   EXPECT_EQ(layout.GetFieldCount(), 5);
 }
 
-TEST(RGDBTemplateTest, AbsurdFieldIdsAreRefused) {
+TEST(RGDBTemplateTest, AbsurdFieldIdsAreRefusedAndARepeatedIdKeepsTheLaterField) {
   RGDBTemplate layout(1);
   layout.AddField(-1, 10, 0, CString(), CString(), 0, 0);
   layout.AddField(RGDBTemplate::kMaxFieldID + 1, 10, 0, CString(), CString(), 0, 0);
   layout.AddField(2000000000, 10, 0, CString(), CString(), 0, 0);
   EXPECT_EQ(layout.GetFieldCount(), 0);
-}
-
-TEST(RGDBTemplateTest, DefiningAFieldTwiceKeepsTheLaterDefinition) {
-  RGDBTemplate layout(1);
+  // A field defined twice keeps the later definition.
   layout.AddField(1, 10, 0, CString(), CString(u"first"), 0, 0);
   layout.AddField(1, 30, 4, CString(), CString(u"second"), 0, 0);
   EXPECT_EQ(layout.GetFieldCount(), 2);
   EXPECT_EQ(layout.GetFieldSize(1), 30);
   EXPECT_EQ(layout.GetField(1)->decoration, CString(u"second"));
-}
-
-TEST(FieldInfoTest, CopiesCarryEveryMember) {
-  FieldInfo field;
-  EXPECT_EQ(field.id, -1);
-  EXPECT_EQ(field.size, 0);
-  field.id = 3;
-  field.size = 7;
-  field.type = 2;
-  field.reserved = 11;
-  field.editLabel = CString(u"label");
-  FieldInfo copy(field);
-  EXPECT_EQ(copy.id, 3);
-  EXPECT_EQ(copy.reserved, 11);
-  EXPECT_EQ(copy.editLabel, CString(u"label"));
 }
 
 // --- Task items -------------------------------------------------------------------

@@ -122,28 +122,6 @@ TEST_F(StringDBTest, MissingFileReadLeavesHeaderOnlyFile) {
   EXPECT_EQ(20u, Bytes().size());
 }
 
-TEST_F(StringDBTest, DamagedHeadersFailCleanly) {
-  {
-    StringDB db(root_.root(), "texts", 30, 8);
-    int slot = -1;
-    ASSERT_EQ(3, db.WriteStringSlot(&slot, CString(std::string(60, 'x').c_str())));
-  }
-  std::string bytes = Bytes();
-  // Slot 1 points back at itself.
-  bytes.replace(20 + 50 * 1, 19, std::string("[2:1:1]") + std::string(12, '\0'));
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("texts.sdb"), bytes));
-  StringDB db(root_.root(), "texts", 30, 8);
-  CString text;
-  EXPECT_EQ(0, db.ReadStringSlot(0, text));
-  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
-  // A header with a slot size out of range is refused.
-  bytes.replace(0, 20, std::string("[11:0:3]") + std::string(11, '\0') + "\n");
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("texts.sdb"), bytes));
-  StringDB bad(root_.root(), "texts", 30, 8);
-  EXPECT_EQ(2, bad.openDB(0));
-  bad.closeDB();
-}
-
 TEST_F(StringDBTest, DeletedDatabaseIsMadeAnewByTheNextOpen) {
   StringDB db(root_.root(), "texts", 30, 8);
   int slot = -1;
