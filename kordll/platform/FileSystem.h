@@ -7,7 +7,8 @@
 // empty, holds U+0000 or a lone surrogate cannot be spelled on disk and is
 // refused with ERROR_INVALID_NAME. Nothing throws: operations answer 1 for
 // success and 0 for failure, with the calling thread's last error
-// (kordll::GetLastError) set to a code of WinError.h.
+// (kordll::GetLastError) set to a code of WinError.h. The work is done by
+// the installed Env (Env.h), so that a test may keep its files in memory.
 
 #ifndef KORDLL_PLATFORM_FILESYSTEM_H_
 #define KORDLL_PLATFORM_FILESYSTEM_H_
