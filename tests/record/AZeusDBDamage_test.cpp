@@ -4,7 +4,6 @@
 // codes and keep working, the checker names a problem.
 
 #include <gtest/gtest.h>
-
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -25,9 +24,7 @@
 namespace kordll {
 namespace {
 
-std::string DataDir() {
-  return std::string(KORDLL_SOURCE_DIR) + "/tests/record/data/";
-}
+std::string DataDir() { return std::string(KORDLL_SOURCE_DIR) + "/tests/record/data/"; }
 
 std::string Load(const std::string& name) {
   std::string bytes;
@@ -38,7 +35,8 @@ std::string Load(const std::string& name) {
 // Runs the built tool on a file and gives its exit status.
 int Tool(const std::string& args) {
   const char* tool = KORDLL_TOOL_PATH;
-  const int status = std::system((std::string("'") + tool + "' " + args + " >/dev/null 2>&1").c_str());
+  const int status =
+      std::system((std::string("'") + tool + "' " + args + " >/dev/null 2>&1").c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
 }
 
@@ -102,12 +100,11 @@ TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
 }
 
 TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
-  using namespace std::string_literals;
   const size_t kCut = std::string::npos;
   struct Case {
     Damage damage;
-    int records;  // records a scan still reads
-    int refused;  // the error every save answers with, 0 when saves go on
+    int records;   // records a scan still reads
+    int refused;   // the error every save answers with, 0 when saves go on
     int open = 0;  // what opening answers (and leaves as the last error)
   } cases[] = {
       {{"truncated header", 500, kCut, ""}, 0, 3, AZeusDB::kErrRead},
@@ -231,9 +228,9 @@ TEST_F(DamagedFilesTest, SubTableIdsRunToTheSlotIndexLimit) {
     std::string id;
     int64_t slot;  // -1: refused
   };
-  for (const IdCase& c : {IdCase{"70000", 70000 * 40 + 3}, IdCase{std::to_string(kLimit),
-                          kLimit * int64_t{40} + 3}, IdCase{std::to_string(kLimit + 1), -1},
-                          IdCase{"99999999999", -1}}) {
+  for (const IdCase& c :
+       {IdCase{"70000", 70000 * 40 + 3}, IdCase{std::to_string(kLimit), kLimit * int64_t{40} + 3},
+        IdCase{std::to_string(kLimit + 1), -1}, IdCase{"99999999999", -1}}) {
     SCOPED_TRACE(c.id);
     std::string bytes = OneSubTable("[11:-1:]", 5, "[20,10,0,0,10]", 73);
     std::string line = "[" + c.id + ":40:73:5:4]";
@@ -244,7 +241,7 @@ TEST_F(DamagedFilesTest, SubTableIdsRunToTheSlotIndexLimit) {
     FileSystem::DeleteFile(root_.Path("f.kdb"));
     ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
     std::ostringstream out;
-    EXPECT_EQ(c.slot < 0, KdbExaminer::CheckKdb(bytes, out) > 0) << out.str();
+    EXPECT_EQ(c.slot<0, KdbExaminer::CheckKdb(bytes, out)> 0) << out.str();
     AZeusDB db(root_.root(), "f", 10, 0);
     Focusable fresh(4, nullptr);
     fresh.SetValueStr(0, "R3_G9", 1);
@@ -312,7 +309,7 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
   using namespace std::string_literals;
   struct Case {
     Damage damage;
-    bool refused;  // an impossible slot size: no new text is taken
+    bool refused;   // an impossible slot size: no new text is taken
     int readError;  // of the first slot
   } cases[] = {
       {{"truncated", 100, std::string::npos, ""}, false, 3},

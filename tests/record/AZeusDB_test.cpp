@@ -14,8 +14,8 @@
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/DBTaskItem.h"
-#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/Focusable.h"
+#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "tests/support/FaultEnv.h"
