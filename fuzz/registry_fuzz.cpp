@@ -13,7 +13,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
 #include "kordll/platform/Registry.h"
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 
 namespace {
 

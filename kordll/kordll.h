@@ -1,6 +1,7 @@
 // KorDLL: the foundation library of the Tidrel family of feed readers.
 // Including this header gives the whole public surface. Headers left out
-// here (ItemPool.h, FocusableLinkImpl.h) are private to the library.
+// here (the slot file, the file examiner, the pools and the private parts
+// of records, links and filters) are private to the library and not installed.
 
 #ifndef KORDLL_KORDLL_H_
 #define KORDLL_KORDLL_H_
@@ -27,7 +28,6 @@
 #include "kordll/platform/MessageQueue.h"
 #include "kordll/platform/PluginLoader.h"
 #include "kordll/platform/Registry.h"
-#include "kordll/platform/TestHost.h"
 #include "kordll/platform/TimeZone.h"
 #include "kordll/platform/TimerTable.h"
 #include "kordll/platform/WinError.h"
@@ -41,12 +41,10 @@
 #include "kordll/record/DoubleItem.h"
 #include "kordll/record/FieldInfo.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/FocusableImpl.h"
 #include "kordll/record/FocusableLink.h"
 #include "kordll/record/IntItem.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/KdbFormat.h"
-#include "kordll/record/KdbExaminer.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/MarkedText.h"
 #include "kordll/record/MemoryHeap.h"
@@ -55,7 +53,6 @@
 #include "kordll/record/RegistryEntryPoints.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/SettingsEntryPoints.h"
-#include "kordll/record/SlotFile.h"
 #include "kordll/record/StringDB.h"
 
 // The catalogue of record types.

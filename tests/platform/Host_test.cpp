@@ -6,7 +6,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/HeadlessHost.h"
 #include "kordll/platform/Locations.h"
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {

@@ -5,7 +5,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
 #include "kordll/platform/Locations.h"
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
 
 #ifndef KORDLL_TEST_PLUGIN_DIR

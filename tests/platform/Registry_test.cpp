@@ -7,7 +7,7 @@
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kordll/platform/Host.h"
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/MemoryHeap.h"
 #include "kordll/toolkit/CXMLFile.h"

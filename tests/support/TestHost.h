@@ -18,8 +18,8 @@
 // host again. REQUIRES: the host outlives the progress windows it made and is
 // uninstalled before it is destroyed.
 
-#ifndef KORDLL_PLATFORM_TESTHOST_H_
-#define KORDLL_PLATFORM_TESTHOST_H_
+#ifndef KORDLL_TESTS_SUPPORT_TESTHOST_H_
+#define KORDLL_TESTS_SUPPORT_TESTHOST_H_
 
 #include <deque>
 #include <mutex>
@@ -156,4 +156,4 @@ class TestHost : public Host {
 
 }  // namespace kordll
 
-#endif  // KORDLL_PLATFORM_TESTHOST_H_
+#endif  // KORDLL_TESTS_SUPPORT_TESTHOST_H_

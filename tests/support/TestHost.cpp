@@ -1,4 +1,4 @@
-#include "kordll/platform/TestHost.h"
+#include "tests/support/TestHost.h"
 
 #include "kordll/platform/HeadlessHost.h"
 
