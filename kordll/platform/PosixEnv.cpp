@@ -502,10 +502,15 @@ class PosixEnv : public Env {
       cv.wait(lock);
       return false;
     }
-    // MonotonicMillis counts the steady clock from its epoch.
-    std::chrono::steady_clock::time_point at{std::chrono::milliseconds(deadline_ms)};
-    return cv.wait_until(lock, at) == std::cv_status::timeout ||
-           std::chrono::steady_clock::now() >= at;
+    // MonotonicMillis counts the steady clock from its epoch. A deadline
+    // beyond a century is waited for a century at a time: the clock's
+    // nanoseconds would overflow there.
+    constexpr int64_t kFarMs = int64_t{100} * 365 * 24 * 3600 * 1000;
+    const int64_t now = MonotonicMillis();
+    const int64_t until = deadline_ms - now > kFarMs ? now + kFarMs : deadline_ms;
+    std::chrono::steady_clock::time_point at{std::chrono::milliseconds(until)};
+    cv.wait_until(lock, at);
+    return MonotonicMillis() >= deadline_ms;
   }
 
   bool GetTimeZoneSetting(std::string* tz) override {
