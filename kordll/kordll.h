@@ -62,6 +62,12 @@
 // Content filters.
 #include "kordll/filter/ContentFilter.h"
 
+// Controllers and panels.
+#include "kordll/control/IIPanel.h"
+#include "kordll/control/PANELVIEWMESSAGE.h"
+#include "kordll/control/PanelWnd.h"
+#include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
+
 // Text, time and XML tools.
 #include "kordll/toolkit/CXMLFile.h"
 #include "kordll/toolkit/IXMLDOMDocument.h"
@@ -72,5 +78,6 @@
 #include "kordll/toolkit/KorlanHTMLCtrl.h"
 #include "kordll/toolkit/PrintTag.h"
 #include "kordll/toolkit/PrintTemplate.h"
+#include "kordll/toolkit/Utility.h"
 
 #endif  // KORDLL_KORDLL_H_
