@@ -32,4 +32,6 @@ CString SettingsEntryPoints::GetCurrentPreferencesStringValue(int) { return CStr
 
 Preferences* SettingsEntryPoints::GetCurrentPreferences() { return nullptr; }
 
+CString SettingsEntryPoints::GetCurrentPreferencesSection() { return CString(); }
+
 }  // namespace kordll

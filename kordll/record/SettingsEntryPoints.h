@@ -38,6 +38,9 @@ class SettingsEntryPoints {
   virtual CString GetCurrentPreferencesStringValue(int field);
   // The current settings record, not reserved for the caller, or null.
   virtual Preferences* GetCurrentPreferences();
+  // The profile section of the current settings record ("User-" and the
+  // login), or "" while there is none.
+  virtual CString GetCurrentPreferencesSection();
 };
 
 }  // namespace kordll

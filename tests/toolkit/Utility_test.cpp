@@ -1,0 +1,292 @@
+// The small tools: charsets, text files at the byte level, scrambling, the
+// date sort, folders, shortcuts in the profile, sounds, messages, blanks.
+
+#include "kordll/toolkit/Utility.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/CWinApp.h"
+#include "kordll/platform/CWinThread.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/SettingsEntryPoints.h"
+#include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
+
+namespace kordll {
+namespace {
+
+class UtilityTest : public test::TempRootWithProgramTest {
+ protected:
+  CString Write(const std::string& bytes) {
+    const CString path = root_.Path("data/file.txt");
+    EXPECT_EQ(FileSystem::WriteWholeFile(path, bytes), 1);
+    return path;
+  }
+  std::string Bytes(const CString& path) {
+    std::string out;
+    FileSystem::ReadWholeFile(path, &out);
+    return out;
+  }
+};
+
+TEST_F(UtilityTest, CharsetNamesAreLowerCaseSortedByCodePageAndLookedUpExactly) {
+  int names = 0;
+  const CharsetInfo* entry = Utility::GetCharsetTable();
+  for (; !entry->name.IsEmpty(); ++entry, ++names) {
+    EXPECT_GE(entry->codePage, names > 0 ? entry[-1].codePage : 0) << entry->name.ToUtf8();
+    EXPECT_EQ(CString(entry->name).MakeLower(), entry->name);
+  }
+  EXPECT_TRUE(names == 407 && entry->codePage == 0) << names;
+  const char* names_in[] = {"UTF-8", "utf8", "", "ISO-8859-1", "cp037", "Shift_JIS", "latin1 "};
+  const unsigned pages[] = {65001, 0, 0, 28591, 37, 932, 0};
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(Utility::GetCodePage(names_in[i]), pages[i]) << i;
+}
+
+// What each reader gives for the same bytes.
+struct ReadCase {
+  std::string bytes;
+  std::u16string content, utf8;
+};
+
+TEST_F(UtilityTest, ReadersDecodeAsTheFileDeclaresOrByTheLeadBytes) {
+  const std::string decl = "<?xml version='1' encoding=";
+  const std::u16string udecl = u"<?xml version='1' encoding=";
+  const ReadCase cases[] = {
+      // A mark alone is no longer than 3 bytes: not taken for UTF-8.
+      {"\xEF\xBB\xBF", u"\u00EF\u00BB\u00BF", u"\uFEFF"},
+      {"\xEF\xBB\xBF\x61\xC3\xA9", u"\uFEFFa\u00E9", u"\uFEFFa\u00E9"},
+      {decl + "'ISO-8859-1'?>\xE9", udecl + u"'ISO-8859-1'?>\u00E9", udecl + u"'ISO-8859-1'?>"},
+      {decl + "\"Shift_JIS\"?>\x93\xFA", udecl + u"\"Shift_JIS\"?>\u65E5",
+       udecl + u"\"Shift_JIS\"?>"},
+      // Unquoted, the first letter starts the name and is lost: "tf-8".
+      {decl + "utf-8?>\xC3\xA9", udecl + u"utf-8?>\u00C3\u00A9", udecl + u"utf-8?>\u00E9"},
+      // The word counts anywhere in the block, but only beside a declaration.
+      {"<?xml ?><p>encoding 'koi8-r'</p>\xC1", u"<?xml ?><p>encoding 'koi8-r'</p>\u0430",
+       u"<?xml ?><p>encoding 'koi8-r'</p>"},
+      {"encoding='koi8-r' \xC1", u"encoding='koi8-r' \u00C1", u"encoding='koi8-r' "},
+      {std::string("\xFF\xFE\x61\0b\0", 6), u"\u00FF\u00FEa", u"a"},  // UTF-16: cut at once
+      {"\xE6\x97\xA5\xF0\x9F\x98\x80z", u"\u00E6\u2014\u00A5\u00F0\u0178\u02DC\u20ACz", u"\u65E5z"},
+      {"\x80\xBFx\xC1\xBF\xC3\x41", u"\u20AC\u00BFx\u00C1\u00BF\u00C3A", u"x\u007F\u00C1"},
+      {std::string("\xC0\x80", 2), u"\u00C0\u20AC", std::u16string(1, u'\0')},
+      {"a\xE6\x97", u"a\u00E6\u2014", u"a"},  // a group cut off by the end is dropped
+      {std::string("ab\0c", 4), u"ab", u"ab"},
+      {"", u"", u""},
+  };
+  for (const ReadCase& c : cases) {
+    const CString path = Write(c.bytes);
+    EXPECT_EQ(Utility::ReadFileContent(path), CString(c.content)) << c.bytes;
+    EXPECT_EQ(Utility::ReadFile_wUTF8(path), CString(c.utf8)) << c.bytes;
+  }
+  const CString missing = root_.Path("data/missing.txt");
+  EXPECT_EQ(Utility::ReadFileContent(missing) + Utility::ReadFile_wUTF8(missing), CString());
+}
+
+TEST_F(UtilityTest, ReadersKeepEachBlockUpToItsFirstNulAndJoinGroupsAcrossBlocks) {
+  // A group straddles the first block's end; a NUL ends the second block only.
+  std::string bytes(35000, 'a');
+  bytes[9999] = '\xC3';
+  bytes[10000] = '\xA9';
+  bytes[10003] = '\0';
+  const CString path = Write(bytes);
+  const CString utf8 = Utility::ReadFile_wUTF8(path);
+  ASSERT_EQ(utf8.GetLength(), 9999 + 1 + 2 + 15000);
+  EXPECT_EQ(utf8[9999], u'\u00E9');
+  EXPECT_EQ(Utility::ReadFileContent(path).GetLength(), 10000 + 3 + 15000);
+  // A few megabytes come back whole.
+  EXPECT_EQ(Utility::ReadFileContent(Write(std::string(3 << 20, 'x'))).GetLength(), 3 << 20);
+}
+
+TEST_F(UtilityTest, SaveIntoFileWritesEachUnitByTheFormatsByteRules) {
+  const CString path = root_.Path("data/out.txt");
+  Utility::SaveIntoFile_wUTF8(path, CString(u"a\u007F\u00E9\u20AC\U0001F600"), 1, 1);
+  const std::string expected =
+      "\xEF\xBB\xBF\x61\xC1\xBF\xC3\xA9\xE2\x82\xAC\xED\xA0\xBD\xED\xB8\x80";
+  EXPECT_EQ(Bytes(path), expected);
+  // Appending to a file that is not empty never adds a second mark.
+  Utility::SaveIntoFile_wUTF8(path, CString(u"b"), 0, 1);
+  EXPECT_EQ(Bytes(path), expected + "b");
+  // An empty existing file is written from the start.
+  const CString empty = Write("");
+  Utility::SaveIntoFile_wUTF8(empty, CString(u"d"), 0, 1);
+  EXPECT_EQ(Bytes(empty), "\xEF\xBB\xBF\x64");
+  Utility::SaveIntoFile_wUTF8(root_.Path("data/no/such.txt"), CString(u"f"), 1, 1);
+  EXPECT_FALSE(FileSystem::Exists(root_.Path("data/no")));
+  // Long texts cross the write buffer's flushes unharmed.
+  std::u16string units;
+  std::mt19937 random(7);
+  for (int i = 0; i < 5000; ++i) units.push_back(static_cast<char16_t>(1 + random() % 0xFFFF));
+  Utility::SaveIntoFile_wUTF8(path, CString(units), 1, 0);
+  EXPECT_EQ(Utility::ReadFile_wUTF8(path), CString(units));
+}
+
+TEST_F(UtilityTest, ScramblingRoundTripsEveryTextBehindItsMarker) {
+  // Stored texts depend on the key: it never changes.
+  EXPECT_EQ(Utility::EncriptString(CString(u"a")), CString(u"::[\u0011"));
+  const std::u16string texts[] = {u"", u"password", std::u16string(30, u'\uFFFF'),
+                                  std::u16string(u"a\0\xD800z", 4), u"\u65E5\u672C\U0001F600"};
+  for (const std::u16string& text : texts) {
+    const CString scrambled = Utility::EncriptString(CString(text));
+    EXPECT_EQ(scrambled.Left(3), CString(u"::["));
+    EXPECT_EQ(scrambled.GetLength(), static_cast<int>(text.size()) + 3);
+    EXPECT_EQ(Utility::DecriptString(scrambled), CString(text));
+  }
+  EXPECT_EQ(Utility::DecriptString(CString(u"password")), CString());
+  EXPECT_EQ(Utility::DecriptString(CString(u":[x")), CString());
+}
+
+// A record whose dates are given.
+class DatedRecord : public Focusable {
+ public:
+  DatedRecord(char name, COleDateTime received, COleDateTime published)
+      : Focusable(4, nullptr), name(name), received_(received), published_(published) {}
+  COleDateTime GetReceiveDateTime() override { return received_; }
+  COleDateTime GetPublicationDateTime() override { return published_; }
+  char name;
+  COleDateTime received_, published_;
+};
+
+std::string Names(const std::vector<Focusable*>& list) {
+  std::string out;
+  for (Focusable* f : list) out += f == nullptr ? '-' : static_cast<DatedRecord*>(f)->name;
+  return out;
+}
+
+TEST_F(UtilityTest, DateSortPutsInvalidDatesFirstAscendingAndIsNotStable) {
+  KordllProcessAttach();
+  COleDateTime bad;
+  bad.SetStatus(COleDateTime::invalid);
+  const COleDateTime d1(2005, 1, 1, 0, 0, 0), d2(2006, 1, 1, 0, 0, 0), d3(2007, 1, 1, 0, 0, 0);
+  DatedRecord a('a', d3, d1), b('b', bad, d2), c('c', d1, bad), d('d', d2, d3);
+  std::vector<Focusable*> list = {&a, &b, &c, &d};
+  Utility::QuickSortFocusables_wDate(&list, 0, 3, 1, 0);
+  EXPECT_EQ(Names(list), "bcda");
+  Utility::QuickSortFocusables_wDate(&list, 0, 3, 0, 1);
+  EXPECT_EQ(Names(list), "dbac");
+  Utility::QuickSortFocusables_wDate(&list, 1, 2, 1, 1);  // only the given range
+  EXPECT_EQ(Names(list), "dabc");
+  Utility::QuickSortFocusables_wDate(&list, -1, 2, 1, 1);  // ranges outside: left alone
+  Utility::QuickSortFocusables_wDate(&list, 0, 4, 1, 1);
+  Utility::QuickSortFocusables_wDate(nullptr, 0, 3, 1, 1);
+  EXPECT_EQ(Names(list), "dabc");
+  // Equal dates stop both scans and are swapped.
+  DatedRecord x('x', d1, d1), y('y', d1, d1), z('z', d1, d1);
+  std::vector<Focusable*> same = {&x, &y, &z, nullptr};
+  Utility::QuickSortFocusables_wDate(&same, 0, 2, 1, 0);
+  EXPECT_EQ(Names(same), "zyx-");
+  Utility::QuickSortFocusables_wDate(&same, 0, 3, 1, 0);
+  EXPECT_EQ(Names(same), "-xzy");  // no record: no date, first
+  // Many records, with many equal dates.
+  std::deque<DatedRecord> many;
+  std::vector<Focusable*> big;
+  std::mt19937 random(3);
+  while (big.size() < 20000)
+    big.push_back(&many.emplace_back('r', COleDateTime(38000.0 + random() % 50), d1));
+  Utility::QuickSortFocusables_wDate(&big, 0, 19999, 0, 0);
+  EXPECT_TRUE(std::is_sorted(big.begin(), big.end(), [](Focusable* l, Focusable* r) {
+    return l->GetReceiveDateTime() > r->GetReceiveDateTime();
+  }));
+}
+
+TEST_F(UtilityTest, DeleteDirectoryRemovesTheTreeButNeverFollowsALink) {
+  const CString tree = root_.Path("data/tree"), outside = root_.Path("data/outside");
+  ASSERT_EQ(
+      FileSystem::CreateDirectoryTree(tree + "/sub/deeper") + FileSystem::CreateDirectory(outside),
+      2);
+  for (const CString& file : {tree + "/f", tree + "/sub/deeper/g", outside + "/keep"}) {
+    ASSERT_EQ(FileSystem::WriteWholeFile(file, "x"), 1);
+  }
+  ASSERT_EQ(FileSystem::CreateSymbolicLink(tree + "/sub/link", outside) +
+                FileSystem::CreateSymbolicLink(root_.Path("data/alias"), outside),
+            2);
+  EXPECT_EQ(Utility::DeleteDirectory(root_.Path("data/alias").GetString()), 0);
+  EXPECT_EQ(Utility::DeleteDirectory(tree.GetString()), 1);
+  EXPECT_FALSE(FileSystem::Exists(tree));
+  EXPECT_TRUE(FileSystem::IsFile(outside + "/keep"));
+  EXPECT_EQ(Utility::DeleteDirectory(tree.GetString()) + Utility::DeleteDirectory(nullptr), 0);
+  EXPECT_EQ(Utility::IsDots(u".") + Utility::IsDots(u"..") * 2 + Utility::IsDots(u"...") * 4 +
+                Utility::IsDots(u".a") * 8,
+            3);
+}
+
+class SectionSettings : public SettingsEntryPoints {
+ public:
+  CString GetCurrentPreferencesSection() override { return section; }
+  CString section;
+};
+
+TEST_F(UtilityTest, ShortcutsSplitIntoModifierAndKeyAndLiveInTheSettingsSection) {
+  const int shortcuts[] = {2065, 3048, 1090, 1112, 3001, 4065, 2091, 2000, 1000, 3000, 999, -5};
+  const int mods[] = {2, 3, 1, 1, 3, 3, 2, -1, -1, -1, -1, -1};
+  const unsigned keys[] = {65, 48, 90, 112, 1, 1065, 91, 0, 0, 0, 0, 0};
+  const char* texts[] = {"CTRL + A",      "CTRL + ALT + 0", "ALT + Z", "ALT + ", "CTRL + ALT + ",
+                         "CTRL + ALT + ", "CTRL + ",        "",        "",       ""};
+  for (int i = 0; i < 12; ++i) {
+    EXPECT_EQ(Utility::GetKeyboardShortcut_inMOD(shortcuts[i]), mods[i]) << shortcuts[i];
+    EXPECT_EQ(Utility::GetVirtualKey(shortcuts[i]), keys[i]) << shortcuts[i];
+    EXPECT_EQ(Utility::GetKeyboardShortcut_inString(shortcuts[i]), CString(i < 10 ? texts[i] : ""));
+  }
+  CWinApp app("Korlan", "Tidrel");
+  SectionSettings settings;
+  SettingsEntryPoints* previous = SettingsEntryPoints::Install(&settings);
+  Utility::SetKeyboardShortcut(32771, 2065);  // no settings yet: nothing stored
+  EXPECT_EQ(Utility::GetKeyboardShortcut_wCommandID(32771), -1);
+  settings.section = "User-ann";
+  const CString section("User-ann\\KeyboardShortcuts");
+  Utility::SetKeyboardShortcut(32771, 2065);
+  EXPECT_EQ(app.GetProfileString(section, "32771"), CString("2065"));
+  EXPECT_EQ(Utility::GetKeyboardShortcut_wCommandID(32771), 2065);
+  app.WriteProfileString(section, "1", " 12x");
+  app.WriteProfileString(section, "2", "none");
+  app.WriteProfileInt(section, "3", 2066);  // not a text: as if missing
+  for (int id = 1; id <= 3; ++id) {
+    EXPECT_EQ(Utility::GetKeyboardShortcut_wCommandID(id), id == 1 ? 12 : id == 2 ? 0 : -1);
+  }
+  SettingsEntryPoints::Install(previous);
+}
+
+TEST_F(UtilityTest, SoundsArePathsWithASlashOrFilesOfTheSharedSoundsFolder) {
+  TestHost host;
+  Host::Install(&host);
+  Utility::PlaySoundFile(CString("ding.wav"));
+  Utility::PlaySoundFile(CString("/usr/share/sounds/bell.oga"));
+  Utility::PlaySoundFile(CString("mine/bell.wav"));
+  Utility::PlaySoundFile(CString());
+  Host::Install(nullptr);
+  const std::vector<TestHost::Call> calls = host.calls();
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_EQ(calls[0].text, root_.ProgramFolder() + "/SoundNotification/ding.wav");
+  EXPECT_EQ(calls[1].text + calls[2].text, CString("/usr/share/sounds/bell.ogamine/bell.wav"));
+  EXPECT_EQ(calls[0].flags, SND_FILENAME | SND_ASYNC);
+}
+
+TEST_F(UtilityTest, PeekAndPumpEmptiesTheQueueAndPassesQuitOnWithCodeZeroAndSmallAnswers) {
+  MSG msg;
+  PeekMessage(&msg, kPeekNoRemove);  // gives this thread a queue
+  const unsigned self = GetCurrentThreadId();
+  ASSERT_EQ(PostThreadMessage(self, 1200, 0, 0) + PostThreadMessage(self, 1201, 0, 0), 2);
+  PostQuitMessage(7);
+  Utility::PeekAndPump();
+  ASSERT_EQ(PeekMessage(&msg, kPeekRemove), 1);
+  EXPECT_EQ(msg.message, kMsgQuit);
+  EXPECT_EQ(msg.wParam, 0);
+  EXPECT_EQ(PeekMessage(&msg, kPeekNoRemove), 0);
+  const char16_t* in[] = {u"a\r\nb", u"  a  ", u"\t\t", u"", u"a\n \tb c"};
+  const char16_t* out[] = {u"a b", u" a ", u" ", u"", u"a b c"};
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(Utility::ClearWhiteSpaces(in[i]), CString(out[i]));
+  const CString version = Utility::GetOSVersion();
+  EXPECT_TRUE(version.Left(6) == CString("Linux ") && version.Find(u'.') > 6) << version.ToUtf8();
+  EXPECT_EQ(Utility::GetTrueColorImageList(nullptr, 130, 16) + Utility::EncriptChar(1, 2) +
+                Utility::DecriptChar(1, 2) + Utility::IsStringEncripted(CString(u"::[x")),
+            0);
+}
+
+}  // namespace
+}  // namespace kordll
