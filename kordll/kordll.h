@@ -78,5 +78,6 @@
 #include "kordll/toolkit/KorlanHTMLCtrl.h"
 #include "kordll/toolkit/PrintTag.h"
 #include "kordll/toolkit/PrintTemplate.h"
+#include "kordll/toolkit/Utility.h"
 
 #endif  // KORDLL_KORDLL_H_
