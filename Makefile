@@ -9,6 +9,8 @@ BUILD     ?= build
 PACKAGES  := cmake make g++ pkg-config ninja-build libsqlite3-dev libxml2-dev libxslt1-dev \
              libicu-dev libgtest-dev libbenchmark-dev clang-format
 GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
+# Where ccache is installed, rebuilds reuse earlier compilations.
+LAUNCHER  := $(shell command -v ccache >/dev/null 2>&1 && echo "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache")
 
 .PHONY: demo test bench fuzz tsan install deps clean
 
@@ -23,36 +25,36 @@ deps:
 	fi
 
 demo: deps
-	cmake -S . -B $(BUILD)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
+	cmake -S . -B $(BUILD)/release $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 	@mkdir -p $(BUILD)/demo-root
 	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) $(BUILD)/release/kordll demo
 
 test: deps
-	cmake -S . -B $(BUILD)/asan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON
+	cmake -S . -B $(BUILD)/asan $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON
 	cmake --build $(BUILD)/asan -j $(JOBS)
 	cd $(BUILD)/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS) --timeout 300
 
 bench: deps
-	cmake -S . -B $(BUILD)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF
+	cmake -S . -B $(BUILD)/bench $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF
 	cmake --build $(BUILD)/bench -j $(JOBS)
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; KORDLL_ROOT=$$(mktemp -d) $$b || exit 1; done
 
 fuzz: deps
-	CC=clang CXX=clang++ cmake -S . -B $(BUILD)/fuzz $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	CC=clang CXX=clang++ cmake -S . -B $(BUILD)/fuzz $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DKORDLL_SANITIZE=address,undefined -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF -DKORDLL_EXAMPLES=OFF
 	cmake --build $(BUILD)/fuzz -j $(JOBS)
 	@echo "Fuzzers are in $(BUILD)/fuzz; run e.g. mkdir -p $(BUILD)/fuzz/new && $(BUILD)/fuzz/date_fuzz $(BUILD)/fuzz/new fuzz/corpus/date_fuzz -max_total_time=60"
 
 tsan: deps
-	cmake -S . -B $(BUILD)/tsan $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORDLL_SANITIZE=thread \
+	cmake -S . -B $(BUILD)/tsan $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORDLL_SANITIZE=thread \
 	  -DKORDLL_BENCH=OFF -DKORDLL_EXAMPLES=OFF
 	cmake --build $(BUILD)/tsan -j $(JOBS)
 	cd $(BUILD)/tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS) -R 'Concurren'
 
 install: deps
-	cmake -S . -B $(BUILD)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
+	cmake -S . -B $(BUILD)/release $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 	cmake --install $(BUILD)/release
 

@@ -8,33 +8,35 @@
 
 #include <mutex>
 
+#include "kordll/platform/ThreadAnnotations.h"
+
 namespace kordll {
 
-class CCriticalSection {
+class CAPABILITY("mutex") CCriticalSection {
  public:
   CCriticalSection() = default;
   CCriticalSection(const CCriticalSection&) = delete;
   CCriticalSection& operator=(const CCriticalSection&) = delete;
 
-  void Lock() { mutex_.lock(); }
-  void Unlock() { mutex_.unlock(); }
+  void Lock() ACQUIRE() { mutex_.lock(); }
+  void Unlock() RELEASE() { mutex_.unlock(); }
   // 1 when entered, 0 when another thread holds it.
-  int TryLock() { return mutex_.try_lock() ? 1 : 0; }
+  int TryLock() TRY_ACQUIRE(1) { return mutex_.try_lock() ? 1 : 0; }
 
   // For std::lock_guard and std::unique_lock.
-  void lock() { mutex_.lock(); }
-  void unlock() { mutex_.unlock(); }
-  bool try_lock() { return mutex_.try_lock(); }
+  void lock() ACQUIRE() { mutex_.lock(); }
+  void unlock() RELEASE() { mutex_.unlock(); }
+  bool try_lock() TRY_ACQUIRE(true) { return mutex_.try_lock(); }
 
  private:
   std::recursive_mutex mutex_;
 };
 
 // Holds a critical section from construction to destruction.
-class CSingleLock {
+class SCOPED_CAPABILITY CSingleLock {
  public:
-  explicit CSingleLock(CCriticalSection& cs) : cs_(cs) { cs_.Lock(); }
-  ~CSingleLock() { cs_.Unlock(); }
+  explicit CSingleLock(CCriticalSection& cs) ACQUIRE(cs) : cs_(cs) { cs_.Lock(); }
+  ~CSingleLock() RELEASE() { cs_.Unlock(); }
   CSingleLock(const CSingleLock&) = delete;
   CSingleLock& operator=(const CSingleLock&) = delete;
 

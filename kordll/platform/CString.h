@@ -83,7 +83,7 @@ class CString {
   CString(std::u16string text) : s_(std::move(text)) {}
   CString(std::u16string_view text) : s_(text) {}
   CString(const char* utf8);                     // UTF-8; null gives ""
-  CString(char16_t ch, int repeat = 1);
+  explicit CString(char16_t ch, int repeat = 1);
 
   // UTF-8 conversions. Invalid UTF-8 bytes become U+FFFD.
   static CString FromUtf8(std::string_view utf8);

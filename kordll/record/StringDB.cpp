@@ -462,7 +462,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     setError(kErrNoEntry);
     return 0;
   }
-  auto reserve = [this](int index) {
+  auto reserve = [this](int index) REQUIRES(lock_) {
     auto it = status_.find(index);
     if (it != status_.end() && it->second == 0) {
       it->second = 3;
@@ -473,7 +473,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
   int cur = *slot;
   // A slot the growth did not reach is refused rather than written outside
   // the slot table; the table still grows.
-  auto reach = [this](int index) {
+  auto reach = [this](int index) REQUIRES(lock_) {
     if (index >= slot_count_) appendEmptyTable(index);
     if (index >= slot_count_) {
       setError(kErrNoEntry);

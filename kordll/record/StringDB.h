@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "kordll/platform/CCriticalSection.h"
+#include "kordll/platform/ThreadAnnotations.h"
 #include "kordll/platform/CString.h"
 
 namespace kordll {
@@ -91,58 +92,58 @@ class StringDB {
   int GetSlotState(int slot);
 
  private:
-  int readDBHeader();
-  int writeDBHeader();
-  int mapDB();
+  int readDBHeader() REQUIRES(lock_);
+  int writeDBHeader() REQUIRES(lock_);
+  int mapDB();  // takes lock_ itself
   // Reserves a free slot of the mapped file, growing it when none is left;
   // -1 on failure. REQUIRES: lock_ held and the file open.
-  int takeFreeSlot();
-  uint64_t getSlotBytePosition(int index, int afterHeader);
-  int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek);
-  int readSlotHeader(int index, _struct_STRINGSLOTHEADER* header);
-  int writeEmptySlot(int index, int noSeek);
-  int appendEmptyTable(int target);
-  int writeSlot(const CString& text, int* position, int index);
-  int readSlot(CString* text, int index);
-  int _WriteStringSlot(int* slot, const CString& text);
-  int _ReadStringSlot(int slot, CString* text);
-  int _DeleteStringSlot(int slot, int wholeChain);
-  void freeListAppend(int index);
-  void freeListRemove(int index);
-  void setError(int code) { last_error_ = code; }
+  int takeFreeSlot() REQUIRES(lock_);
+  uint64_t getSlotBytePosition(int index, int afterHeader) REQUIRES(lock_);
+  int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek) REQUIRES(lock_);
+  int readSlotHeader(int index, _struct_STRINGSLOTHEADER* header) REQUIRES(lock_);
+  int writeEmptySlot(int index, int noSeek) REQUIRES(lock_);
+  int appendEmptyTable(int target) REQUIRES(lock_);
+  int writeSlot(const CString& text, int* position, int index) REQUIRES(lock_);
+  int readSlot(CString* text, int index) REQUIRES(lock_);
+  int _WriteStringSlot(int* slot, const CString& text) REQUIRES(lock_);
+  int _ReadStringSlot(int slot, CString* text) REQUIRES(lock_);
+  int _DeleteStringSlot(int slot, int wholeChain) REQUIRES(lock_);
+  void freeListAppend(int index) REQUIRES(lock_);
+  void freeListRemove(int index) REQUIRES(lock_);
+  void setError(int code) REQUIRES(lock_) { last_error_ = code; }
 
   CCriticalSection lock_;
   // State below is protected by lock_.
-  CString path_;
-  CString directory_;
-  int last_error_ = 0;
-  int grow_count_;
-  int open_count_ = 0;
-  int version_ = 11;
-  int db_id_ = 0;
-  int data_size_;  // D
-  int slot_count_ = 0;
-  int deleted_ = 0;
-  int file_removed_ = 0;
-  int mapped_ = 0;
-  int header_read_ = 0;
-  int bad_geometry_ = 0;  // the header's slot size was out of range
+  CString path_ GUARDED_BY(lock_);
+  CString directory_ GUARDED_BY(lock_);
+  int last_error_ GUARDED_BY(lock_) = 0;
+  int grow_count_ GUARDED_BY(lock_);
+  int open_count_ GUARDED_BY(lock_) = 0;
+  int version_ GUARDED_BY(lock_) = 11;
+  int db_id_ GUARDED_BY(lock_) = 0;
+  int data_size_ GUARDED_BY(lock_);  // D
+  int slot_count_ GUARDED_BY(lock_) = 0;
+  int deleted_ GUARDED_BY(lock_) = 0;
+  int file_removed_ GUARDED_BY(lock_) = 0;
+  int mapped_ GUARDED_BY(lock_) = 0;
+  int header_read_ GUARDED_BY(lock_) = 0;
+  int bad_geometry_ GUARDED_BY(lock_) = 0;  // the header's slot size was out of range
   // The name would put the file outside its folder: nothing is done on disk.
   const bool bad_name_;
   // Refuses an operation on a database whose name is not safe (error 3).
-  bool refusedName() {
+  bool refusedName() REQUIRES(lock_) {
     if (!bad_name_) return false;
     setError(3);
     return true;
   }
-  std::unique_ptr<SlotFile> file_;
-  std::map<int, int> status_;
+  std::unique_ptr<SlotFile> file_ GUARDED_BY(lock_);
+  std::map<int, int> status_ GUARDED_BY(lock_);
   // Free slots in the order they are reused, front first; each slot is
   // listed once, and can be taken out from anywhere at constant cost.
-  std::list<int> free_list_;
-  std::unordered_map<int, std::list<int>::iterator> free_index_;
-  std::vector<unsigned char> byte_buffer_;
-  std::u16string wide_buffer_;
+  std::list<int> free_list_ GUARDED_BY(lock_);
+  std::unordered_map<int, std::list<int>::iterator> free_index_ GUARDED_BY(lock_);
+  std::vector<unsigned char> byte_buffer_ GUARDED_BY(lock_);
+  std::u16string wide_buffer_ GUARDED_BY(lock_);
 };
 
 }  // namespace kordll
