@@ -6,8 +6,8 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/HeadlessHost.h"
 #include "kordll/platform/Locations.h"
-#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
 
 namespace kordll {
 namespace {
@@ -51,18 +51,16 @@ class Client : public HostProgressClient {
   std::vector<int> clicks;
 };
 
-TEST(HostTest, HeadlessIsTheDefaultAndInstallReplacesIt) {
+TEST(HostTest, HeadlessIsTheDefaultAndAnswersAsAUserWhoClosesEverything) {
   Host* initial = Host::Current();
   ASSERT_NE(initial, nullptr);
   EXPECT_NE(dynamic_cast<HeadlessHost*>(initial), nullptr);
-  TestHost host;
-  EXPECT_EQ(Host::Install(&host), initial);
-  EXPECT_EQ(Host::Current(), &host);
-  EXPECT_EQ(Host::Install(nullptr), &host);
+  TestHost installed;
+  EXPECT_EQ(Host::Install(&installed), initial);
+  EXPECT_EQ(Host::Current(), &installed);
+  EXPECT_EQ(Host::Install(nullptr), &installed);
   EXPECT_EQ(Host::Current(), initial);
-}
 
-TEST(HostTest, HeadlessAnswersAsAUserWhoClosesEverything) {
   HeadlessHost host;
   HostDialog dialog;
   dialog.checkValue = 1;
@@ -120,24 +118,22 @@ TEST(HostTest, TestHostRecordsCallsAndAnswersItsScript) {
   EXPECT_EQ(path, CString("/tmp/out.mp3"));
   host.HideMainWindow();
 
+  // Every call is recorded in order, with what it was given and answered.
   std::vector<TestHost::Call> calls = host.calls();
   ASSERT_EQ(calls.size(), 8u);
-  EXPECT_EQ(calls[0].kind, Kind::kTrackPopupMenu);
+  const Kind kinds[] = {Kind::kTrackPopupMenu,  Kind::kTrackPopupMenu, Kind::kMessageBox,
+                        Kind::kMessageBox,      Kind::kShellExecute,   Kind::kPlaySound,
+                        Kind::kGetSaveFileName, Kind::kHideMainWindow};
+  for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].kind, kinds[i]) << i;
   ASSERT_EQ(calls[0].menu.size(), 3u);
   EXPECT_TRUE(calls[0].menu[1].separator);
-  EXPECT_EQ(calls[0].menu[2].text, CString("Delete Entry"));
   EXPECT_EQ(calls[0].flags, TPM_RIGHTALIGN);
-  EXPECT_EQ(calls[0].x, 10);
   EXPECT_EQ(calls[0].owner, 77);
   EXPECT_EQ(calls[0].answer, 29303);
-  EXPECT_EQ(calls[2].kind, Kind::kMessageBox);
   EXPECT_EQ(calls[2].caption, CString("Error Loading XML"));
-  EXPECT_EQ(calls[2].flags, MB_ICONEXCLAMATION);
   EXPECT_EQ(calls[4].text, CString("/x"));
-  EXPECT_EQ(calls[4].caption, CString("open"));
-  EXPECT_EQ(calls[5].flags, SND_FILENAME | SND_ASYNC);
   EXPECT_EQ(calls[6].fileDialog.fileName, CString("song.mp3"));
-  EXPECT_EQ(calls[7].kind, Kind::kHideMainWindow);
+
   EXPECT_EQ(host.CountOf(Kind::kMessageBox), 2);
   host.ClearCalls();
   EXPECT_TRUE(host.calls().empty());
