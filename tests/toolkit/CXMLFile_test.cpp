@@ -6,8 +6,8 @@
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
-#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
 
 namespace kordll {
 
@@ -66,12 +66,14 @@ const char kFeed[] =
 
 // --- Loading and its error ---------------------------------------------------
 
-TEST_F(CXMLFileTest, LoadFromStringAndReadByPath) {
+TEST_F(CXMLFileTest, LoadFromStringAndReadByPathIgnoringTheEncodingDeclaration) {
   CXMLFile xml;
   Load(xml, kFeed);
   EXPECT_EQ("1:News", Read(xml, "channel/title"));
   EXPECT_EQ("1:R1_G2", Read(xml, "channel/item[2]/guid"));
   EXPECT_EQ("0:", Read(xml, "channel/missing"));
+  Load(xml, "<?xml version='1.0' encoding='ISO-8859-1'?><a>caf\xC3\xA9 \xE2\x82\xAC</a>");
+  EXPECT_EQ("1:caf\xC3\xA9 \xE2\x82\xAC", Read(xml, "."));
 }
 
 TEST_F(CXMLFileTest, BrokenTextShowsTheLoadErrorOnceAndKeepsTheDocument) {
@@ -88,9 +90,7 @@ TEST_F(CXMLFileTest, BrokenTextShowsTheLoadErrorOnceAndKeepsTheDocument) {
   EXPECT_NE(std::string::npos, text.find("\r\nReason: ")) << text;
   EXPECT_NE('\n', text.back());
   EXPECT_EQ("1:kept", Read(xml, "."));
-}
-
-TEST_F(CXMLFileTest, KindsOfBrokenTextAllFail) {
+  // Every kind of broken text fails the same way.
   const char* broken[] = {"",
                           "   ",
                           "<a>",
@@ -101,12 +101,13 @@ TEST_F(CXMLFileTest, KindsOfBrokenTextAllFail) {
                           "text",
                           "<a x='1' x='2'/>",
                           "<?xml version='1.0'?>"};
-  for (const char* text : broken) {
-    CXMLFile xml;
+  for (const char* broken_text : broken) {
+    SCOPED_TRACE(broken_text);
+    CXMLFile fresh;
     host_.ClearCalls();
-    EXPECT_EQ(0, xml.LoadFromString(CString(text))) << text;
-    EXPECT_EQ(1, MessageBoxes()) << text;
-    EXPECT_EQ(nullptr, xml.GetDocument()) << text;
+    EXPECT_EQ(0, fresh.LoadFromString(CString(broken_text)));
+    EXPECT_EQ(1, MessageBoxes());
+    EXPECT_EQ(nullptr, fresh.GetDocument());
   }
 }
 
@@ -193,15 +194,9 @@ TEST_F(CXMLFileTest, WhiteSpaceOnlyTextIsDroppedUnlessPreserved) {
   EXPECT_EQ(0, xml.GetNodeValue(root, value));
 }
 
-TEST_F(CXMLFileTest, EncodingDeclarationOfTextIsIgnored) {
-  CXMLFile xml;
-  Load(xml, "<?xml version='1.0' encoding='ISO-8859-1'?><a>caf\xC3\xA9 \xE2\x82\xAC</a>");
-  EXPECT_EQ("1:caf\xC3\xA9 \xE2\x82\xAC", Read(xml, "."));
-}
-
 // --- Without a document -------------------------------------------------------
 
-TEST_F(CXMLFileTest, WithoutDocumentEverythingAnswersZero) {
+TEST_F(CXMLFileTest, WithoutDocumentEverythingAnswersZeroAndEmptyDocumentClearsTheTree) {
   CXMLFile xml;
   Held<IXMLDOMElement> root;
   Held<IXMLDOMNode> node;
@@ -220,18 +215,14 @@ TEST_F(CXMLFileTest, WithoutDocumentEverythingAnswersZero) {
   EXPECT_EQ(0, xml.GetNodeValue(nullptr, value));
   EXPECT_EQ(0, xml.AddNewNode(nullptr, CString("a"), CString("b")));
   EXPECT_EQ(0, MessageBoxes());
-}
 
-TEST_F(CXMLFileTest, EmptyDocumentClearsTheTree) {
-  CXMLFile xml;
   Load(xml, "<a><b>1</b></a>");
   Held<IXMLDOMNode> b;
   ASSERT_EQ(1, xml.GetPathedNode(CString("b"), &b));
   EXPECT_EQ(1, xml.EmptyDocument());
-  Held<IXMLDOMElement> root;
   EXPECT_EQ(0, xml.GetRootNode(&root));
   // A node taken before still reads its old tree.
-  CString value;
+
   EXPECT_EQ(1, xml.GetNodeValue(b->AsElement(), value));
   EXPECT_EQ(CString("1"), value);
   EXPECT_EQ(1, xml.CreateRootNode(CString("fresh")));
@@ -240,7 +231,7 @@ TEST_F(CXMLFileTest, EmptyDocumentClearsTheTree) {
 
 // --- Reading values -------------------------------------------------------------
 
-TEST_F(CXMLFileTest, NodeValueIsTheFirstTextChildOnly) {
+TEST_F(CXMLFileTest, NodeValueIsTheFirstTextChildOnlyAndAttributesReadByNameOrPath) {
   CXMLFile xml;
   Load(xml,
        "<a><cdata><![CDATA[hidden]]></cdata><mixed><i>x</i>first<i>y</i>second</mixed>"
@@ -249,6 +240,21 @@ TEST_F(CXMLFileTest, NodeValueIsTheFirstTextChildOnly) {
   EXPECT_EQ("1:first", Read(xml, "mixed"));
   EXPECT_EQ("1:after", Read(xml, "cdatathen"));
   EXPECT_EQ("0:", Read(xml, "empty"));
+  // Attributes: a missing one leaves the output alone.
+  Load(xml, "<a x='1 &amp; 2' empty=''/>");
+  Held<IXMLDOMElement> root;
+  ASSERT_EQ(1, xml.GetRootNode(&root));
+  CString value("keep");
+  EXPECT_EQ(1, xml.GetAttributeValue(root, CString("x"), value));
+  EXPECT_EQ(CString("1 & 2"), value);
+  EXPECT_EQ(1, xml.GetAttributeValue(root, CString("empty"), value));
+  EXPECT_EQ(CString(), value);
+  value = CString("keep");
+  EXPECT_EQ(0, xml.GetAttributeValue(root, CString("y"), value));
+  EXPECT_EQ(CString("keep"), value);
+  // A path to an attribute reads its text too.
+  EXPECT_EQ("1:1 & 2", Read(xml, "@x"));
+  EXPECT_EQ("1:", Read(xml, "@empty"));
 }
 
 TEST_F(CXMLFileTest, ChildValueOfMissingChildIsZeroAndEmpty) {
@@ -274,24 +280,6 @@ TEST_F(CXMLFileTest, ChildValueOfMissingChildIsZeroAndEmpty) {
   // The answer is the text's, not the date reader's.
   EXPECT_EQ(1, xml.GetChildNodeValue(root, CString("bad"), date));
   EXPECT_EQ(COleDateTime::invalid, date.GetStatus());
-}
-
-TEST_F(CXMLFileTest, AttributesReadAndMissingLeavesTheOutputAlone) {
-  CXMLFile xml;
-  Load(xml, "<a x='1 &amp; 2' empty=''/>");
-  Held<IXMLDOMElement> root;
-  ASSERT_EQ(1, xml.GetRootNode(&root));
-  CString value("keep");
-  EXPECT_EQ(1, xml.GetAttributeValue(root, CString("x"), value));
-  EXPECT_EQ(CString("1 & 2"), value);
-  EXPECT_EQ(1, xml.GetAttributeValue(root, CString("empty"), value));
-  EXPECT_EQ(CString(), value);
-  value = CString("keep");
-  EXPECT_EQ(0, xml.GetAttributeValue(root, CString("y"), value));
-  EXPECT_EQ(CString("keep"), value);
-  // A path to an attribute reads its text too.
-  EXPECT_EQ("1:1 & 2", Read(xml, "@x"));
-  EXPECT_EQ("1:", Read(xml, "@empty"));
 }
 
 // --- Finding nodes ------------------------------------------------------------------
@@ -339,7 +327,7 @@ TEST_F(CXMLFileTest, MalformedOrNonNodePathsAnswerZero) {
   EXPECT_EQ(0, MessageBoxes());
 }
 
-TEST_F(CXMLFileTest, PathedNodeWithTextIsCaseSensitive) {
+TEST_F(CXMLFileTest, PathedNodeWithTextIsCaseSensitiveAndParentsGoUpToTheDocument) {
   CXMLFile xml;
   Load(xml, "<a><g>R1_G1</g><g>r1_g2</g><g>R1_G2</g></a>");
   Held<IXMLDOMNode> node;
@@ -349,10 +337,7 @@ TEST_F(CXMLFileTest, PathedNodeWithTextIsCaseSensitive) {
   EXPECT_EQ(CString("<g>R1_G2</g>"), xml_text);
   Held<IXMLDOMNode> none;
   EXPECT_EQ(0, xml.GetPathedNodeWithText(CString("g"), CString("R1_G3"), &none));
-}
 
-TEST_F(CXMLFileTest, ParentsUpToTheDocument) {
-  CXMLFile xml;
   Load(xml, "<a x='1'><b/></a>");
   Held<IXMLDOMNode> b;
   ASSERT_EQ(1, xml.GetPathedNode(CString("b"), &b));
@@ -363,7 +348,6 @@ TEST_F(CXMLFileTest, ParentsUpToTheDocument) {
   int type = 0;
   document->get_nodeType(&type);
   EXPECT_EQ(IXMLDOMNode::NODE_DOCUMENT, type);
-  Held<IXMLDOMNode> none;
   EXPECT_EQ(0, xml.GetParentNode(document, &none));
   Held<IXMLDOMNode> attribute;
   ASSERT_EQ(1, xml.GetPathedNode(CString("@x"), &attribute));
@@ -373,19 +357,14 @@ TEST_F(CXMLFileTest, ParentsUpToTheDocument) {
 
 // --- Building ---------------------------------------------------------------------------
 
-TEST_F(CXMLFileTest, CreateRootNodeOnlyOnce) {
+TEST_F(CXMLFileTest, CreateRootNodeOnlyOnceAndSetNodeTextAddsAndDoesNotReplace) {
   CXMLFile xml;
   EXPECT_EQ(0, xml.CreateRootNode(CString("bad name")));
-  EXPECT_EQ(1, xml.CreateRootNode(CString("root")));
+  EXPECT_EQ(1, xml.CreateRootNode(CString("a")));
   EXPECT_EQ(0, xml.CreateRootNode(CString("second")));
   CString text;
   ASSERT_EQ(1, xml.GetXML(text));
-  EXPECT_NE(std::string::npos, text.ToUtf8().find("<root/>")) << text.ToUtf8();
-}
-
-TEST_F(CXMLFileTest, SetNodeTextAddsAndDoesNotReplace) {
-  CXMLFile xml;
-  ASSERT_EQ(1, xml.CreateRootNode(CString("a")));
+  EXPECT_NE(std::string::npos, text.ToUtf8().find("<a/>")) << text.ToUtf8();
   Held<IXMLDOMElement> root;
   ASSERT_EQ(1, xml.GetRootNode(&root));
   EXPECT_EQ(1, xml.SetNodeText(root, CString("one")));
@@ -438,7 +417,7 @@ TEST_F(CXMLFileTest, AddNewNodeOfEveryTypeReadsBack) {
   EXPECT_DOUBLE_EQ(date.GetDATE(), t.GetDATE());
 }
 
-TEST_F(CXMLFileTest, AddNewNodeReleasesWhatTheOutArgumentHeld) {
+TEST_F(CXMLFileTest, AddNewNodeReleasesWhatTheOutArgumentHeldAndAttributesAreReplaced) {
   CXMLFile xml;
   ASSERT_EQ(1, xml.CreateRootNode(CString("r")));
   Held<IXMLDOMElement> root;
@@ -453,20 +432,12 @@ TEST_F(CXMLFileTest, AddNewNodeReleasesWhatTheOutArgumentHeld) {
   CString text;
   xml.GetXML(text);
   EXPECT_NE(std::string::npos, text.ToUtf8().find("<r><a>1<b>2</b></a></r>")) << text.ToUtf8();
-}
-
-TEST_F(CXMLFileTest, AttributesAreSetAndReplaced) {
-  CXMLFile xml;
-  ASSERT_EQ(1, xml.CreateRootNode(CString("r")));
-  Held<IXMLDOMElement> root;
-  ASSERT_EQ(1, xml.GetRootNode(&root));
   EXPECT_EQ(1, xml.AddAttribute(root, CString("k"), CString("1")));
   EXPECT_EQ(1, xml.AddAttribute(root, CString("k"), CString("\"2\" & <3>")));
   EXPECT_EQ(0, xml.AddAttribute(root, CString("1bad"), CString("x")));
-  CString all;
-  ASSERT_EQ(1, xml.GetXML(all));
+  ASSERT_EQ(1, xml.GetXML(text));
   CXMLFile back;
-  Load(back, all.ToUtf8().c_str());
+  Load(back, text.ToUtf8().c_str());
   EXPECT_EQ("1:\"2\" & <3>", Read(back, "@k"));
 }
 
@@ -523,7 +494,7 @@ const char kSheet[] =
     "<xsl:template match='/'><xsl:for-each select='a/b'>[<xsl:value-of select='.'/>]"
     "</xsl:for-each></xsl:template></xsl:stylesheet>";
 
-TEST_F(CXMLFileTest, TransformNodeByStylesheet) {
+TEST_F(CXMLFileTest, TransformNodeByStylesheetThatMayNotWriteFiles) {
   CXMLFile xml;
   Load(xml, "<a><b>1</b><b>2</b></a>");
   CXMLFile sheet;
@@ -541,6 +512,16 @@ TEST_F(CXMLFileTest, TransformNodeByStylesheet) {
   CXMLFile empty;
   EXPECT_EQ(0, xml.TransformNode(empty, out));
   EXPECT_EQ(0, empty.TransformNode(sheet, out));
+  // A sheet that would write a file is refused and writes nothing.
+  CString target = root_.Path(CString("data/written.txt"));
+  std::string writer =
+      "<xsl:stylesheet version='1.1' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+      "<xsl:template match='/'><xsl:document href='" +
+      target.ToUtf8() + "' method='text'>x</xsl:document></xsl:template></xsl:stylesheet>";
+  CXMLFile writing_sheet;
+  Load(writing_sheet, writer.c_str());
+  EXPECT_EQ(0, xml.TransformNode(writing_sheet, out));
+  EXPECT_FALSE(FileSystem::Exists(target));
 }
 
 TEST_F(CXMLFileTest, TransformNodeGivesTheCharactersWhateverTheOutputEncoding) {
@@ -563,21 +544,6 @@ TEST_F(CXMLFileTest, TransformNodeGivesTheCharactersWhateverTheOutputEncoding) {
           << encoding << " " << method << ": " << out.ToUtf8();
     }
   }
-}
-
-TEST_F(CXMLFileTest, TransformNodeMayNotWriteFiles) {
-  CString target = root_.Path(CString("data/written.txt"));
-  std::string sheet_text =
-      "<xsl:stylesheet version='1.1' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
-      "<xsl:template match='/'><xsl:document href='" +
-      target.ToUtf8() + "' method='text'>x</xsl:document></xsl:template></xsl:stylesheet>";
-  CXMLFile xml;
-  Load(xml, "<a/>");
-  CXMLFile sheet;
-  Load(sheet, sheet_text.c_str());
-  CString out;
-  EXPECT_EQ(0, xml.TransformNode(sheet, out));
-  EXPECT_FALSE(FileSystem::Exists(target));
 }
 
 }  // namespace
