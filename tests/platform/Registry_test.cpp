@@ -3,12 +3,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <functional>
 #include <string>
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
-#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
 
 namespace kordll {
 namespace {
@@ -43,9 +44,13 @@ class RegistryTest : public ::testing::Test {
   std::string folder_;
 };
 
-TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypes) {
+TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypesAndEveryUnitOfTheirText) {
+  const std::u16string tricky = {u'a', 0x0000, u'b', 0xD800, u'c', 0xDFFF, 0xDBFF, 0x0000};
   {
     Registry r(folder_);
+    ASSERT_EQ(r.SetValue(kUser, "K", "Password", RegValue::String(CString(tricky)), true),
+              ERROR_SUCCESS);
+    ASSERT_EQ(r.SetValue(kUser, "K", "Empty", RegValue::String(CString()), true), ERROR_SUCCESS);
     ASSERT_FALSE(r.in_memory());
     EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Count", RegValue::Dword(0xFFFFFFFFu), true),
               ERROR_SUCCESS);
@@ -70,6 +75,10 @@ TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypes) {
   v = Get(&r, "Software\\Kor\\App", "Blob");
   EXPECT_EQ(v.type, REG_BINARY);
   EXPECT_EQ(v.bytes, std::string("\0\x01\xFF", 3));
+  EXPECT_EQ(Get(&r, "K", "Password").text.str(), tricky);
+  v = Get(&r, "K", "Empty");
+  EXPECT_EQ(v.type, REG_SZ);
+  EXPECT_TRUE(v.text.IsEmpty());
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0);
   // Two connections, as two applications of the family would have, see each
   // other's writes.
@@ -140,7 +149,7 @@ TEST_F(RegistryTest, OnlyWrittenKeysOpenAndParentsComeWithThem) {
   EXPECT_TRUE(r.KeyExists(kUser, "\\Software\\\\Kor\\App\\"));
 }
 
-TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNames) {
+TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNamesAndValuesGoAlone) {
   Registry r(folder_);
   for (const char* key : {"A\\B", "A\\B\\C", "A\\B\\C\\D", "A\\B]", "A\\Bz", "A\\B2\\C"}) {
     ASSERT_EQ(r.SetValue(kUser, key, "v", RegValue::String(key), true), ERROR_SUCCESS) << key;
@@ -167,13 +176,10 @@ TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNames) {
   ASSERT_EQ(r.EnumKeys(kUser, "", &names), ERROR_SUCCESS);
   EXPECT_EQ(names, (std::vector<CString>{"A"}));
   EXPECT_EQ(r.EnumKeys(kUser, "A\\B", &names), ERROR_FILE_NOT_FOUND);
-}
 
-TEST_F(RegistryTest, DeleteValueAndTypeChanges) {
-  Registry r(folder_);
+  // Values change type in place and go without their key.
   ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(3), true), ERROR_SUCCESS);
   ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::String("3"), true), ERROR_SUCCESS);
-  RegValue v;
   EXPECT_EQ(Get(&r, "K", "V").type, REG_SZ);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "V"), ERROR_SUCCESS);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "v"), ERROR_FILE_NOT_FOUND);
@@ -181,121 +187,110 @@ TEST_F(RegistryTest, DeleteValueAndTypeChanges) {
   EXPECT_TRUE(r.KeyExists(kUser, "K")) << "a key outlives its values";
 }
 
-TEST_F(RegistryTest, GarbageFileIsSetAsideAndTheHostHears) {
-  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.ProfileFolder()), 1);
-  std::string garbage(5000, 'x');
-  garbage.replace(0, 20, "not a database file ");
-  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), garbage), 1);
+// Each way a file can be unusable to SQLite; the damage writes the file into
+// `folder` and gives the bytes that must be kept aside unchanged.
+struct Damage {
+  const char* name;
+  std::function<void(const std::string& folder, const CString& file, std::string* bytes)> make;
+};
 
-  {
-    Registry r(folder_);
-    EXPECT_FALSE(r.in_memory());
-    EXPECT_EQ(r.set_aside_path(), folder_ + "/registry.sqlite3.damaged");
-    ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(5), true), ERROR_SUCCESS);
-  }
-  std::string kept;
-  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
-  EXPECT_EQ(kept, garbage) << "the damaged file is renamed, never changed";
-  ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-  auto box = host_.LastOf(TestHost::CallKind::kMessageBox);
-  EXPECT_EQ(box->caption, CString("Registry"));
-  EXPECT_NE(box->text.Find(CString("registry.sqlite3.damaged")), -1);
-
-  // The fresh file works and keeps what was written.
-  Registry again(folder_);
-  EXPECT_EQ(Get(&again, "K", "v").integer, 5u);
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-
-  // A second damage does not replace the first one set aside.
-  Registry::CloseCurrent();
-  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), "junk junk junk junk junk junk"), 1);
-  Registry third(folder_);
-  EXPECT_EQ(third.set_aside_path(), folder_ + "/registry.sqlite3.damaged-2");
-  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
-  EXPECT_EQ(kept, garbage);
-}
-
-TEST_F(RegistryTest, AnotherProgramsDatabaseIsSetAsideUnchanged) {
-  ASSERT_EQ(FileSystem::CreateDirectoryTree(root_.ProfileFolder()), 1);
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(RegistryFile().ToUtf8().c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(x); INSERT INTO notes VALUES(1);", nullptr,
-                         nullptr, nullptr),
-            SQLITE_OK);
-  sqlite3_close(db);
-  std::string before;
-  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &before), 1);
-
-  Registry r(folder_);
-  ASSERT_FALSE(r.set_aside_path().empty());
-  std::string kept;
-  ASSERT_EQ(FileSystem::ReadWholeFile(CString::FromUtf8(r.set_aside_path()), &kept), 1);
-  EXPECT_EQ(kept, before) << "not even switched to another journal mode";
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-  EXPECT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
-}
-
-TEST_F(RegistryTest, FileSqliteRefusesWithAnOrdinaryErrorIsSetAsideToo) {
-  {
-    Registry r(folder_);
-    ASSERT_EQ(r.SetValue(kUser, "K", "old", RegValue::Dword(1), true), ERROR_SUCCESS);
-  }
-  // A schema format number from the future: SQLite answers "unsupported file
-  // format" (SQLITE_ERROR) when it reads the schema, not NOTADB or CORRUPT.
-  std::string bytes;
-  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &bytes), 1);
-  ASSERT_GT(bytes.size(), 48u);
-  bytes[44] = bytes[45] = bytes[46] = 0;
-  bytes[47] = 9;
-  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), bytes), 1);
-  {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(RegistryFile().ToUtf8().c_str(), &db), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(db, "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr),
-              SQLITE_ERROR);
-    EXPECT_STREQ(sqlite3_errmsg(db), "unsupported file format");
-    sqlite3_close(db);
-  }
-
-  {
-    Registry r(folder_);
-    EXPECT_FALSE(r.in_memory());
-    ASSERT_EQ(r.set_aside_path(), folder_ + "/registry.sqlite3.damaged");
-    std::string kept;
-    ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile() + ".damaged", &kept), 1);
-    EXPECT_EQ(kept, bytes);
-    ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-    EXPECT_NE(host_.LastOf(TestHost::CallKind::kMessageBox)->text.Find(CString(".damaged")), -1);
-    ASSERT_EQ(r.SetValue(kUser, "K", "new", RegValue::Dword(2), true), ERROR_SUCCESS);
-  }
-  Registry again(folder_);
-  EXPECT_FALSE(again.in_memory());
-  EXPECT_EQ(Get(&again, "K", "new").integer, 2u);
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-}
-
-TEST_F(RegistryTest, DamagedPagesInsideARealRegistryAreDetected) {
-  {
-    Registry r(folder_);
-    for (int i = 0; i < 400; ++i) {
-      ASSERT_EQ(r.SetValue(kUser, CString::Formatted("Software\\Kor\\Key%d", i), "value",
-                           RegValue::String(CString(u'x', 200)), true),
-                ERROR_SUCCESS);
+TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
+  const Damage damages[] = {
+      {"garbage",
+       [](const std::string&, const CString& file, std::string* bytes) {
+         *bytes = std::string(5000, 'x');
+         bytes->replace(0, 20, "not a database file ");
+         ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
+       }},
+      // Not even switched to another journal mode.
+      {"another program's database",
+       [](const std::string&, const CString& file, std::string* bytes) {
+         sqlite3* db = nullptr;
+         ASSERT_EQ(sqlite3_open(file.ToUtf8().c_str(), &db), SQLITE_OK);
+         ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(x); INSERT INTO notes VALUES(1);", nullptr,
+                                nullptr, nullptr),
+                   SQLITE_OK);
+         sqlite3_close(db);
+         ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+       }},
+      // A schema format number from the future: SQLite answers "unsupported
+      // file format" (SQLITE_ERROR) when it reads the schema, not NOTADB or
+      // CORRUPT; such a file is set aside too.
+      {"a file SQLite refuses with an ordinary error",
+       [](const std::string& folder, const CString& file, std::string* bytes) {
+         {
+           Registry r(folder);
+           ASSERT_EQ(r.SetValue(kUser, "K", "old", RegValue::Dword(1), true), ERROR_SUCCESS);
+         }
+         ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+         ASSERT_GT(bytes->size(), 48u);
+         (*bytes)[44] = (*bytes)[45] = (*bytes)[46] = 0;
+         (*bytes)[47] = 9;
+         ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
+         sqlite3* db = nullptr;
+         ASSERT_EQ(sqlite3_open(file.ToUtf8().c_str(), &db), SQLITE_OK);
+         EXPECT_EQ(sqlite3_exec(db, "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr),
+                   SQLITE_ERROR);
+         EXPECT_STREQ(sqlite3_errmsg(db), "unsupported file format");
+         sqlite3_close(db);
+       }},
+      // Every page but the first (the header and schema) overwritten with noise.
+      {"damaged pages inside a real registry",
+       [](const std::string& folder, const CString& file, std::string* bytes) {
+         {
+           Registry r(folder);
+           for (int i = 0; i < 400; ++i) {
+             ASSERT_EQ(r.SetValue(kUser, CString::Formatted("Software\\Kor\\Key%d", i), "value",
+                                  RegValue::String(CString(u'x', 200)), true),
+                       ERROR_SUCCESS);
+           }
+         }
+         ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+         ASSERT_GT(bytes->size(), 40000u) << "the closing connection folds the journal in";
+         for (size_t i = 4096; i < bytes->size(); ++i) (*bytes)[i] = (i * 131) & 0xFF;
+         ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
+       }},
+  };
+  int row = 0;
+  for (const Damage& damage : damages) {
+    SCOPED_TRACE(damage.name);
+    const std::string folder = folder_ + "/" + std::to_string(++row);
+    const CString file = CString::FromUtf8(folder + "/registry.sqlite3");
+    ASSERT_EQ(FileSystem::CreateDirectoryTree(CString::FromUtf8(folder)), 1);
+    std::string bytes;
+    damage.make(folder, file, &bytes);
+    host_.ClearCalls();
+    {
+      Registry r(folder);
+      EXPECT_FALSE(r.in_memory());
+      EXPECT_EQ(r.set_aside_path(), folder + "/registry.sqlite3.damaged");
+      std::string kept;
+      ASSERT_EQ(FileSystem::ReadWholeFile(file + ".damaged", &kept), 1);
+      EXPECT_EQ(kept, bytes) << "the damaged file is renamed, never changed";
+      ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+      auto box = host_.LastOf(TestHost::CallKind::kMessageBox);
+      EXPECT_EQ(box->caption, CString("Registry"));
+      EXPECT_NE(box->text.Find(CString("registry.sqlite3.damaged")), -1);
+      EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor\\Key1"));
+      ASSERT_EQ(r.SetValue(kUser, "K", "new", RegValue::Dword(5), true), ERROR_SUCCESS);
     }
+    // The fresh file works and keeps what was written.
+    Registry again(folder);
+    EXPECT_FALSE(again.in_memory());
+    EXPECT_EQ(Get(&again, "K", "new").integer, 5u);
+    EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
   }
-  std::string bytes;
-  ASSERT_EQ(FileSystem::ReadWholeFile(RegistryFile(), &bytes), 1);
-  ASSERT_GT(bytes.size(), 40000u) << "the closing connection folds the journal into the file";
-  // Overwrite every page but the first (the header and schema) with noise.
-  for (size_t i = 4096; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 131) & 0xFF);
-  ASSERT_EQ(FileSystem::WriteWholeFile(RegistryFile(), bytes), 1);
-
-  Registry r(folder_);
-  EXPECT_FALSE(r.in_memory());
-  EXPECT_FALSE(r.set_aside_path().empty());
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-  EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor\\Key1"));
-  EXPECT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
+  // A second damage does not replace the first one set aside.
+  const std::string folder = folder_ + "/1";
+  Registry::CloseCurrent();
+  ASSERT_EQ(FileSystem::WriteWholeFile(CString::FromUtf8(folder + "/registry.sqlite3"), "junk"), 1);
+  Registry third(folder);
+  EXPECT_EQ(third.set_aside_path(), folder + "/registry.sqlite3.damaged-2");
+  std::string kept;
+  ASSERT_EQ(
+      FileSystem::ReadWholeFile(CString::FromUtf8(folder + "/registry.sqlite3.damaged"), &kept), 1);
+  EXPECT_EQ(kept.size(), 5000u);
+  EXPECT_EQ(kept.substr(0, 20), "not a database file ");
 }
 
 TEST_F(RegistryTest, NoUsableFolderKeepsTheSessionInMemory) {
@@ -413,7 +408,7 @@ TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) 
   RegCloseKey(key);
 }
 
-TEST_F(RegistryTest, Win32IntegersAndAccessRights) {
+TEST_F(RegistryTest, Win32IntegersAccessRightsAndEnumeration) {
   HKEY key = nullptr;
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
   const uint8_t four[4] = {0x78, 0x56, 0x34, 0x12};
@@ -437,17 +432,13 @@ TEST_F(RegistryTest, Win32IntegersAndAccessRights) {
   EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_SUCCESS);
   EXPECT_EQ(RegDeleteValue(key, "n"), ERROR_FILE_NOT_FOUND);
   RegCloseKey(key);
-}
 
-TEST_F(RegistryTest, Win32Enumeration) {
-  HKEY key = nullptr;
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
   HKEY child = nullptr;
   ASSERT_EQ(RegCreateKey(key, "Beta", &child), ERROR_SUCCESS);
   RegCloseKey(child);
   ASSERT_EQ(RegCreateKey(key, "alpha", &child), ERROR_SUCCESS);
   RegCloseKey(child);
-  const uint8_t four[4] = {1, 0, 0, 0};
   ASSERT_EQ(RegSetValueEx(key, "Count", 0, REG_DWORD, four, 4), ERROR_SUCCESS);
   CString name;
   ASSERT_EQ(RegEnumKeyEx(key, 0, &name), ERROR_SUCCESS);
@@ -455,7 +446,6 @@ TEST_F(RegistryTest, Win32Enumeration) {
   ASSERT_EQ(RegEnumKeyEx(key, 1, &name), ERROR_SUCCESS);
   EXPECT_EQ(name, CString("Beta"));
   EXPECT_EQ(RegEnumKeyEx(key, 2, &name), ERROR_NO_MORE_ITEMS);
-  uint32_t type = 0;
   ASSERT_EQ(RegEnumValue(key, 0, &name, &type), ERROR_SUCCESS);
   EXPECT_EQ(name, CString("Count"));
   EXPECT_EQ(type, REG_DWORD);
