@@ -6,11 +6,11 @@
 #include <string>
 
 #include "kordll/platform/Host.h"
-#include "tests/support/TestHost.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/MemoryHeap.h"
 #include "kordll/toolkit/CXMLFile.h"
 #include "kordll/toolkit/PrintTag.h"
+#include "tests/support/TestHost.h"
 
 namespace kordll {
 
@@ -45,7 +45,7 @@ TemplatePtr MakePost() {
 
 // --- Start-up ----------------------------------------------------------------
 
-TEST(PrintTemplatePool, StartsWithTheLibrary) {
+TEST(PrintTemplatePool, StartsWithTheLibraryAndNoTemplateComesWithoutIt) {
   ASSERT_EQ(1, KordllIsAttached());
   ASSERT_NE(nullptr, PrintTemplate::GetPrintTemplateCache());
   ASSERT_NE(nullptr, PrintTag::GetPrintTagCache());
@@ -54,9 +54,6 @@ TEST(PrintTemplatePool, StartsWithTheLibrary) {
   EXPECT_EQ(1, PrintTemplate::GetPrintTemplateCache()->GetUsedCount());
   t.reset();
   EXPECT_EQ(0, PrintTemplate::GetPrintTemplateCache()->GetUsedCount());
-}
-
-TEST(PrintTemplatePool, NoTemplateWithoutThePool) {
   PrintTemplate::ReleasePrintTemplateCache();
   EXPECT_EQ(nullptr, PrintTemplate::GeneratePrintTemplate(CString("x")));
   PrintTemplate::InitializePrintTemplateCache();
@@ -68,7 +65,7 @@ TEST(PrintTemplatePool, NoTemplateWithoutThePool) {
 
 // --- Building -------------------------------------------------------------------
 
-TEST(PrintTemplate, TagWithoutValueIsNeverAdded) {
+TEST(PrintTemplate, TagWithoutValueIsNeverAddedNorAttributeOfEmptyValueWritten) {
   TemplatePtr t = Make("r");
   EXPECT_EQ(nullptr, t->AddTag(CString("x"), CString(""), 0));
   EXPECT_EQ(nullptr, t->AddTag(CString(""), CString("v"), 0));
@@ -79,13 +76,10 @@ TEST(PrintTemplate, TagWithoutValueIsNeverAdded) {
   EXPECT_EQ(CString("0"), zero->GetTagValue());
   EXPECT_EQ(t.get(), zero->GetOwnerTemplate());
   EXPECT_EQ(CString("<r><x>0</x>\n</r>"), t->FlushTemplate(0));
-}
-
-TEST(PrintTemplate, AttributesOfEmptyValueAreNotWritten) {
-  TemplatePtr t = Make("r");
   EXPECT_EQ(1, t->SetAttribute(CString("a"), CString("")));
   EXPECT_EQ(1, t->SetAttribute(CString("b"), CString("2")));
-  EXPECT_EQ(CString("<r b=\"2\"></r>"), t->FlushTemplate(0));
+  EXPECT_EQ(CString("<r b=\"2\"><x>0</x>\n</r>"), t->FlushTemplate(0));
+
   PrintTag* root = t->GetRootTag();
   EXPECT_EQ(CString(), root->GetAttribute(CString("a")));
   EXPECT_EQ(0, root->AddTagAttribute(CString("a"), CString("now"), 0));
@@ -96,7 +90,7 @@ TEST(PrintTemplate, AttributesOfEmptyValueAreNotWritten) {
   EXPECT_EQ(CString(), root->GetAttribute(CString("missing")));
 }
 
-TEST(PrintTemplate, WithoutRootTheRootOperationsFail) {
+TEST(PrintTemplate, WithoutRootTheRootOperationsFailUntilReinitialized) {
   TemplatePtr t = Make("");
   EXPECT_EQ(nullptr, t->GetRootTag());
   EXPECT_EQ(0, t->SetAttribute(CString("a"), CString("1")));
@@ -107,6 +101,15 @@ TEST(PrintTemplate, WithoutRootTheRootOperationsFail) {
   TemplatePtr parent = Make("p");
   EXPECT_EQ(0, parent->AddPrintTemplate(t.get()));
   EXPECT_EQ(0, parent->AddPrintTemplate(nullptr));
+  // Reset empties a built template; it can be initialized again.
+  t = MakePost();
+  t->ResetPrintTemplate();
+  EXPECT_EQ(nullptr, t->GetRootTag());
+  EXPECT_EQ(CString(), t->FlushTemplate(0));
+  t->InitializePrintTemplate(CString("again"));
+  t->InitializePrintTemplate(CString("renamed"));
+  EXPECT_EQ(1, t->SetRootTagName(CString("last")));
+  EXPECT_EQ(CString("<last></last>"), t->FlushTemplate(0));
 }
 
 TEST(PrintTemplate, AddPrintTemplateRefusesLoopsAndSecondOwners) {
@@ -137,7 +140,7 @@ TEST(PrintTemplate, RemoveTagTakesEveryTagOfTheNameOutOfTheOrder) {
   EXPECT_EQ(CString("<b>2</b>\n"), t->FlushTemplate(1));
 }
 
-TEST(PrintTemplate, ObjectTagsAreTakenOverWithoutOwner) {
+TEST(PrintTemplate, ObjectTagsAreTakenOverWithoutOwnerAndDeletedChildrenLeaveTheParentSound) {
   TemplatePtr t = Make("r");
   auto* tag = new PrintTag(CString("x"));
   tag->SetTagValue(CString("v"));
@@ -147,26 +150,11 @@ TEST(PrintTemplate, ObjectTagsAreTakenOverWithoutOwner) {
   EXPECT_EQ(nullptr, tag->GetOwnerTemplate());
   EXPECT_EQ(tag, t->GetTag(CString("x")));
   EXPECT_EQ(CString("<x>v</x>\n"), t->FlushTemplate(1));
-}
-
-TEST(PrintTemplate, ChildDeletedOnItsOwnLeavesTheParentSound) {
-  TemplatePtr t = Make("r");
   PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
   ASSERT_EQ(1, t->AddPrintTemplate(child));
   delete child;
   EXPECT_EQ(nullptr, t->GetTag(CString("c")));
-  EXPECT_EQ(CString("<r></r>"), t->FlushTemplate(0));
-}
-
-TEST(PrintTemplate, ResetAndReinitialize) {
-  TemplatePtr t = MakePost();
-  t->ResetPrintTemplate();
-  EXPECT_EQ(nullptr, t->GetRootTag());
-  EXPECT_EQ(CString(), t->FlushTemplate(0));
-  t->InitializePrintTemplate(CString("again"));
-  t->InitializePrintTemplate(CString("renamed"));
-  EXPECT_EQ(1, t->SetRootTagName(CString("last")));
-  EXPECT_EQ(CString("<last></last>"), t->FlushTemplate(0));
+  EXPECT_EQ(CString("<r><x>v</x>\n</r>"), t->FlushTemplate(0));
 }
 
 // --- Text flush -------------------------------------------------------------------
@@ -193,15 +181,6 @@ TEST(FlushTemplate, NamelessTemplateIsItsListOfTags) {
   EXPECT_EQ(t->FlushTemplate(0), t->FlushTemplate(1));
   TemplatePtr empty = Make("");
   EXPECT_EQ(CString(), empty->FlushTemplate(0));
-}
-
-TEST(FlushTemplate, ValueHidesTheChildrenInText) {
-  TemplatePtr t = Make("r");
-  PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
-  child->AddTag(CString("inner"), CString("i"), 0);
-  ASSERT_EQ(1, t->AddPrintTemplate(child));
-  child->GetRootTag()->SetTagValue(CString("shown"));
-  EXPECT_EQ(CString("<r><c>shown</c>\n</r>"), t->FlushTemplate(0));
 }
 
 // --- XML flush ------------------------------------------------------------------
@@ -275,12 +254,13 @@ TEST_F(FlushIntoXML, TagsOfOneNameStandTogether) {
       << text.ToUtf8();
 }
 
-TEST_F(FlushIntoXML, ValueDoesNotHideTheChildren) {
+TEST_F(FlushIntoXML, AValueHidesTheChildrenInTextButNotInXML) {
   TemplatePtr t = Make("r");
   PrintTemplate* child = PrintTemplate::GeneratePrintTemplate(CString("c"));
   child->AddTag(CString("inner"), CString("i"), 0);
   ASSERT_EQ(1, t->AddPrintTemplate(child));
   child->GetRootTag()->SetTagValue(CString("shown"));
+  EXPECT_EQ(CString("<r><c>shown</c>\n</r>"), t->FlushTemplate(0));
   CXMLFile back;
   RoundTrip(t.get(), back);
   CString value;
