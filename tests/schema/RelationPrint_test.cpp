@@ -61,7 +61,7 @@ class RelationPrintTest : public ::testing::Test {
   GlobalRelationsCtrl catalogue_;
 };
 
-TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSay) {
+TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSayOrGoesInRawWithoutEscape) {
   Focusable post(4, nullptr);
   FillPost(&post);
   Printed printed(Rel(4)->DecorateFocusable(&post, 1));
@@ -91,14 +91,10 @@ TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSay) {
   EXPECT_EQ(RootAttribute(printed.get(), "trashed"), "true");
   EXPECT_EQ(RootAttribute(printed.get(), "deleted"), "false");
   EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "17");
-}
 
-TEST_F(RelationPrintTest, WithoutEscapeValuesGoInRaw) {
-  Focusable post(4, nullptr);
-  FillPost(&post);
   post.SetValueInt(1, Focusable::kStatusUnread, 0);
   post.SetFocusableDeleted(1);
-  Printed printed(Rel(4)->DecorateFocusable(&post, 0));
+  printed.reset(Rel(4)->DecorateFocusable(&post, 0));
   ASSERT_NE(printed, nullptr);
   EXPECT_EQ(TagValue(printed.get(), "title"), "A & B <i>");
   EXPECT_EQ(TagValue(printed.get(), "desc"), "<![CDATA[old]]> more <![CDATA[x]]>");
@@ -109,7 +105,7 @@ TEST_F(RelationPrintTest, WithoutEscapeValuesGoInRaw) {
   EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "2");
 }
 
-TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElement) {
+TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElementOfRelation4Only) {
   struct Case {
     const char* value;
     const char* expected;  // the flushed enclosure, or "" for nothing
@@ -141,9 +137,6 @@ TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElement) {
       EXPECT_EQ(printed->GetTags(CString("enclosure"))->size(), 1u);
     }
   }
-}
-
-TEST_F(RelationPrintTest, OnlyRelation4GetsTheEnclosureElement) {
   for (int relation : {11, 26}) {
     Focusable post(relation, nullptr);
     post.SetGUID(CString("R11_G2"));
@@ -209,7 +202,7 @@ TEST_F(RelationPrintTest, FileSizesPrintAsKilobytesOrMegabytesOrNothing) {
   EXPECT_EQ(TagValue(big.get(), "filesize"), "2861.0 MBs");
 }
 
-TEST_F(RelationPrintTest, BackupPrintsEveryFieldByTypeAndId) {
+TEST_F(RelationPrintTest, BackupPrintsEveryFieldByTypeAndIdAndALinksIntsAsStoredText) {
   Focusable post(4, nullptr);
   FillPost(&post);
   post.SetValueInt(9, 42, 0);
@@ -230,28 +223,16 @@ TEST_F(RelationPrintTest, BackupPrintsEveryFieldByTypeAndId) {
       "<4:15>http://e/a.mp3|2097152|audio/mpeg</4:15>\n";
   EXPECT_EQ(Text(printed->FlushTemplate(1)), expected);
   EXPECT_EQ(printed->GetTag(CString("SysGUID")), nullptr);  // no database
-}
 
-TEST_F(RelationPrintTest, BackupOfALinkPrintsItsIntsAsStoredText) {
   Focusable link(8, nullptr);
   link.SetGUID(CString("R3_G5"));
   link.SetValueInt(2, 120, 0);
   link.SetFullyLoaded(1);
-  Printed printed(Rel(8)->PrintFocusableBackup(&link));
+  printed.reset(Rel(8)->PrintFocusableBackup(&link));
   ASSERT_NE(printed, nullptr);
   // Field 1 and 3 have no value: as text they are empty and are left out
   // (as numbers they would have printed -1).
   EXPECT_EQ(Text(printed->FlushTemplate(1)), "<4:0>R3_G5</4:0>\n<0:2>120</0:2>\n");
-}
-
-TEST_F(RelationPrintTest, RecordThatCannotBeLoadedPrintsNothing) {
-  Focusable notLoaded(4, nullptr);  // not loaded, no database to load from
-  notLoaded.SetGUID(CString("R3_G1"));
-  EXPECT_EQ(Rel(4)->DecorateFocusable(&notLoaded, 1), nullptr);
-  EXPECT_EQ(Rel(4)->PrintFocusableBackup(&notLoaded), nullptr);
-  EXPECT_EQ(Rel(4)->DecorateFocusable(nullptr, 1), nullptr);
-  EXPECT_EQ(Rel(4)->PrintFocusableBackup(nullptr), nullptr);
-  EXPECT_EQ(notLoaded.GetReferenceCount(), 0);
 }
 
 class FakeRankMode : public SettingsEntryPoints {
@@ -259,7 +240,7 @@ class FakeRankMode : public SettingsEntryPoints {
   int GetCurrentPreferencesIntValue(int field) override { return field == kRankModeField ? 2 : 0; }
 };
 
-TEST_F(RelationPrintTest, RecordsPrintThroughTheCatalogueOfTheProcess) {
+TEST_F(RelationPrintTest, RecordsPrintThroughTheCatalogueOfTheProcessOrNotAtAll) {
   ASSERT_EQ(GlobalRelationsCtrl::GetGlobalRelationsCtrl(), &catalogue_);
   FakeRankMode settings;
   SettingsEntryPoints* previous = SettingsEntryPoints::Install(&settings);
@@ -277,6 +258,14 @@ TEST_F(RelationPrintTest, RecordsPrintThroughTheCatalogueOfTheProcess) {
   ASSERT_NE(backup, nullptr);
   EXPECT_EQ(Text(backup->GetRootTag()->GetTagName()), "R4");
 
+  // A record that cannot be loaded, or none, prints nothing.
+  Focusable notLoaded(4, nullptr);  // not loaded, no database to load from
+  notLoaded.SetGUID(CString("R3_G1"));
+  EXPECT_EQ(Rel(4)->DecorateFocusable(&notLoaded, 1), nullptr);
+  EXPECT_EQ(Rel(4)->PrintFocusableBackup(&notLoaded), nullptr);
+  EXPECT_EQ(Rel(4)->DecorateFocusable(nullptr, 1), nullptr);
+  EXPECT_EQ(Rel(4)->PrintFocusableBackup(nullptr), nullptr);
+  EXPECT_EQ(notLoaded.GetReferenceCount(), 0);
   // A relation the catalogue does not hold prints nothing.
   Focusable stranger(77, nullptr);
   stranger.SetFullyLoaded(1);
@@ -343,7 +332,7 @@ TEST_F(RelationPrintStoredTest, HeldRecordIsLoadedPrintedAndReleasedAgain) {
   EXPECT_EQ(record->ReleaseHeader(3), 1);  // the last holder deletes it
 }
 
-TEST_F(RelationPrintStoredTest, RecordNobodyHoldsIsPrintedAndLeftAsFound) {
+TEST_F(RelationPrintStoredTest, RecordNobodyHoldsIsPrintedAndLeftAsFoundButNotFromAGoneSlot) {
   Focusable* record = HeaderOnly();
   Printed printed(Rel(4)->DecorateFocusable(record, 1));
   ASSERT_NE(printed, nullptr);
@@ -351,7 +340,13 @@ TEST_F(RelationPrintStoredTest, RecordNobodyHoldsIsPrintedAndLeftAsFound) {
   // Still there for its creator, with no reference and no body.
   EXPECT_EQ(record->GetReferenceCount(), 0);
   EXPECT_EQ(record->IsFullyLoaded(0), 0);
-  delete record;
+  // A held record whose slot is gone prints nothing and keeps no reference.
+  record->SetDBSlotIndex(slot_ + 5);
+  record->ReserveHeader(3);
+  EXPECT_EQ(Rel(4)->DecorateFocusable(record, 1), nullptr);
+  EXPECT_EQ(Rel(4)->PrintFocusableBackup(record), nullptr);
+  EXPECT_EQ(record->GetReferenceCount(), 0);
+  EXPECT_EQ(record->ReleaseHeader(3), 1);
 }
 
 TEST_F(RelationPrintStoredTest, PrintingShowsPendingChangesAndSavesNothing) {
@@ -372,16 +367,6 @@ TEST_F(RelationPrintStoredTest, PrintingShowsPendingChangesAndSavesNothing) {
   stored.SetDBSlotIndex(slot_);
   ASSERT_EQ(stored.LoadFocusable(nullptr), 1);
   EXPECT_EQ(stored.GetFieldInt(1), 17);
-  EXPECT_EQ(record->ReleaseHeader(3), 1);
-}
-
-TEST_F(RelationPrintStoredTest, RecordWhoseSlotIsGonePrintsNothing) {
-  Focusable* record = HeaderOnly();
-  record->SetDBSlotIndex(slot_ + 5);
-  record->ReserveHeader(3);
-  EXPECT_EQ(Rel(4)->DecorateFocusable(record, 1), nullptr);
-  EXPECT_EQ(Rel(4)->PrintFocusableBackup(record), nullptr);
-  EXPECT_EQ(record->GetReferenceCount(), 0);
   EXPECT_EQ(record->ReleaseHeader(3), 1);
 }
 
