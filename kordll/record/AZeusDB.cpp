@@ -1713,8 +1713,21 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
   {
     CSingleLock sl(slot_lock_);
     defer_states_ = 1;
+    const bool was_new = record->GetDBSlotIndex() == -1;
     result = writeSlot(record, tmpl, task);
     defer_states_ = 0;
+    // A new record whose save failed has no slot: the one it was given is
+    // still free, and may be given to another record meanwhile.
+    if (result != 1 && was_new) record->SetDBSlotIndex(-1);
+    if (result != 1 && (!pending_states_.empty() || !pending_heads_.empty())) {
+      // A save that stopped half way may have linked its last slot to one
+      // it never wrote: none of its marks go out, so that its slots stay
+      // free in the file and its next save takes them up from their
+      // headers. Memory, which counts them as taken, is read again.
+      pending_states_.clear();
+      pending_heads_.clear();
+      forgetMapping();
+    }
     releasePendingStates();
   }
   closeDB();
@@ -1753,6 +1766,11 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
     RGDBTemplate* current = nullptr;
     bool have_relation = false;
     int relation = 0;
+    // The marks of the records saved so far; each record's own go in only
+    // when its save went through.
+    std::map<uint64_t, char> states;
+    std::map<uint64_t, char> heads;
+    bool withheld = false;
     for (Focusable* record : *records) {
       if (record == nullptr) {
         result = 0;
@@ -1763,13 +1781,43 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
         relation = record->GetFocusableRelation();
         current = CatalogueTemplate(relation);
       }
+      pending_states_.clear();
+      pending_heads_.clear();
+      const bool was_new = record->GetDBSlotIndex() == -1;
       const int r = writeSlot(record, current, task);
       if (r != 0) record->SetDB(this);
+      // A new record whose save failed has no slot: the one it was given is
+      // still free, and may be given to another record meanwhile.
+      if (r != 1 && was_new) record->SetDBSlotIndex(-1);
       result &= r;
+      if (r == 1) {
+        // The last state decided for a place is the one that goes out.
+        for (const auto& [position, c] : pending_states_) {
+          heads.erase(position);
+          states[position] = c;
+        }
+        for (const auto& [position, c] : pending_heads_) {
+          states.erase(position);
+          heads[position] = c;
+        }
+      } else if (!pending_states_.empty() || !pending_heads_.empty()) {
+        withheld = true;
+      }
     }
+    pending_states_.swap(states);
+    pending_heads_.swap(heads);
     batch_ = 0;
     defer_states_ = 0;
-    if (commitSave()) {
+    const bool committed = commitSave() != 0;
+    if (committed && withheld) {
+      // A save that stopped half way may have linked its last slot to one
+      // it never wrote, which another record of the batch may have taken
+      // since: none of its marks go out, so that its slots stay free in the
+      // file and its next save takes them up from their headers. Memory
+      // still counts them as taken: the file is mapped again.
+      forgetMapping();
+    }
+    if (committed) {
       for (auto& [record, written] : batch_saved_) {
         for (int id : written) record->ChangeItemChangeStatus(id, 0);
         record->FocusableSaved();

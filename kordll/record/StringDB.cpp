@@ -299,9 +299,10 @@ int StringDB::mapDB() {
     return kErrRead;
   }
   const int64_t slot_bytes = static_cast<int64_t>(data_size_) + kSlotHeader;
-  const int64_t count =
-      size > kHeader ? std::min<int64_t>((size - kHeader + slot_bytes - 1) / slot_bytes, INT32_MAX)
-                     : 0;
+  int64_t count = size > kHeader ? (size - kHeader) / slot_bytes : 0;
+  const int64_t part = size > kHeader ? (size - kHeader) % slot_bytes : 0;
+  if (part > 0 && !partlyWrittenEmptySlot(count, part)) ++count;
+  count = std::min<int64_t>(count, INT32_MAX);
   for (int i = 0; i < count; ++i) {
     // A slot whose header does not read is neither free nor in use: it is
     // never handed out.
@@ -314,6 +315,30 @@ int StringDB::mapDB() {
   mapped_ = 1;
   setError(0);
   return 0;
+}
+
+bool StringDB::partlyWrittenEmptySlot(int64_t index, int64_t part) {
+  // A growth that stopped half way leaves the front of a free slot at the
+  // end of the file. Such a slot holds nothing and is not counted: the next
+  // growth writes it whole. Any other piece of a slot is counted and never
+  // handed out.
+  std::string empty(static_cast<size_t>(part), '\0');
+  std::memcpy(empty.data(), "[0:-1:-1]", std::min<size_t>(9, empty.size()));
+  std::string bytes(empty.size(), '\0');
+  uint32_t got = 0;
+  if (!file_->ReadAt(getSlotBytePosition(static_cast<int>(index), 0), bytes.data(),
+                     static_cast<uint32_t>(bytes.size()), &got) ||
+      got != bytes.size()) {
+    return false;
+  }
+  return bytes == empty;
+}
+
+void StringDB::forgetMapping() {
+  status_.clear();
+  free_list_.clear();
+  free_index_.clear();
+  mapped_ = 0;
 }
 
 void StringDB::freeListAppend(int index) {
@@ -340,6 +365,7 @@ int StringDB::appendEmptyTable(int target) {
     // slot arithmetic agree also after a damaged tail.
     const int r = writeEmptySlot(slot_count_, 1);
     if (r != 0) {
+      forgetMapping();
       closeDB();
       return r;
     }
@@ -348,6 +374,9 @@ int StringDB::appendEmptyTable(int target) {
     ++slot_count_;
   }
   if (!file_->Flush()) {
+    // The slots of this growth, and what was written before it, may be
+    // missing from the file.
+    forgetMapping();
     closeDB();
     setError(kErrWrite);
     return kErrWrite;
@@ -425,8 +454,16 @@ int StringDB::WriteStringSlot(int* slot, CString text) {
   if (refusedName()) return 0;
   if (slot == nullptr) return 0;
   openDB(0);
-  const int result = _WriteStringSlot(slot, text);
-  if (!file_->Flush()) setError(kErrWrite);
+  int result = _WriteStringSlot(slot, text);
+  // A text whose bytes did not all reach the file is not written; the
+  // states are then read again from the file, so that the next write at
+  // the same slot takes up the chain as the file holds it.
+  const bool flushed = file_->Flush() != 0;
+  if (!flushed || (result == 0 && last_error_ == kErrWrite)) {
+    forgetMapping();
+    setError(kErrWrite);
+    result = 0;
+  }
   closeDB();
   return result;
 }
@@ -457,7 +494,12 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     return 0;
   }
   if (!mapped_ && mapDB() != 0) return 0;
-  if (*slot == -1) *slot = GetNextAvailableSlotIndex();
+  if (*slot == -1) {
+    setError(0);
+    *slot = GetNextAvailableSlotIndex();
+    // A table that could not grow is a failed write.
+    if (*slot < 0 && last_error_ == kErrWrite) return 0;
+  }
   if (*slot < 0) {
     setError(kErrNoEntry);
     return 0;
@@ -474,7 +516,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
   // A slot the growth did not reach is refused rather than written outside
   // the slot table; the table still grows.
   auto reach = [this](int index) REQUIRES(lock_) {
-    if (index >= slot_count_) appendEmptyTable(index);
+    if (index >= slot_count_ && appendEmptyTable(index) != 0) return false;
     if (index >= slot_count_) {
       setError(kErrNoEntry);
       return false;

@@ -110,6 +110,13 @@ class StringDB {
   int _DeleteStringSlot(int slot, int wholeChain) REQUIRES(lock_);
   void freeListAppend(int index) REQUIRES(lock_);
   void freeListRemove(int index) REQUIRES(lock_);
+  // After a write that did not reach the file, memory may be ahead of it:
+  // the slots are counted and their states read again from the file by the
+  // next operation.
+  void forgetMapping() REQUIRES(lock_);
+  // Whether the part bytes of slot index, which ends the file, are the
+  // front of a free slot. REQUIRES: the file open.
+  bool partlyWrittenEmptySlot(int64_t index, int64_t part) REQUIRES(lock_);
   void setError(int code) REQUIRES(lock_) { last_error_ = code; }
 
   CCriticalSection lock_;
