@@ -64,6 +64,7 @@
 
 // Controllers and panels.
 #include "kordll/control/IIPanel.h"
+#include "kordll/control/INIFocusable.h"
 #include "kordll/control/PANELVIEWMESSAGE.h"
 #include "kordll/control/PanelWnd.h"
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"

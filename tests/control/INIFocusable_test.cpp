@@ -1,0 +1,149 @@
+#include "kordll/control/INIFocusable.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "kordll/platform/CWinApp.h"
+#include "kordll/platform/Registry.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+using S = CString;
+const S kSection(u"User-ann");
+
+// A profile in a registry on disk, reopened as the next process would.
+class INIFocusableTest : public test::TempRootTest {
+ protected:
+  INIFocusableTest() { Reopen(); }
+  ~INIFocusableTest() override { CWinApp::SetCurrent(nullptr); }
+  void Reopen() {
+    app_.reset();
+    registry_.reset();
+    registry_ = std::make_unique<Registry>(root_.ProfileFolder().ToUtf8());
+    app_ = std::make_unique<CWinApp>(S("Korlan"), S("Tidrel"), registry_.get());
+  }
+  S Stored(const char* key) { return app_->GetProfileString(kSection, S(key), S("<none>")); }
+  int StoredInt(const char* key) { return app_->GetProfileInt(kSection, S(key), -7); }
+  void Put(const char* key, S value) { app_->WriteProfileString(kSection, S(key), value); }
+  GlobalRelationsCtrl catalogue_;
+  std::unique_ptr<Registry> registry_;
+  std::unique_ptr<CWinApp> app_;
+};
+
+TEST_F(INIFocusableTest, DefaultsComeFromTheRelationSectionsAreCut) {
+  INIFocusable news(kSection, 12, S()), search(kSection, 31, S());
+  EXPECT_EQ(news.GetFieldString(4, 0), S("GlobalUser"));
+  EXPECT_EQ(news.GetFieldInt(85), 100);
+  EXPECT_EQ(search.GetFieldInt(85), 0);
+  EXPECT_DOUBLE_EQ(search.GetFieldDouble(514), 33.0);
+  EXPECT_NE(news.GetFieldDate(45).GetStatus(), COleDateTime::valid);
+  // A hole of the relation, or an id past it, has neither key nor default.
+  EXPECT_EQ(news.GetFieldString(14, 0), S());
+  CWinApp* app = CWinApp::SetCurrent(nullptr);
+  EXPECT_EQ(news.GetFieldString(4, 0), S());
+  EXPECT_EQ(news.SetValueStr(4, S("x"), 1), 0);
+  CWinApp::SetCurrent(app);
+  // The section is kept as a buffer of 256 units keeps it.
+  const S longName(std::u16string(300, u'x'));
+  INIFocusable cut(longName, 12, S());
+  INIFocusable nul(S(std::u16string(u"User-a\0b", 8)), 12, S());
+  EXPECT_EQ(cut.GetSection(), longName.Left(255));
+  EXPECT_EQ(nul.GetSection(), S("User-a"));
+}
+
+TEST_F(INIFocusableTest, SavableRecordWritesThroughAndIsReadAfterReopening) {
+  {
+    INIFocusable prefs(kSection, 12, S());
+    EXPECT_EQ(prefs.SetValueStr(4, S("ann"), 1), 1);
+    EXPECT_EQ(prefs.SetValueInt(11, 2, 1), 1);
+    EXPECT_EQ(prefs.SetValueBOOL(21, 0, 1), 1);
+    EXPECT_EQ(prefs.SetValueDate(45, COleDateTime(2005, 11, 7, 10, 0, 0), 1), 1);
+    EXPECT_EQ(prefs.NeedToSave(), 0);
+  }
+  Reopen();
+  EXPECT_EQ(StoredInt("RankMode"), 2);
+  EXPECT_EQ(Stored("LastLoginDate"), S("11/07/05@10:00"));
+  INIFocusable prefs(S(u"USER-ANN"), 12, S());  // sections ignore case
+  EXPECT_EQ(prefs.GetFieldString(4, 0), S("ann"));
+  EXPECT_EQ(prefs.GetFieldInt(11), 2);
+  EXPECT_EQ(prefs.GetFieldDate(45), COleDateTime(2005, 11, 7, 10, 0, 0));
+}
+
+TEST_F(INIFocusableTest, RecordThatIsNotSavableHoldsValuesUntilSaved) {
+  INIFocusable stored(kSection, 31, S()), copy(kSection, 31, S());
+  copy.SetSavable(0);
+  EXPECT_EQ(copy.SetValueStr(4, S("bob"), 1), 1);
+  EXPECT_EQ(copy.SetValueDouble(514, 2.0, 1), 1);
+  EXPECT_EQ(copy.NeedToSave(), 1);
+  EXPECT_EQ(Stored("Username"), S("<none>"));
+  // A held double reaches the store as the date of its day count.
+  stored.SetINIFocusable(&copy, 1);
+  EXPECT_EQ(stored.SaveFocusable(), 1);
+  EXPECT_EQ(Stored("HistoryHeightRatio"), S("01/01/00@00:00"));
+  EXPECT_DOUBLE_EQ(stored.GetFieldDouble(514), 1.0);
+}
+
+TEST_F(INIFocusableTest, CopyingWritesNoDefaultsIntoTheStore) {
+  INIFocusable source(S("User-src"), 12, S()), target(kSection, 12, S());
+  source.SetSavable(0);
+  source.SetValueStr(5, S("secret"), 1);
+  target.CopyFocusable(&source, 0);
+  EXPECT_EQ(Stored("UserPassword"), S("secret"));
+  EXPECT_EQ(Stored("UserLogin"), S("<none>"));
+  EXPECT_EQ(StoredInt("LastDBID"), 100);
+}
+
+TEST_F(INIFocusableTest, RegistryRootReadsAnotherApplicationsSettings) {
+  CWinApp other(S("Korlan"), S("Marsek"), registry_.get());
+  CWinApp::SetCurrent(app_.get());
+  other.WriteProfileString(kSection, S("UserLogin"), S("zed"));
+  other.WriteProfileInt(kSection, S("RankMode"), 1);
+  INIFocusable shared(kSection, 12, S(u"Software\\Korlan\\Marsek"));
+  EXPECT_EQ(shared.GetFieldString(4, 0), S("zed"));
+  EXPECT_EQ(shared.GetFieldInt(11), 1);
+  EXPECT_EQ(shared.GetFieldInt(85), 100);  // missing value: the default
+  other.WriteProfileString(kSection, S("UserLogin"), S(std::u16string(255, u'y')));
+  EXPECT_EQ(shared.GetFieldString(4, 0), S("GlobalUser"));  // too long for the buffer
+  INIFocusable missing(S("User-nobody"), 12, S(u"Software\\Korlan\\Marsek"));
+  EXPECT_EQ(missing.GetFieldString(4, 0), S());
+}
+
+TEST_F(INIFocusableTest, HostileProfileValuesReadAsTheirDefaultOrAsText) {
+  const CString odd(std::u16string(u"a\0b\xD800", 4));
+  Put("RankMode", S("2"));                                     // text for an int
+  app_->WriteProfileInt(kSection, S("NotifyWordUpdates"), 0);  // a number for a text
+  Put("LastLoginDate", S("13/45/99@99:99"));
+  Put("UserPassword", odd);
+  registry_->SetValue(RegHive::kCurrentUser, app_->GetSectionKey(kSection), S("SkinName"),
+                      RegValue::Binary(std::string("\xff\x00", 2)), true);
+  INIFocusable prefs(kSection, 12, S());
+  EXPECT_EQ(prefs.GetFieldInt(11), 0);
+  EXPECT_EQ(prefs.GetFieldBool(25), 1);
+  EXPECT_NE(prefs.GetFieldDate(45).GetStatus(), COleDateTime::valid);
+  EXPECT_EQ(prefs.GetFieldString(5, 0), odd);
+  EXPECT_EQ(prefs.GetFieldString(46, 0), S("DelRey"));
+}
+
+TEST_F(INIFocusableTest, FailedWriteIsAnsweredAndKeptForTheNextSave) {
+  Registry* gone = Registry::Current();
+  Registry::SetCurrentFolder(root_.Path(S("elsewhere")).ToUtf8());  // gone now fails
+  CWinApp broken(S("Korlan"), S("Tidrel"), gone);
+  INIFocusable prefs(kSection, 12, S());
+  EXPECT_EQ(prefs.SetValueInt(11, 1, 1), 0);
+  prefs.SetSavable(0);
+  prefs.SetValueStr(4, S("ann"), 1);
+  prefs.SetSavable(1);
+  EXPECT_EQ(prefs.SaveFocusable(), 0);
+  EXPECT_EQ(prefs.NeedToSave(), 1);
+  CWinApp::SetCurrent(app_.get());
+  EXPECT_EQ(prefs.SaveFocusable(), 1);
+  EXPECT_EQ(Stored("UserLogin"), S("ann"));
+  Registry::SetCurrentFolder("");
+}
+
+}  // namespace
+}  // namespace kordll
