@@ -67,6 +67,7 @@
 #include "kordll/control/INIFocusable.h"
 #include "kordll/control/PANELVIEWMESSAGE.h"
 #include "kordll/control/PanelWnd.h"
+#include "kordll/control/ResourceController.h"
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 
 // Text, time and XML tools.
