@@ -31,20 +31,20 @@ COleDateTime InvalidDate() {
   return date;
 }
 
-// Sends every held value of pending through set, then forgets them all
-// except those whose write failed in the store, which stay held. What a
-// setter puts back while it runs (a record that is not savable) is dropped.
-// True when nothing failed.
+// Sends every held value of pending through set, then forgets them all,
+// also those whose write failed: a save empties what was held, as a save of
+// the settings always has. What a setter puts back while it runs (a record
+// that is not savable) is dropped too. True when nothing failed.
 template <class Map, class Set>
 bool Flush(Map* pending, const int* failedFlag, Set set) {
   Map held;
   held.swap(*pending);
-  Map failed;
+  bool ok = true;
   for (const auto& entry : held) {
-    if (set(entry.first, entry.second) == 0 && *failedFlag != 0) failed.insert(entry);
+    if (set(entry.first, entry.second) == 0 && *failedFlag != 0) ok = false;
   }
-  pending->swap(failed);
-  return pending->empty();
+  pending->clear();
+  return ok;
 }
 
 }  // namespace

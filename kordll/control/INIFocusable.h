@@ -74,10 +74,10 @@ class INIFocusable : public Focusable {
   // Writes every held value through the SetValue... calls, strings first,
   // then ints, bools, dates, doubles, and forgets it. A held double is
   // written through SetValueDate, as the date of that day count, so it
-  // reaches the store as a date text. Held values whose write failed in
-  // the store stay held for a later save, and the answer is then 0;
-  // otherwise 1. (On a record that is not savable the values have nowhere
-  // to go and are dropped.)
+  // reaches the store as a date text. Every held value is forgotten
+  // afterwards, also one whose write failed in the store; the answer is
+  // then 0, otherwise 1. (On a record that is not savable the values have
+  // nowhere to go and are dropped.)
   int SaveFocusable() override;
   // For each field of source's relation, copies source's value here through
   // the getters and setters. A string or a bool is skipped when it equals
