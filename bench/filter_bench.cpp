@@ -80,8 +80,7 @@ struct Store {
 Store* g_store = nullptr;
 
 double Seconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 bool BuildStore() {
@@ -157,8 +156,7 @@ void BM_FilterKeyword(benchmark::State& state) {
   }
   const double records = static_cast<double>(state.iterations()) * g_store->headers.size();
   state.SetItemsProcessed(static_cast<int64_t>(records));
-  state.counters["records_per_second"] =
-      benchmark::Counter(records, benchmark::Counter::kIsRate);
+  state.counters["records_per_second"] = benchmark::Counter(records, benchmark::Counter::kIsRate);
   state.counters["found"] = found;
   state.counters["expected"] = g_store->expected;
 }
@@ -177,8 +175,7 @@ void BM_SqliteLike(benchmark::State& state) {
   sqlite3_finalize(query);
   const double records = static_cast<double>(state.iterations()) * g_store->headers.size();
   state.SetItemsProcessed(static_cast<int64_t>(records));
-  state.counters["records_per_second"] =
-      benchmark::Counter(records, benchmark::Counter::kIsRate);
+  state.counters["records_per_second"] = benchmark::Counter(records, benchmark::Counter::kIsRate);
   state.counters["found"] = found;
 }
 

@@ -66,14 +66,22 @@ struct Destinations {
 
   ScanArg Pick(uint8_t kind, int k) {
     switch (kind % 8) {
-      case 0: return &i[k];
-      case 1: return &ll[k];
-      case 2: return &u[k];
-      case 3: return &d[k];
-      case 4: return &s[k];
-      case 5: return &n[k];
-      case 6: return &c[k];
-      default: return &b[k];
+      case 0:
+        return &i[k];
+      case 1:
+        return &ll[k];
+      case 2:
+        return &u[k];
+      case 3:
+        return &d[k];
+      case 4:
+        return &s[k];
+      case 5:
+        return &n[k];
+      case 6:
+        return &c[k];
+      default:
+        return &b[k];
     }
   }
   size_t LongestText() const {
@@ -95,11 +103,21 @@ int Scan(bool narrow, const CString& input, const std::string& ninput, const CSt
   };
   int rc;
   switch (count) {
-    case 0: rc = run({}); break;
-    case 1: rc = run({a[0]}); break;
-    case 2: rc = run({a[0], a[1]}); break;
-    case 3: rc = run({a[0], a[1], a[2]}); break;
-    default: rc = run({a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]}); break;
+    case 0:
+      rc = run({});
+      break;
+    case 1:
+      rc = run({a[0]});
+      break;
+    case 2:
+      rc = run({a[0], a[1]});
+      break;
+    case 3:
+      rc = run({a[0], a[1], a[2]});
+      break;
+    default:
+      rc = run({a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]});
+      break;
   }
   Check(rc >= -1 && rc <= (count > 3 ? 8 : count));
   return rc;

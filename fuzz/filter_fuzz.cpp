@@ -67,8 +67,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   reread.GetFilter();
   (void)written;
   TestPost(&filter);
-  filter.ReSetFilterStatus(kordll::ContentFilter::kWordDependent | kordll::ContentFilter::kExactMatch,
-                           kordll::ContentFilter::kWholeWordOnly);
+  filter.ReSetFilterStatus(
+      kordll::ContentFilter::kWordDependent | kordll::ContentFilter::kExactMatch,
+      kordll::ContentFilter::kWholeWordOnly);
   TestPost(&filter);
   return 0;
 }

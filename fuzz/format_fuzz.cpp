@@ -11,9 +11,9 @@
 // number printed with "%d" or "%.17g" reads back as the same number.
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -48,15 +48,24 @@ double DoubleOf(const std::string& bytes) {
 // their field, which outlives the formatting.
 FormatArg Make(uint8_t kind, const Field& f) {
   switch (kind % 9) {
-    case 0: return FormatArg(static_cast<int>(Bits(f.bytes)));
-    case 1: return FormatArg(static_cast<long long>(Bits(f.bytes)));
-    case 2: return FormatArg(static_cast<unsigned long long>(Bits(f.bytes)));
-    case 3: return FormatArg(DoubleOf(f.bytes));
-    case 4: return FormatArg(f.text);
-    case 5: return FormatArg(f.bytes);  // read as UTF-8
-    case 6: return FormatArg(f.text.IsEmpty() ? u'\0' : f.text[0]);
-    case 7: return FormatArg(reinterpret_cast<const void*>(static_cast<uintptr_t>(Bits(f.bytes))));
-    default: return FormatArg(static_cast<char>(f.bytes.empty() ? 0 : f.bytes[0]));
+    case 0:
+      return FormatArg(static_cast<int>(Bits(f.bytes)));
+    case 1:
+      return FormatArg(static_cast<long long>(Bits(f.bytes)));
+    case 2:
+      return FormatArg(static_cast<unsigned long long>(Bits(f.bytes)));
+    case 3:
+      return FormatArg(DoubleOf(f.bytes));
+    case 4:
+      return FormatArg(f.text);
+    case 5:
+      return FormatArg(f.bytes);  // read as UTF-8
+    case 6:
+      return FormatArg(f.text.IsEmpty() ? u'\0' : f.text[0]);
+    case 7:
+      return FormatArg(reinterpret_cast<const void*>(static_cast<uintptr_t>(Bits(f.bytes))));
+    default:
+      return FormatArg(static_cast<char>(f.bytes.empty() ? 0 : f.bytes[0]));
   }
 }
 
@@ -72,17 +81,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   };
   size_t longest = 0;
   for (size_t k = 2; k < fields.size(); ++k) {
-    longest = std::max({longest, static_cast<size_t>(fields[k].text.GetLength()),
-                        fields[k].bytes.size()});
+    longest = std::max(
+        {longest, static_cast<size_t>(fields[k].text.GetLength()), fields[k].bytes.size()});
   }
 
   CString out;
   switch (kinds.size()) {
-    case 0: out = CString::FormatList(format, {}); break;
-    case 1: out = CString::FormatList(format, {arg(0)}); break;
-    case 2: out = CString::FormatList(format, {arg(0), arg(1)}); break;
-    case 3: out = CString::FormatList(format, {arg(0), arg(1), arg(2)}); break;
-    default: out = CString::FormatList(format, {arg(0), arg(1), arg(2), arg(3), arg(4), arg(5)});
+    case 0:
+      out = CString::FormatList(format, {});
+      break;
+    case 1:
+      out = CString::FormatList(format, {arg(0)});
+      break;
+    case 2:
+      out = CString::FormatList(format, {arg(0), arg(1)});
+      break;
+    case 3:
+      out = CString::FormatList(format, {arg(0), arg(1), arg(2)});
+      break;
+    default:
+      out = CString::FormatList(format, {arg(0), arg(1), arg(2), arg(3), arg(4), arg(5)});
   }
   // Each unit of the format yields at most one conversion, and a conversion
   // at most its capped width or precision, or a number's or text's length.

@@ -112,8 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           raw = RegValue::Binary(value.bytes, NumberOf(op.Mid(2)));
         } else if (RegValue::IsIntegerType(type)) {
           raw.type = type;
-          raw.integer = (static_cast<uint64_t>(NumberOf(value.text.Mid(4))) << 32) |
-                        NumberOf(value.text);
+          raw.integer =
+              (static_cast<uint64_t>(NumberOf(value.text.Mid(4))) << 32) | NumberOf(value.text);
         } else if (RegValue::IsStringType(type)) {
           raw = RegValue::String(value.text, type);
         } else {

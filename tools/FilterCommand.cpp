@@ -34,11 +34,16 @@ constexpr int kCheckController = 50;
 
 const char* TypeName(int type) {
   switch (type) {
-    case kordll::Item::kTypeInt: return "int";
-    case kordll::Item::kTypeDouble: return "double";
-    case kordll::Item::kTypeDate: return "date";
-    case kordll::Item::kTypeBool: return "bool";
-    default: return "string";
+    case kordll::Item::kTypeInt:
+      return "int";
+    case kordll::Item::kTypeDouble:
+      return "double";
+    case kordll::Item::kTypeDate:
+      return "date";
+    case kordll::Item::kTypeBool:
+      return "bool";
+    default:
+      return "string";
   }
 }
 
@@ -60,8 +65,7 @@ std::string OneLine(const CString& text) {
 }
 
 std::string DateText(const kordll::COleDateTime& date) {
-  return date.GetStatus() == kordll::COleDateTime::invalid ? "(none)"
-                                                            : OneLine(date.Format());
+  return date.GetStatus() == kordll::COleDateTime::invalid ? "(none)" : OneLine(date.Format());
 }
 
 void PrintFilter(kordll::ContentFilter& filter, std::ostream& out) {
@@ -148,8 +152,8 @@ int Check(kordll::ContentFilter& filter, const std::string& path, std::ostream& 
       ++accepted;
       const bool loaded = header->GetReferenceCount() > 0;
       if (!loaded) header->LoadFocusable(nullptr);
-      out << slot << "\t" << header->GetFocusableRelation() << "\t"
-          << OneLine(header->GetGUID()) << "\t" << OneLine(header->GetPostTitle()) << "\n";
+      out << slot << "\t" << header->GetFocusableRelation() << "\t" << OneLine(header->GetGUID())
+          << "\t" << OneLine(header->GetPostTitle()) << "\n";
     }
     while (header->GetReferenceCount() > 0) header->Release(nullptr);
     header->ReleaseHeader(kCheckController);

@@ -36,6 +36,6 @@ int RunSdb(const std::vector<std::string>& args, std::ostream& out, std::ostream
 }
 
 const kordll_tool::Registration kSdb{"sdb", "sdb dump|check FILE",
-                                      "show or check the inside of a .sdb file", &RunSdb};
+                                     "show or check the inside of a .sdb file", &RunSdb};
 
 }  // namespace

@@ -9,8 +9,7 @@ std::vector<Command>& Commands() {
   return commands;
 }
 
-Registration::Registration(const char* name, const char* usage, const char* about,
-                           CommandFn run) {
+Registration::Registration(const char* name, const char* usage, const char* about, CommandFn run) {
   auto& list = Commands();
   list.push_back(Command{name, usage, about, run});
   std::sort(list.begin(), list.end(),

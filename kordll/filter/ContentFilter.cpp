@@ -328,8 +328,7 @@ int ContentFilter::SetDateInterval(COleDateTime* start, COleDateTime* end) {
 }
 
 int ContentFilter::IsFilterDateValuesSet() const {
-  return start_.GetStatus() != COleDateTime::invalid ||
-                 end_.GetStatus() != COleDateTime::invalid
+  return start_.GetStatus() != COleDateTime::invalid || end_.GetStatus() != COleDateTime::invalid
              ? 1
              : 0;
 }

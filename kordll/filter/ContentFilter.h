@@ -47,12 +47,12 @@ class ContentFilter {
  public:
   // Filter status bits. These numbers are stored in filter texts and must
   // not change.
-  static constexpr int kWordDependent = 1;     // every word is required
+  static constexpr int kWordDependent = 1;  // every word is required
   static constexpr int kCaseSensitive = 2;
   static constexpr int kWholeWordOnly = 4;
-  static constexpr int kReceivedDate = 8;      // the date test reads the receive date
-  static constexpr int kInactive = 16;         // the filter accepts everything
-  static constexpr int kFilterOut = 32;        // matching posts are rejected by the caller
+  static constexpr int kReceivedDate = 8;  // the date test reads the receive date
+  static constexpr int kInactive = 16;     // the filter accepts everything
+  static constexpr int kFilterOut = 32;    // matching posts are rejected by the caller
   static constexpr int kSearchFilter = 64;
   static constexpr int kExactMatch = 256;      // trimmed field text equals the word
   static constexpr int kKeepDateTimes = 1024;  // SetDateInterval keeps the times given

@@ -1,7 +1,6 @@
 // ContentFilter: testing a record (CheckFocusable and its steps).
 
 #include "kordll/filter/ContentFilter.h"
-
 #include "kordll/filter/ContentFilterInternal.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
@@ -173,8 +172,8 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
   }
   // 5. Dates.
   if (dateInterval_ != 0) {
-    const COleDateTime date = (status_ & kReceivedDate) ? record->GetReceiveDateTime()
-                                                        : record->GetPublicationDateTime();
+    const COleDateTime date =
+        (status_ & kReceivedDate) ? record->GetReceiveDateTime() : record->GetPublicationDateTime();
     if (IsDateValid(date) == 0) return 0;
   }
   // 6. Reading the fields the test needs. IsFullyLoaded(1) reserves a

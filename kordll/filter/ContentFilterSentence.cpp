@@ -1,10 +1,9 @@
 // ContentFilter: telling a filter as one sentence.
 
-#include "kordll/filter/ContentFilter.h"
-
 #include <set>
 #include <vector>
 
+#include "kordll/filter/ContentFilter.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/RecordIds.h"
 

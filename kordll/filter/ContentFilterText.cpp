@@ -1,9 +1,8 @@
 // ContentFilter: the stored text, in its present and its older form.
 
-#include "kordll/filter/ContentFilter.h"
-
 #include <vector>
 
+#include "kordll/filter/ContentFilter.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/RecordIds.h"

@@ -150,7 +150,8 @@ struct Scanner {
     if (auto p = std::get_if<CString*>(a)) {
       if (*p) {
         std::u16string u;
-        for (auto c : text) u.push_back(static_cast<char16_t>(static_cast<std::make_unsigned_t<Ch>>(c)));
+        for (auto c : text)
+          u.push_back(static_cast<char16_t>(static_cast<std::make_unsigned_t<Ch>>(c)));
         **p = CString(std::move(u));
       }
     } else if (auto q = std::get_if<std::string*>(a)) {
@@ -210,7 +211,8 @@ struct Scanner {
       negative = in[i] == '-';
       ++i;
     }
-    if ((base == 0 || base == 16) && i + 1 < end && in[i] == '0' && (in[i + 1] == 'x' || in[i + 1] == 'X')) {
+    if ((base == 0 || base == 16) && i + 1 < end && in[i] == '0' &&
+        (in[i + 1] == 'x' || in[i + 1] == 'X')) {
       // "0x" counts only when a hex digit follows.
       if (i + 2 < end && DigitValue(in[i + 2]) < 16) {
         i += 2;
@@ -286,7 +288,12 @@ struct Scanner {
       if (f >= fmt.size()) return assigned;
       Ch conv = fmt[f++];
       switch (conv) {
-        case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': {
+        case 'd':
+        case 'i':
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o': {
           SkipSpace();
           if (pos >= in.size()) return Fail();
           int base = conv == 'i' ? 0 : (conv == 'x' || conv == 'X') ? 16 : conv == 'o' ? 8 : 10;
@@ -298,7 +305,14 @@ struct Scanner {
           }
           break;
         }
-        case 'f': case 'e': case 'g': case 'E': case 'G': case 'a': case 'A': case 'F': {
+        case 'f':
+        case 'e':
+        case 'g':
+        case 'E':
+        case 'G':
+        case 'a':
+        case 'A':
+        case 'F': {
           SkipSpace();
           if (pos >= in.size()) return Fail();
           size_t limit = width == 0 ? in.size() - pos : std::min(width, in.size() - pos);
@@ -312,7 +326,8 @@ struct Scanner {
           }
           break;
         }
-        case 's': case 'S': {
+        case 's':
+        case 'S': {
           SkipSpace();
           if (pos >= in.size()) return Fail();
           size_t start = pos;
@@ -323,7 +338,8 @@ struct Scanner {
           }
           break;
         }
-        case 'c': case 'C': {
+        case 'c':
+        case 'C': {
           size_t count = width == 0 ? 1 : width;
           // Fewer units than the width asks for end the input before the
           // conversion completes: nothing is assigned or counted.
@@ -446,8 +462,8 @@ NarrowTokenState& DefaultNarrowTokenState() {
 
 int wcstok(CString* token, const CString* text, const CString& delims, TokenState& state) {
   std::u16string out;
-  int r = NextToken<std::u16string, TokenState>(token ? &out : nullptr, text ? &text->str() : nullptr,
-                                                delims.view(), state);
+  int r = NextToken<std::u16string, TokenState>(
+      token ? &out : nullptr, text ? &text->str() : nullptr, delims.view(), state);
   if (r && token) *token = CString(std::move(out));
   return r;
 }

@@ -40,8 +40,8 @@ CString _itow(int value, int radix = 10);
 // One destination of a scan. %d/%i/%u/%x take int (or long long), %f/%e/%g
 // take double, %s takes CString (wide) or std::string (narrow), %c takes
 // char16_t or char, %[...] takes the text types. '*' suppresses assignment.
-using ScanArg = std::variant<int*, long long*, unsigned*, double*, CString*, std::string*,
-                             char16_t*, char*>;
+using ScanArg =
+    std::variant<int*, long long*, unsigned*, double*, CString*, std::string*, char16_t*, char*>;
 
 // swscanf meaning: a blank in the format matches any run of white space,
 // including none; a literal must match exactly; %d reads like strtol (white

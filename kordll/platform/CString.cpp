@@ -46,8 +46,8 @@ CString CString::FromUtf8(std::string_view utf8) {
   if (utf8.size() > static_cast<size_t>(INT32_MAX)) utf8 = utf8.substr(0, INT32_MAX);
   UErrorCode err = U_ZERO_ERROR;
   int32_t needed = 0;
-  u_strFromUTF8WithSub(nullptr, 0, &needed, utf8.data(), static_cast<int32_t>(utf8.size()),
-                       0xFFFD, nullptr, &err);
+  u_strFromUTF8WithSub(nullptr, 0, &needed, utf8.data(), static_cast<int32_t>(utf8.size()), 0xFFFD,
+                       nullptr, &err);
   if (err != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(err)) return out;
   out.s_.resize(needed);
   err = U_ZERO_ERROR;
@@ -351,9 +351,7 @@ FormatArg::FormatArg(const FormatArg& other)
   text_ = other.OwnsText() ? std::u16string_view(owned_) : other.text_;
 }
 
-bool FormatArg::OwnsText() const {
-  return !owned_.empty() && text_.data() == owned_.data();
-}
+bool FormatArg::OwnsText() const { return !owned_.empty() && text_.data() == owned_.data(); }
 
 namespace {
 
@@ -377,33 +375,45 @@ unsigned long long DoubleToUInt(double d) {
 
 long long FormatArg::AsInt() const {
   switch (kind_) {
-    case kInt: return i_;
+    case kInt:
+      return i_;
     case kUInt:
-    case kPointer: return static_cast<long long>(u_);
-    case kDouble: return DoubleToInt(d_);
-    case kText: return 0;
+    case kPointer:
+      return static_cast<long long>(u_);
+    case kDouble:
+      return DoubleToInt(d_);
+    case kText:
+      return 0;
   }
   return 0;
 }
 
 unsigned long long FormatArg::AsUInt() const {
   switch (kind_) {
-    case kInt: return static_cast<unsigned long long>(i_);
+    case kInt:
+      return static_cast<unsigned long long>(i_);
     case kUInt:
-    case kPointer: return u_;
-    case kDouble: return DoubleToUInt(d_);
-    case kText: return 0;
+    case kPointer:
+      return u_;
+    case kDouble:
+      return DoubleToUInt(d_);
+    case kText:
+      return 0;
   }
   return 0;
 }
 
 double FormatArg::AsDouble() const {
   switch (kind_) {
-    case kInt: return static_cast<double>(i_);
+    case kInt:
+      return static_cast<double>(i_);
     case kUInt:
-    case kPointer: return static_cast<double>(u_);
-    case kDouble: return d_;
-    case kText: return 0.0;
+    case kPointer:
+      return static_cast<double>(u_);
+    case kDouble:
+      return d_;
+    case kText:
+      return 0.0;
   }
   return 0.0;
 }
@@ -461,7 +471,8 @@ void EmitInteger(std::u16string& out, const Conversion& cv, char conv, const For
     if (conv == 'o') base = 8;
     unsigned long long v = arg.AsUInt();
     // A negative int printed unsigned shows its 32-bit pattern, as on Windows.
-    if (arg.kind() == FormatArg::kInt && arg.AsInt() < 0 && arg.AsInt() >= INT_MIN) v &= 0xFFFFFFFFULL;
+    if (arg.kind() == FormatArg::kInt && arg.AsInt() < 0 && arg.AsInt() >= INT_MIN)
+      v &= 0xFFFFFFFFULL;
     magnitude = v;
   }
   char buf[72];
@@ -477,13 +488,20 @@ void EmitInteger(std::u16string& out, const Conversion& cv, char conv, const For
     }
   }
   std::string_view prefix;
-  if (negative) prefix = "-";
-  else if ((conv == 'd' || conv == 'i') && cv.plus) prefix = "+";
-  else if ((conv == 'd' || conv == 'i') && cv.space) prefix = " ";
-  if (conv == 'p') prefix = "0x";
-  else if (cv.alt && magnitude != 0 && conv == 'x') prefix = "0x";
-  else if (cv.alt && magnitude != 0 && conv == 'X') prefix = "0X";
-  else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0')) digits.insert(digits.begin(), '0');
+  if (negative)
+    prefix = "-";
+  else if ((conv == 'd' || conv == 'i') && cv.plus)
+    prefix = "+";
+  else if ((conv == 'd' || conv == 'i') && cv.space)
+    prefix = " ";
+  if (conv == 'p')
+    prefix = "0x";
+  else if (cv.alt && magnitude != 0 && conv == 'x')
+    prefix = "0x";
+  else if (cv.alt && magnitude != 0 && conv == 'X')
+    prefix = "0X";
+  else if (cv.alt && conv == 'o' && (digits.empty() || digits[0] != '0'))
+    digits.insert(digits.begin(), '0');
   std::u16string body;
   AppendAscii(body, digits);
   EmitPadded(out, cv, prefix, body, cv.precision < 0);
@@ -538,9 +556,12 @@ void EmitFloat(std::u16string& out, const Conversion& cv, char conv, double v) {
     for (char& c : digits) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   }
   std::string_view prefix;
-  if (negative && !std::isnan(v)) prefix = "-";
-  else if (cv.plus) prefix = "+";
-  else if (cv.space) prefix = " ";
+  if (negative && !std::isnan(v))
+    prefix = "-";
+  else if (cv.plus)
+    prefix = "+";
+  else if (cv.space)
+    prefix = " ";
   std::u16string body;
   AppendAscii(body, digits);
   EmitPadded(out, cv, prefix, body, std::isfinite(v));
@@ -550,11 +571,18 @@ std::u16string NumberText(const FormatArg& arg) {
   char buf[64];
   std::to_chars_result res{};
   switch (arg.kind()) {
-    case FormatArg::kInt: res = std::to_chars(buf, buf + sizeof(buf), arg.AsInt()); break;
+    case FormatArg::kInt:
+      res = std::to_chars(buf, buf + sizeof(buf), arg.AsInt());
+      break;
     case FormatArg::kUInt:
-    case FormatArg::kPointer: res = std::to_chars(buf, buf + sizeof(buf), arg.AsUInt()); break;
-    case FormatArg::kDouble: res = std::to_chars(buf, buf + sizeof(buf), arg.AsDouble()); break;
-    case FormatArg::kText: return std::u16string(arg.AsText());
+    case FormatArg::kPointer:
+      res = std::to_chars(buf, buf + sizeof(buf), arg.AsUInt());
+      break;
+    case FormatArg::kDouble:
+      res = std::to_chars(buf, buf + sizeof(buf), arg.AsDouble());
+      break;
+    case FormatArg::kText:
+      return std::u16string(arg.AsText());
   }
   std::u16string out;
   AppendAscii(out, std::string_view(buf, static_cast<size_t>(res.ptr - buf)));
@@ -587,12 +615,18 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
     Conversion cv;
     for (; i < n; ++i) {
       char16_t fl = f[i];
-      if (fl == u'-') cv.left = true;
-      else if (fl == u'+') cv.plus = true;
-      else if (fl == u' ') cv.space = true;
-      else if (fl == u'#') cv.alt = true;
-      else if (fl == u'0') cv.zero = true;
-      else break;
+      if (fl == u'-')
+        cv.left = true;
+      else if (fl == u'+')
+        cv.plus = true;
+      else if (fl == u' ')
+        cv.space = true;
+      else if (fl == u'#')
+        cv.alt = true;
+      else if (fl == u'0')
+        cv.zero = true;
+      else
+        break;
     }
     if (i < n && f[i] == u'*') {
       const FormatArg* a = take();
@@ -636,7 +670,8 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
         ++i;
       } else if (f[i] == u'I') {
         ++i;
-        if (i + 1 < n && ((f[i] == u'6' && f[i + 1] == u'4') || (f[i] == u'3' && f[i + 1] == u'2'))) i += 2;
+        if (i + 1 < n && ((f[i] == u'6' && f[i + 1] == u'4') || (f[i] == u'3' && f[i + 1] == u'2')))
+          i += 2;
       } else {
         break;
       }
@@ -648,17 +683,29 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
     }
     char16_t conv = f[i++];
     switch (conv) {
-      case u'd': case u'i': case u'u': case u'x': case u'X': case u'o': case u'p': {
+      case u'd':
+      case u'i':
+      case u'u':
+      case u'x':
+      case u'X':
+      case u'o':
+      case u'p': {
         const FormatArg* a = take();
         if (a) EmitInteger(out, cv, static_cast<char>(conv), *a);
         break;
       }
-      case u'f': case u'F': case u'e': case u'E': case u'g': case u'G': {
+      case u'f':
+      case u'F':
+      case u'e':
+      case u'E':
+      case u'g':
+      case u'G': {
         const FormatArg* a = take();
         if (a) EmitFloat(out, cv, static_cast<char>(conv), a->AsDouble());
         break;
       }
-      case u'c': case u'C': {
+      case u'c':
+      case u'C': {
         const FormatArg* a = take();
         if (a) {
           char16_t unit = a->kind() == FormatArg::kText
@@ -668,7 +715,8 @@ CString CString::FormatList(const CString& format, std::initializer_list<FormatA
         }
         break;
       }
-      case u's': case u'S': {
+      case u's':
+      case u'S': {
         const FormatArg* a = take();
         if (a) {
           std::u16string text = NumberText(*a);

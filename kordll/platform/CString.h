@@ -71,18 +71,18 @@ class FormatArg {
   long long i_ = 0;
   unsigned long long u_ = 0;
   double d_ = 0.0;
-  std::u16string owned_;       // text converted from UTF-8
-  std::u16string_view text_;   // view of the caller's text or of owned_
+  std::u16string owned_;      // text converted from UTF-8
+  std::u16string_view text_;  // view of the caller's text or of owned_
 };
 
 class CString {
  public:
   CString() = default;
-  CString(const char16_t* text);                 // null gives ""
-  CString(const char16_t* text, int length);     // length units (clamped at 0)
+  CString(const char16_t* text);              // null gives ""
+  CString(const char16_t* text, int length);  // length units (clamped at 0)
   CString(std::u16string text) : s_(std::move(text)) {}
   CString(std::u16string_view text) : s_(text) {}
-  CString(const char* utf8);                     // UTF-8; null gives ""
+  CString(const char* utf8);  // UTF-8; null gives ""
   explicit CString(char16_t ch, int repeat = 1);
 
   // UTF-8 conversions. Invalid UTF-8 bytes become U+FFFD.
@@ -162,10 +162,16 @@ class CString {
   // The same after simple lower-casing both sides unit by unit.
   int CompareNoCase(const CString& other) const;
 
-  CString& operator+=(const CString& other) { s_ += other.s_; return *this; }
+  CString& operator+=(const CString& other) {
+    s_ += other.s_;
+    return *this;
+  }
   CString& operator+=(const char16_t* other) { return *this += CString(other); }
   CString& operator+=(const char* utf8) { return *this += CString(utf8); }
-  CString& operator+=(char16_t ch) { s_.push_back(ch); return *this; }
+  CString& operator+=(char16_t ch) {
+    s_.push_back(ch);
+    return *this;
+  }
 
   friend CString operator+(const CString& a, const CString& b) {
     CString r(a);

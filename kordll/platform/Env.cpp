@@ -15,7 +15,6 @@ constexpr uint32_t kCopyChunk = 64 * 1024;
 
 std::atomic<Env*> g_installed{nullptr};
 
-
 std::string Child(const std::string& folder, const std::string& name) {
   return folder == "/" ? "/" + name : folder + "/" + name;
 }

@@ -167,7 +167,8 @@ bool ResolveExisting(const std::string& path, std::string* out) {
     // exists here (a dangling link) could lead anywhere once made.
     EnvStat st;
     std::string probe = head == "/" ? "/" + name : head + "/" + name;
-    if (Env::Current()->Stat(probe, /*follow_link=*/false, &st) != ERROR_FILE_NOT_FOUND) return false;
+    if (Env::Current()->Stat(probe, /*follow_link=*/false, &st) != ERROR_FILE_NOT_FOUND)
+      return false;
     tail = tail.empty() ? name : name + "/" + tail;
     std::string resolved;
     if (RealPath(head, &resolved)) {

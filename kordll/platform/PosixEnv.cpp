@@ -343,7 +343,8 @@ void ReadSystemTime(time_t* seconds, long* ms) {
   auto now = std::chrono::system_clock::now();
   auto whole = std::chrono::floor<std::chrono::seconds>(now);
   *seconds = std::chrono::system_clock::to_time_t(whole);
-  *ms = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(now - whole).count());
+  *ms =
+      static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(now - whole).count());
 }
 
 class PosixEnv : public Env {
@@ -593,9 +594,8 @@ int PosixEnv::OpenFile(const std::string& path, uint32_t access, int disposition
     // Win32 tells a missing file from a missing folder.
     if (err == ENOENT) {
       struct stat st;
-      return ::stat(ParentOf(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode)
-                 ? ERROR_FILE_NOT_FOUND
-                 : ERROR_PATH_NOT_FOUND;
+      return ::stat(ParentOf(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? ERROR_FILE_NOT_FOUND
+                                                                             : ERROR_PATH_NOT_FOUND;
     }
     if (err == ENXIO || err == ENODEV) return ERROR_ACCESS_DENIED;
     return WinErrorFromErrno(err);

@@ -90,8 +90,8 @@ Focusable* FocusableLink::GetLinkedFocusable() { return link_->target; }
 int FocusableLink::GetFocusableLinkStatus() { return link_->linkStatus; }
 
 int FocusableLink::PreLoading() {
-  Focusable* found = Focusable::GetFocusable_wDBLocation(link_->guid, link_->targetDBID,
-                                                          link_->targetSlotIndex);
+  Focusable* found =
+      Focusable::GetFocusable_wDBLocation(link_->guid, link_->targetDBID, link_->targetSlotIndex);
   if (found == nullptr || IsLink(found)) {
     link_->target = nullptr;
     return 0;
@@ -413,9 +413,7 @@ int FocusableLink::Release(int*) {
   return 0;
 }
 
-int FocusableLink::Reserve() {
-  return link_->target != nullptr ? link_->target->Reserve() : 0;
-}
+int FocusableLink::Reserve() { return link_->target != nullptr ? link_->target->Reserve() : 0; }
 
 int FocusableLink::ReserveHeader(int controller) {
   CSingleLock hold(link_->lock);
@@ -432,10 +430,9 @@ int FocusableLink::ReleaseHeader(int controller) {
     link->target = nullptr;  // the target is gone
   }
   std::vector<int>* list = link->headerPossessors;
-  if (link->referenceCount == 0 &&
-      ((list == nullptr && link->originedController == controller) ||
-       (list != nullptr && list->size() == 1 && (*list)[0] == controller &&
-        link->originedController == -1))) {
+  if (link->referenceCount == 0 && ((list == nullptr && link->originedController == controller) ||
+                                    (list != nullptr && list->size() == 1 &&
+                                     (*list)[0] == controller && link->originedController == -1))) {
     link->lock.Unlock();
     delete this;
     return 1;

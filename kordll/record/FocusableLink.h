@@ -167,35 +167,35 @@ class FocusableLink : public Focusable {
 
   // --- Forwarded to the target (fallbacks with no target) --------------------
 
-  int LoadFocusable(DBTaskItem* task) override;            // 1 if the target's is not 0
-  COleDateTime GetReceiveDate() override;                 // invalid date
-  COleDateTime GetPublicationDate() override;             // invalid date
-  int SaveFocusable() override;                            // 1 if the target's is not 0
-  int GetFlagImage() override;                             // -1
-  int GetStatusImage() override;                           // 4
-  int GetFocusableStatus() override;                       // 0
-  int SetFocusableStatus(int status) override;             // 0
-  int IsFullyLoaded(int reserve) override;                 // 0
-  void PerformMaintenance(int flag) override;              // nothing
-  Focusable* CreateCopyFocusable(int full) override;       // null; a copy of the target
-  void CopyFocusable(Focusable* src, int full) override;   // nothing
-  int GetSourceResourceControllerID() override;            // -1
-  int GetFieldInt(int id) override;                        // -1
-  COleDateTime GetFieldDate(int id) override;              // invalid date
-  int GetValueStr(int id, CString* out) override;          // 0
-  int GetValueInt(int id, int* out) override;              // 0
-  int GetValueDouble(int id, double* out) override;        // 0
-  int GetValueDate(int id, COleDateTime* out) override;    // 0
-  int GetValueBOOL(int id, int* out) override;             // 0
-  int SetValueStr(int id, CString text, int markChanged) override;          // 0
-  int SetValueInt(int id, int value, int markChanged) override;             // 0
-  int SetValueDouble(int id, double value, int markChanged) override;       // 0
-  int SetValueDate(int id, COleDateTime value, int markChanged) override;   // 0
-  int SetValueBOOL(int id, int value, int markChanged) override;            // 0
-  COleDateTime GetPublicationDateTime() override;          // invalid date
-  COleDateTime GetReceiveDateTime() override;              // invalid date
-  int SetPublicationDateTime(COleDateTime date) override;  // 0
-  int SetReceiveDateTime(COleDateTime date) override;      // 0
+  int LoadFocusable(DBTaskItem* task) override;                        // 1 if the target's is not 0
+  COleDateTime GetReceiveDate() override;                              // invalid date
+  COleDateTime GetPublicationDate() override;                          // invalid date
+  int SaveFocusable() override;                                        // 1 if the target's is not 0
+  int GetFlagImage() override;                                         // -1
+  int GetStatusImage() override;                                       // 4
+  int GetFocusableStatus() override;                                   // 0
+  int SetFocusableStatus(int status) override;                         // 0
+  int IsFullyLoaded(int reserve) override;                             // 0
+  void PerformMaintenance(int flag) override;                          // nothing
+  Focusable* CreateCopyFocusable(int full) override;                   // null; a copy of the target
+  void CopyFocusable(Focusable* src, int full) override;               // nothing
+  int GetSourceResourceControllerID() override;                        // -1
+  int GetFieldInt(int id) override;                                    // -1
+  COleDateTime GetFieldDate(int id) override;                          // invalid date
+  int GetValueStr(int id, CString* out) override;                      // 0
+  int GetValueInt(int id, int* out) override;                          // 0
+  int GetValueDouble(int id, double* out) override;                    // 0
+  int GetValueDate(int id, COleDateTime* out) override;                // 0
+  int GetValueBOOL(int id, int* out) override;                         // 0
+  int SetValueStr(int id, CString text, int markChanged) override;     // 0
+  int SetValueInt(int id, int value, int markChanged) override;        // 0
+  int SetValueDouble(int id, double value, int markChanged) override;  // 0
+  int SetValueDate(int id, COleDateTime value, int markChanged) override;  // 0
+  int SetValueBOOL(int id, int value, int markChanged) override;           // 0
+  COleDateTime GetPublicationDateTime() override;                          // invalid date
+  COleDateTime GetReceiveDateTime() override;                              // invalid date
+  int SetPublicationDateTime(COleDateTime date) override;                  // 0
+  int SetReceiveDateTime(COleDateTime date) override;                      // 0
   // The target's Release; always 0. *destroyed is left alone. A target
   // destroyed by this call is forgotten.
   int Release(int* destroyed = nullptr) override;
@@ -208,8 +208,8 @@ class FocusableLink : public Focusable {
   // by this is forgotten. Returns 1 when the link deleted itself (nobody
   // holds it any more), else 0.
   int ReleaseHeader(int controller) override;
-  int IsFieldItemSame(int id, Item* item) override;        // 0
-  int GetFieldType(int id) override;                       // 0
+  int IsFieldItemSame(int id, Item* item) override;  // 0
+  int GetFieldType(int id) override;                 // 0
 
  private:
   // Takes GUID, database id and slot index from target.

@@ -97,8 +97,7 @@ class KdbWalk {
       }
       if (t.id < 0 || t.id > KdbFormat::kMaxSubTableID) {
         Problem(pos, "sub-table id " + std::to_string(t.id) + " out of 0.." +
-                         std::to_string(KdbFormat::kMaxSubTableID) +
-                         "; the rest is out of reach");
+                         std::to_string(KdbFormat::kMaxSubTableID) + "; the rest is out of reach");
         return;
       }
       if (ids.count(t.id) != 0) {

@@ -40,8 +40,8 @@ StringDB::StringDB(CString directory, CString name, int slotSize, int growCount)
   path_ += name;
   path_ += ".sdb";
   const long long d = static_cast<long long>(slotSize) + 1;
-  data_size_ = static_cast<int>(std::clamp<long long>(d, KdbFormat::kStringMinDataSize,
-                                                      KdbFormat::kStringMaxDataSize));
+  data_size_ = static_cast<int>(
+      std::clamp<long long>(d, KdbFormat::kStringMinDataSize, KdbFormat::kStringMaxDataSize));
   byte_buffer_.resize(1024);
   wide_buffer_.reserve(1024);
   file_ = std::make_unique<SlotFile>();
@@ -357,7 +357,8 @@ void StringDB::freeListRemove(int index) {
 int StringDB::appendEmptyTable(int target) {
   openDB(0);
   int count = grow_count_;
-  if (target != -1 && static_cast<long long>(target) > static_cast<long long>(slot_count_) + grow_count_) {
+  if (target != -1 &&
+      static_cast<long long>(target) > static_cast<long long>(slot_count_) + grow_count_) {
     count = std::min(target - slot_count_, kMaxGrowth);
   }
   for (int i = 0; i < count; ++i) {

@@ -28,8 +28,8 @@
 #include <vector>
 
 #include "kordll/platform/CCriticalSection.h"
-#include "kordll/platform/ThreadAnnotations.h"
 #include "kordll/platform/CString.h"
+#include "kordll/platform/ThreadAnnotations.h"
 
 namespace kordll {
 
@@ -99,7 +99,8 @@ class StringDB {
   // -1 on failure. REQUIRES: lock_ held and the file open.
   int takeFreeSlot() REQUIRES(lock_);
   uint64_t getSlotBytePosition(int index, int afterHeader) REQUIRES(lock_);
-  int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek) REQUIRES(lock_);
+  int writeSlotHeader(int index, const _struct_STRINGSLOTHEADER& header, int noSeek)
+      REQUIRES(lock_);
   int readSlotHeader(int index, _struct_STRINGSLOTHEADER* header) REQUIRES(lock_);
   int writeEmptySlot(int index, int noSeek) REQUIRES(lock_);
   int appendEmptyTable(int target) REQUIRES(lock_);

@@ -24,7 +24,8 @@ constexpr int kController = 3;
 // A post header that counts what a filter does to it.
 class CountingRecord : public Focusable {
  public:
-  CountingRecord(int relation, AZeusDB* db, int* deaths) : Focusable(relation, db), deaths_(deaths) {}
+  CountingRecord(int relation, AZeusDB* db, int* deaths)
+      : Focusable(relation, db), deaths_(deaths) {}
   ~CountingRecord() override { ++*deaths_; }
 
   int Reserve() override {

@@ -149,9 +149,8 @@ TEST_F(ContentFilterTextTest, DatesAreWrittenButSplitOnReadingAndTheDateTestStay
 }
 
 TEST_F(ContentFilterTextTest, MalformedTextsAreRefused) {
-  const char16_t* present[] = {u"",         u"x",        u"(",         u"(1)",     u"(1)x",
-                               u"(1)(abc)", u"(1)(a)b:)", u"(1)(:)",   u"(1)(:)(2)",
-                               u"(1)(:)(2)x"};
+  const char16_t* present[] = {u"",         u"x",         u"(",      u"(1)",       u"(1)x",
+                               u"(1)(abc)", u"(1)(a)b:)", u"(1)(:)", u"(1)(:)(2)", u"(1)(:)(2)x"};
   for (const char16_t* text : present) {
     ContentFilter filter;
     EXPECT_EQ(filter.SetFilter(CString(text)), 0) << CString(text).ToUtf8();
@@ -343,8 +342,7 @@ TEST_F(ContentFilterTextTest, TheNotificationSentenceTellsTheWordsOfTheItems) {
   EXPECT_EQ(filter.GetFilterDefinition(), CString(u"Notify me when word \"a\" occurs."));
   filter.AddFilteredStringItem(CString(u"b"), 11, 7, 0);
   filter.AddFilteredStringItem(CString(u"a"), 11, 7, 0);
-  EXPECT_EQ(filter.GetFilterDefinition(),
-            CString(u"Notify me when words \"a\", or \"b\" occur ."));
+  EXPECT_EQ(filter.GetFilterDefinition(), CString(u"Notify me when words \"a\", or \"b\" occur ."));
   filter.ReSetFilterStatus(ContentFilter::kWordDependent, 0);
   filter.SetNotificationFilter(0);
   EXPECT_EQ(filter.GetFilterDefinition(),

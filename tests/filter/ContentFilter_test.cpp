@@ -1,9 +1,10 @@
 // The filter's setters and their effect on status, mask and the changed
 // flag; the date interval; whole-word search; copies and comparison.
 
+#include "kordll/filter/ContentFilter.h"
+
 #include <gtest/gtest.h>
 
-#include "kordll/filter/ContentFilter.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/LibraryLifetime.h"
 
@@ -184,11 +185,11 @@ TEST_F(ContentFilterTest, CopiesAreDeepAndComparisonIsOneWay) {
   copy = filter;
   EXPECT_EQ(copy.IsSame(&filter), 1);
   copy.AddFilteredStringItem(CString(u"more"), 11, 4, 0);
-  EXPECT_EQ(copy.IsSame(&filter), 1);   // relations only this one has do not count
+  EXPECT_EQ(copy.IsSame(&filter), 1);  // relations only this one has do not count
   EXPECT_EQ(filter.IsSame(&copy), 0);
   copy.AddResourceToFilter(9);
   EXPECT_EQ(filter.IsSame(&copy), 0);
-  EXPECT_EQ(copy.IsSame(&filter), 0);   // 9 is not among the source's
+  EXPECT_EQ(copy.IsSame(&filter), 0);  // 9 is not among the source's
   EXPECT_EQ(filter.GetFilteredFieldItems(11, 4), nullptr);
 
   ContentFilter appended;

@@ -52,8 +52,7 @@ TEST(FilterCommandTest, RefusesMalformedTextAndBadUsage) {
   EXPECT_EQ(RunFilterCommand({"(1)(x)"}, &out, &err), 1);
   EXPECT_EQ(RunFilterCommand({}, &out, &err), 2);
   EXPECT_EQ(RunFilterCommand({"(4)(:)(65519)()()()", "--check"}, &out, &err), 2);
-  EXPECT_EQ(RunFilterCommand({"(4)(:)(65519)()()()", "--check", "/nonexistent/x.kdb"}, &out,
-                             &err),
+  EXPECT_EQ(RunFilterCommand({"(4)(:)(65519)()()()", "--check", "/nonexistent/x.kdb"}, &out, &err),
             2);
 }
 
@@ -75,8 +74,7 @@ TEST(FilterCommandTest, ChecksEveryRecordOfARecordFile) {
   }
   const std::string path = root.DataRoot().ToUtf8() + "/posts.kdb";
   std::string out, err;
-  ASSERT_EQ(RunFilterCommand({"(4)(:)(65519)(kernel:)(4:4:4:|)(1,)", "--check", path}, &out,
-                             &err),
+  ASSERT_EQ(RunFilterCommand({"(4)(:)(65519)(kernel:)(4:4:4:|)(1,)", "--check", path}, &out, &err),
             0)
       << err;
   EXPECT_NE(out.find("\t4\tR3_G1\tKernel news\n"), std::string::npos) << out;

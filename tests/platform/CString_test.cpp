@@ -24,7 +24,10 @@ TEST(CStringText, Utf8RoundTripIncludingSupplementaryPlane) {
   CString s("Grüße \xF0\x9F\x93\xB0");  // a newspaper emoji, two units
   EXPECT_EQ(s.GetLength(), 8);
   EXPECT_EQ(s.ToUtf8(), "Grüße \xF0\x9F\x93\xB0");
-  EXPECT_EQ(CString::FromUtf8("a\xFF" "b").str(), u"a\uFFFDb");
+  EXPECT_EQ(CString::FromUtf8("a\xFF"
+                              "b")
+                .str(),
+            u"a\uFFFDb");
 }
 
 TEST(CStringExtraction, ClampsLikeMfc) {

@@ -5,8 +5,8 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
 #include "kordll/platform/Locations.h"
-#include "tests/support/TestHost.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
 
 #ifndef KORDLL_TEST_PLUGIN_DIR
 #error "the build defines KORDLL_TEST_PLUGIN_DIR, the folder of the test plug-ins"

@@ -113,7 +113,7 @@ TEST_P(AZeusDBFaultsTest, EveryFailingWriteLeavesAConsistentFile) {
       AZeusDB db(root_.root(), "faults", 10, 0);
       db.openDB(0);
       faults_.Arm(test::FaultEnv::kWrite, n, persistent ? test::FaultEnv::kForever : 1,
-                          "faults.kdb");
+                  "faults.kdb");
       result = db.writeFocusablesSlot(&batch, nullptr, nullptr);
       const bool hit = faults_.Injected(test::FaultEnv::kWrite) > 0;
       faults_.DisarmAll();
@@ -178,8 +178,7 @@ TEST_P(AZeusDBFaultsTest, ShorterResaveFreesWhatTheFailedSaveLinked) {
     std::vector<Focusable*> batch = {&fresh};
     AZeusDB db(root_.root(), "faults", 10, 0);
     db.openDB(0);
-    faults_.Arm(test::FaultEnv::kWrite, n, persistent ? test::FaultEnv::kForever : 1,
-                        "faults.kdb");
+    faults_.Arm(test::FaultEnv::kWrite, n, persistent ? test::FaultEnv::kForever : 1, "faults.kdb");
     const int result = db.writeFocusablesSlot(&batch, nullptr, nullptr);
     completed = faults_.Injected(test::FaultEnv::kWrite) == 0;
     faults_.DisarmAll();

@@ -2,6 +2,8 @@
 // beside its target's, reading it from a record database and bringing it to
 // life.
 
+#include "kordll/record/FocusableLink.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -9,7 +11,6 @@
 #include "kordll/platform/Clock.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/FocusableLink.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "tests/record/FocusableTestSupport.h"
@@ -287,8 +288,7 @@ TEST_F(FocusableLinkTest, ALinkIsStoredReadBackAndBroughtToLife) {
   read.SetFocusableLink(&plain);
   EXPECT_EQ(read.GetGUID(), CString(u"R3_G20"));
   EXPECT_EQ(read.GetFieldString(1, 1), CString(u"120"));
-  EXPECT_EQ(read.GetFieldString(2, 1), CString::Formatted(CString(u"%d"),
-                                                           stored.GetDBSlotIndex()));
+  EXPECT_EQ(read.GetFieldString(2, 1), CString::Formatted(CString(u"%d"), stored.GetDBSlotIndex()));
   EXPECT_EQ(read.GetDBSlotIndex(), linkSlot);
 
   // No controller for the database: the link stays an orphan.

@@ -35,7 +35,8 @@ constexpr int kMaxRounds = 300;
 class StoreFaultsTest : public ::testing::TestWithParam<std::tuple<Fault::Kind, bool>> {
  protected:
   void Arm(int n) {
-    faults_.Arm(std::get<0>(GetParam()), n, std::get<1>(GetParam()) ? Fault::kForever : Fault::kOnce);
+    faults_.Arm(std::get<0>(GetParam()), n,
+                std::get<1>(GetParam()) ? Fault::kForever : Fault::kOnce);
   }
   // Disarms and says whether the armed fault was met.
   bool Disarm() {
