@@ -18,12 +18,14 @@
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "kordll/platform/Env.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/DBTaskItem.h"
@@ -42,6 +44,7 @@ constexpr int kUpdates = 10000;
 struct Post {
   std::string guid, title, author, description, link;
   int status;
+  double received, published;  // day counts, as COleDateTime holds them
   // The same texts as the library's strings.
   CString wguid, wtitle, wauthor, wdescription, wlink;
 };
@@ -68,6 +71,9 @@ std::vector<Post>& Posts() {
       out[i].description = text(200, 2000);
       out[i].link = "http://example.org/post/" + std::to_string(i);
       out[i].status = 2;
+      out[i].received =
+          kordll::COleDateTime(2024, 1 + i % 12, 1 + i % 28, i % 24, i % 60, 0).GetDATE();
+      out[i].published = out[i].received - 0.25;
       out[i].wguid = CString(out[i].guid.c_str());
       out[i].wtitle = CString(out[i].title.c_str());
       out[i].wauthor = CString(out[i].author.c_str());
@@ -84,6 +90,8 @@ kordll::RGDBTemplate* Template() {
     auto* t = new kordll::RGDBTemplate(4);
     t->AddField(0, 20, 4, "", "guid", 0, 0);
     t->AddField(1, 10, 0, "", "status", 0, 0);
+    t->AddField(2, 20, 2, "", "received", 0, 0);
+    t->AddField(3, 20, 2, "", "published", 0, 0);
     t->AddField(4, 100, 4, "", "title", 0, 0);
     t->AddField(5, 40, 4, "", "author", 0, 0);
     t->AddField(7, 1900, 4, "", "description", 0, 0);
@@ -103,7 +111,7 @@ CString Folder() {
   return f;
 }
 
-double g_sqlite_rate[4];
+double g_sqlite_rate[5];
 sqlite3* g_sql = nullptr;
 std::unique_ptr<kordll::AZeusDB> g_db;
 std::vector<int> g_slots;
@@ -125,68 +133,80 @@ double Since(Clock::time_point t) {
 
 void Exec(const char* sql) { sqlite3_exec(g_sql, sql, nullptr, nullptr, nullptr); }
 
+// Writes the posts into a new SQLite file left open in g_sql; returns the
+// seconds spent in SQLite.
+double WriteSqlite() {
+  const std::string path = (Folder() + "/posts.sqlite3").ToUtf8();
+  sqlite3_open(path.c_str(), &g_sql);
+  Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;");
+  Exec(
+      "CREATE TABLE posts(id INTEGER PRIMARY KEY, guid TEXT, status INTEGER, received REAL, "
+      "published REAL, title TEXT, author TEXT, description TEXT, link TEXT)");
+  sqlite3_stmt* st;
+  sqlite3_prepare_v2(g_sql, "INSERT INTO posts VALUES(?,?,?,?,?,?,?,?,?)", -1, &st, nullptr);
+  const auto t = Clock::now();
+  for (int i = 0; i < kPosts; ++i) {
+    if (i % kBatch == 0) Exec("BEGIN");
+    const Post& p = Posts()[i];
+    sqlite3_bind_int(st, 1, i);
+    sqlite3_bind_text(st, 2, p.guid.c_str(), -1, SQLITE_STATIC);
+    sqlite3_bind_int(st, 3, p.status);
+    sqlite3_bind_double(st, 4, p.received);
+    sqlite3_bind_double(st, 5, p.published);
+    sqlite3_bind_text(st, 6, p.title.c_str(), -1, SQLITE_STATIC);
+    sqlite3_bind_text(st, 7, p.author.c_str(), -1, SQLITE_STATIC);
+    sqlite3_bind_text(st, 8, p.description.c_str(), -1, SQLITE_STATIC);
+    sqlite3_bind_text(st, 9, p.link.c_str(), -1, SQLITE_STATIC);
+    sqlite3_step(st);
+    sqlite3_reset(st);
+    if (i % kBatch == kBatch - 1) Exec("COMMIT");
+  }
+  sqlite3_finalize(st);
+  return Since(t);
+}
+
+// Writes the posts into a new record file held open in g_db, noting each
+// post's slot in g_slots; returns the seconds spent in the store.
+double WriteStore() {
+  g_db = std::make_unique<kordll::AZeusDB>(Folder(), "posts", 10, 0);
+  g_db->openDB(0);
+  g_slots.assign(kPosts, -1);
+  double seconds = 0;
+  for (int i = 0; i < kPosts; i += kBatch) {
+    std::vector<kordll::Focusable*> batch;
+    for (int k = i; k < i + kBatch; ++k) {
+      const Post& p = Posts()[k];
+      auto* r = new kordll::Focusable(4, nullptr);
+      r->SetValueStr(0, p.wguid, 1);
+      r->SetValueInt(1, p.status, 1);
+      r->SetValueDate(2, kordll::COleDateTime(p.received), 1);
+      r->SetValueDate(3, kordll::COleDateTime(p.published), 1);
+      r->SetValueStr(4, p.wtitle, 1);
+      r->SetValueStr(5, p.wauthor, 1);
+      r->SetValueStr(7, p.wdescription, 1);
+      r->SetValueStr(10, p.wlink, 1);
+      batch.push_back(r);
+    }
+    const auto t = Clock::now();
+    g_db->writeFocusablesSlot(&batch, nullptr, nullptr);
+    seconds += Since(t);
+    for (int k = 0; k < kBatch; ++k) {
+      g_slots[i + k] = batch[k]->GetDBSlotIndex();
+      delete batch[k];
+    }
+  }
+  return seconds;
+}
+
 void BM_Sqlite_BulkWrite(benchmark::State& state) {
   Posts();
-  for (auto _ : state) {
-    const std::string path = (Folder() + "/posts.sqlite3").ToUtf8();
-    sqlite3_open(path.c_str(), &g_sql);
-    Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;");
-    Exec(
-        "CREATE TABLE posts(id INTEGER PRIMARY KEY, guid TEXT, status INTEGER, title TEXT, "
-        "author TEXT, description TEXT, link TEXT)");
-    sqlite3_stmt* st;
-    sqlite3_prepare_v2(g_sql, "INSERT INTO posts VALUES(?,?,?,?,?,?,?)", -1, &st, nullptr);
-    const auto t = Clock::now();
-    for (int i = 0; i < kPosts; ++i) {
-      if (i % kBatch == 0) Exec("BEGIN");
-      const Post& p = Posts()[i];
-      sqlite3_bind_int(st, 1, i);
-      sqlite3_bind_text(st, 2, p.guid.c_str(), -1, SQLITE_STATIC);
-      sqlite3_bind_int(st, 3, p.status);
-      sqlite3_bind_text(st, 4, p.title.c_str(), -1, SQLITE_STATIC);
-      sqlite3_bind_text(st, 5, p.author.c_str(), -1, SQLITE_STATIC);
-      sqlite3_bind_text(st, 6, p.description.c_str(), -1, SQLITE_STATIC);
-      sqlite3_bind_text(st, 7, p.link.c_str(), -1, SQLITE_STATIC);
-      sqlite3_step(st);
-      sqlite3_reset(st);
-      if (i % kBatch == kBatch - 1) Exec("COMMIT");
-    }
-    sqlite3_finalize(st);
-    Report(state, 0, kPosts, Since(t), true);
-  }
+  for (auto _ : state) Report(state, 0, kPosts, WriteSqlite(), true);
 }
 
 void BM_AZeusDB_BulkWrite(benchmark::State& state) {
   Template();
   Posts();
-  for (auto _ : state) {
-    g_db = std::make_unique<kordll::AZeusDB>(Folder(), "posts", 10, 0);
-    g_db->openDB(0);
-    g_slots.assign(kPosts, -1);
-    double seconds = 0;
-    for (int i = 0; i < kPosts; i += kBatch) {
-      std::vector<kordll::Focusable*> batch;
-      for (int k = i; k < i + kBatch; ++k) {
-        const Post& p = Posts()[k];
-        auto* r = new kordll::Focusable(4, nullptr);
-        r->SetValueStr(0, p.wguid, 1);
-        r->SetValueInt(1, p.status, 1);
-        r->SetValueStr(4, p.wtitle, 1);
-        r->SetValueStr(5, p.wauthor, 1);
-        r->SetValueStr(7, p.wdescription, 1);
-        r->SetValueStr(10, p.wlink, 1);
-        batch.push_back(r);
-      }
-      const auto t = Clock::now();
-      g_db->writeFocusablesSlot(&batch, nullptr, nullptr);
-      seconds += Since(t);
-      for (int k = 0; k < kBatch; ++k) {
-        g_slots[i + k] = batch[k]->GetDBSlotIndex();
-        delete batch[k];
-      }
-    }
-    Report(state, 0, kPosts, seconds, false);
-  }
+  for (auto _ : state) Report(state, 0, kPosts, WriteStore(), false);
 }
 
 void BM_Sqlite_FullLoad(benchmark::State& state) {
@@ -197,7 +217,7 @@ void BM_Sqlite_FullLoad(benchmark::State& state) {
     int n = 0;
     size_t bytes = 0;
     while (sqlite3_step(st) == SQLITE_ROW) {
-      for (int c = 1; c < 7; ++c) bytes += sqlite3_column_bytes(st, c), sqlite3_column_text(st, c);
+      for (int c = 1; c < 9; ++c) bytes += sqlite3_column_bytes(st, c), sqlite3_column_text(st, c);
       ++n;
     }
     benchmark::DoNotOptimize(bytes);
@@ -286,6 +306,148 @@ void BM_AZeusDB_Updates(benchmark::State& state) {
   }
 }
 
+// ---- start-up: open a database and show the newest 50 headers ----
+//
+// What a reader does at every start: a fresh connection or engine on the
+// file written above, the guid, status and both dates of the newest 50 posts
+// made into the texts and dates an application holds. The newest posts are
+// the last written, whose slots are the highest heads of the file. The
+// store's side also counts the bytes that it reads from the file, next to
+// the bytes it needs: the database header, every sub-table header (which
+// the map needs) and the front of each head slot read (slot header, items
+// status and the four fields).
+
+constexpr int kNewest = 50;
+constexpr int kStarts = 5;
+
+// Counts what is read through the files that it opens.
+class CountingEnv : public kordll::EnvWrapper {
+ public:
+  CountingEnv() : EnvWrapper(kordll::Env::Default()) {}
+  std::atomic<int64_t> bytes{0};
+  std::atomic<int64_t> reads{0};
+
+  int OpenFile(const std::string& path, uint32_t access, int disposition,
+               std::unique_ptr<kordll::EnvFile>* file) override {
+    const int r = base()->OpenFile(path, access, disposition, file);
+    if (*file) *file = std::make_unique<File>(std::move(*file), this);
+    return r;
+  }
+
+ private:
+  class File : public kordll::EnvFile {
+   public:
+    File(std::unique_ptr<kordll::EnvFile> base, CountingEnv* env)
+        : base_(std::move(base)), env_(env) {}
+    int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
+      const int r = base_->ReadAt(offset, buffer, count, read);
+      env_->bytes += *read;
+      ++env_->reads;
+      return r;
+    }
+    int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
+      return base_->WriteAt(offset, buffer, count, written);
+    }
+    int GetSize(int64_t* size) override { return base_->GetSize(size); }
+    int Truncate(int64_t size) override { return base_->Truncate(size); }
+    int Flush() override { return base_->Flush(); }
+    int Close() override { return base_->Close(); }
+
+   private:
+    std::unique_ptr<kordll::EnvFile> base_;
+    CountingEnv* env_;
+  };
+};
+
+// The files of the start-up runs: those of the bulk write when it ran,
+// otherwise written now (not timed).
+void EnsureFiles() {
+  Template();
+  if (g_sql == nullptr) WriteSqlite();
+  if (g_db == nullptr) WriteStore();
+}
+
+void BM_Sqlite_StartUp(benchmark::State& state) {
+  EnsureFiles();
+  const std::string path = (Folder() + "/posts.sqlite3").ToUtf8();
+  for (auto _ : state) {
+    double seconds = 0;
+    long sum = 0;
+    for (int run = 0; run < kStarts; ++run) {
+      const auto t = Clock::now();
+      sqlite3* db = nullptr;
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+      sqlite3_stmt* st;
+      sqlite3_prepare_v2(db,
+                         "SELECT guid, status, received, published FROM posts ORDER BY id DESC "
+                         "LIMIT 50",
+                         -1, &st, nullptr);
+      while (sqlite3_step(st) == SQLITE_ROW) {
+        const CString guid(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)));
+        const int status = sqlite3_column_int(st, 1);
+        const kordll::COleDateTime received(sqlite3_column_double(st, 2));
+        const kordll::COleDateTime published(sqlite3_column_double(st, 3));
+        sum += guid.GetLength() + status + received.GetStatus() + published.GetStatus();
+      }
+      sqlite3_finalize(st);
+      sqlite3_close(db);
+      seconds += Since(t);
+    }
+    benchmark::DoNotOptimize(sum);
+    state.counters["ms_per_start"] = 1000 * seconds / kStarts;
+    Report(state, 4, kNewest * kStarts, seconds, true);
+  }
+}
+
+void BM_AZeusDB_StartUp(benchmark::State& state) {
+  EnsureFiles();
+  for (auto _ : state) {
+    CountingEnv env;
+    kordll::ScopedEnv scoped(&env);
+    double seconds = 0;
+    long sum = 0;
+    int64_t needed = 0;
+    for (int run = 0; run < kStarts; ++run) {
+      env.bytes = 0;
+      env.reads = 0;
+      const auto t = Clock::now();
+      kordll::AZeusDB db(Folder(), "posts", 10, 0);
+      db.openDB(1);
+      kordll::DBTaskItem task;
+      for (int field = 0; field <= 3; ++field) {
+        task.DefineFieldTaskType(field, kordll::DBTaskItem::kTaskLoad);
+      }
+      for (int k = 1; k <= kNewest; ++k) {
+        kordll::Focusable r(4, nullptr);
+        r.SetDBSlotIndex(g_slots[kPosts - k]);
+        if (!db.readFocusableSlot(&r, nullptr, &task)) continue;
+        const CString guid = r.GetFieldString(0, 0);
+        const kordll::COleDateTime received = r.GetFieldDate(2);
+        const kordll::COleDateTime published = r.GetFieldDate(3);
+        sum += guid.GetLength() + r.GetFieldInt(1) + received.GetStatus() + published.GetStatus();
+      }
+      db.closeDB();
+      seconds += Since(t);
+      // What the work needs, from the map it made (not timed).
+      needed = 1000;
+      for (kordll::_struct_SubTableInfo& info : db.GetSubTableInfos()) {
+        needed += info.GetHeaderSize();
+        if (info.id == g_slots[kPosts - 1] / 40) {
+          const int64_t front = 25 + info.fieldCount + 2 + info.lengths[0] + info.lengths[1] +
+                                info.lengths[2] + info.lengths[3];
+          needed += kNewest * front;
+        }
+      }
+    }
+    benchmark::DoNotOptimize(sum);
+    state.counters["ms_per_start"] = 1000 * seconds / kStarts;
+    state.counters["bytes_read"] = static_cast<double>(env.bytes);
+    state.counters["bytes_needed"] = static_cast<double>(needed);
+    state.counters["reads"] = static_cast<double>(env.reads);
+    Report(state, 4, kNewest * kStarts, seconds, false);
+  }
+}
+
 BENCHMARK(BM_Sqlite_BulkWrite)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AZeusDB_BulkWrite)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Sqlite_FullLoad)->Iterations(1)->Unit(benchmark::kMillisecond);
@@ -294,6 +456,8 @@ BENCHMARK(BM_Sqlite_StatusScan)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AZeusDB_StatusScan)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Sqlite_Updates)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AZeusDB_Updates)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Sqlite_StartUp)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AZeusDB_StartUp)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "kordll/record/AZeusDB.h"
 
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -371,7 +370,7 @@ void AZeusDB::releasePendingStates() {
 int AZeusDB::readDBHeader() {
   char buffer[KdbFormat::kDBHeaderSize + 1];
   uint32_t got = 0;
-  if (!file_->ReadAt(0, buffer, KdbFormat::kDBHeaderSize, &got) ||
+  if (!file_->ReadExact(0, buffer, KdbFormat::kDBHeaderSize, &got) ||
       got < static_cast<uint32_t>(KdbFormat::kDBHeaderSize)) {
     setError(kErrRead);
     return kErrRead;
@@ -470,13 +469,21 @@ int AZeusDB::writeDBHeader() {
 // ---------------------------------------------------------------------------
 // Sub-tables
 
-int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info) {
+int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info, int fieldsHint) {
   const int64_t file_size = file_->Size();
-  char line[kLine + 1];
+  // The whole header comes in one read when its field count is the hint
+  // (that of the sub-table before, as it nearly always is); otherwise the
+  // lengths are read again once the line has told their size. Only the
+  // header is read: the slots are skipped by their computed size.
+  const size_t guess = KdbFormat::SubTableHeaderSize(kSlotsPer, std::max(fieldsHint, 1));
+  if (header_buffer_.size() < guess) header_buffer_.resize(guess);
   uint32_t got = 0;
-  if (!file_->ReadAt(position, line, kLine, &got) || got < static_cast<uint32_t>(kLine)) {
+  if (!file_->ReadExact(position, header_buffer_.data(), static_cast<uint32_t>(guess), &got) ||
+      got < static_cast<uint32_t>(kLine)) {
     return kErrRead;
   }
+  char line[kLine + 1];
+  std::memcpy(line, header_buffer_.data(), kLine);
   line[kLine] = '\0';
   int v[5];
   if (KdbFormat::ScanInts(line, kLine, v, 5) != 5) return kErrRead;
@@ -488,27 +495,38 @@ int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info) {
   // Nothing is allocated for a header that the file cannot hold.
   const int64_t header_size = KdbFormat::SubTableHeaderSize(slots, fields);
   if (file_size < 0 || static_cast<int64_t>(position) + header_size > file_size) return kErrRead;
-
-  std::vector<char> states(slots + 2);
-  if (!file_->ReadAt(position + kLine, states.data(), static_cast<uint32_t>(states.size()), &got) ||
-      got < states.size()) {
-    return kErrRead;
+  if (got < header_size) {
+    if (header_buffer_.size() < static_cast<size_t>(header_size)) {
+      header_buffer_.resize(header_size);
+    }
+    uint32_t rest = 0;
+    if (!file_->ReadExact(position + got, header_buffer_.data() + got,
+                          static_cast<uint32_t>(header_size - got), &rest) ||
+        got + rest < header_size) {
+      return kErrRead;
+    }
   }
-  if (states.front() != '[' || states.back() != ']') return kErrCorrupted;
 
-  std::vector<char> block(6 * static_cast<size_t>(fields) + 1);
-  if (!file_->ReadAt(position + kLine + slots + 2, block.data(),
-                     static_cast<uint32_t>(block.size()), &got) ||
-      got < block.size()) {
-    return kErrRead;
-  }
+  const char* states = header_buffer_.data() + kLine;
+  if (states[0] != '[' || states[slots + 1] != ']') return kErrCorrupted;
+
+  char* block = header_buffer_.data() + kLine + slots + 2;
+  const size_t block_size = 6 * static_cast<size_t>(fields) + 1;
   if (block[0] != '[') return kErrCorrupted;
-  block.back() = '\0';  // the newline; the text is terminated before the split
-  std::vector<int> lengths = KdbFormat::ParseLengths(block.data(), block.size());
-  if (static_cast<int>(lengths.size()) != fields) return kErrCorrupted;
-  for (int l : lengths) {
-    if (l < 0 || l > KdbFormat::kMaxFieldLength) return kErrCorrupted;
+  block[block_size - 1] = '\0';  // the newline; the text is terminated before the split
+  // Sub-tables of a file mostly repeat the lengths of the one before: the
+  // same bytes give the same lengths, which were checked then.
+  if (last_lengths_text_.size() != block_size ||
+      std::memcmp(last_lengths_text_.data(), block, block_size) != 0) {
+    last_lengths_text_.clear();
+    last_lengths_ = KdbFormat::ParseLengths(block, block_size);
+    if (static_cast<int>(last_lengths_.size()) != fields) return kErrCorrupted;
+    for (int l : last_lengths_) {
+      if (l < 0 || l > KdbFormat::kMaxFieldLength) return kErrCorrupted;
+    }
+    last_lengths_text_.assign(block, block + block_size);
   }
+  const std::vector<int>& lengths = last_lengths_;
 
   info->id = id;
   info->slotCount = slots;
@@ -538,9 +556,11 @@ int AZeusDB::mapDB() {
     return 0;
   }
   uint64_t position = KdbFormat::kDBHeaderSize;
+  int fields_hint = 1;
+  int highest_id = -1;
   for (;;) {
     auto info = std::make_unique<_struct_SubTableInfo>();
-    const int r = readSubTable(position, info.get());
+    const int r = readSubTable(position, info.get(), fields_hint);
     if (r != 0) {
       // Bytes behind the last sub-table that reads are a damaged sub-table:
       // a new one written there would go over them, so the file is not
@@ -551,11 +571,14 @@ int AZeusDB::mapDB() {
     }
     position = info->firstSlotPosition +
                static_cast<uint64_t>(info->slotCount) * static_cast<uint64_t>(info->GetSlotSize());
-    {
-      CSingleLock ol(open_lock_);
-      next_sub_table_id_ = std::max(next_sub_table_id_, info->id + 1);
-    }
+    fields_hint = info->fieldCount;
+    highest_id = std::max(highest_id, info->id);
     registerNewSubTableInfo(std::move(info));
+  }
+  last_lengths_text_.clear();
+  {
+    CSingleLock ol(open_lock_);
+    next_sub_table_id_ = std::max(next_sub_table_id_, highest_id + 1);
   }
   end_of_file_ = position;
   mapped_ = 1;
@@ -918,7 +941,7 @@ uint64_t AZeusDB::wantedSpan(_struct_SubTableInfo* info, RGDBTemplate* tmpl, DBT
   return span;
 }
 
-int AZeusDB::readSlotFront(uint64_t position, uint64_t count) {
+int AZeusDB::readSlotFront(uint64_t position, uint64_t count, bool exact) {
   // Never more than the file holds: a damaged geometry cannot make the
   // buffer grow beyond the file.
   const int64_t size = file_->Size();
@@ -928,7 +951,8 @@ int AZeusDB::readSlotFront(uint64_t position, uint64_t count) {
   if (slot_buffer_.size() < count) slot_buffer_.resize(count);
   uint32_t got = 0;
   if (count < static_cast<uint64_t>(kSlotHeader) ||
-      !file_->ReadAt(position, slot_buffer_.data(), static_cast<uint32_t>(count), &got) ||
+      !(exact ? file_->ReadExact(position, slot_buffer_.data(), static_cast<uint32_t>(count), &got)
+              : file_->ReadAt(position, slot_buffer_.data(), static_cast<uint32_t>(count), &got)) ||
       got < static_cast<uint32_t>(kSlotHeader)) {
     slot_got_ = 0;
     setError(kErrRead);
@@ -1518,6 +1542,9 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
     return 0;
   }
   int slot = record->GetDBSlotIndex();
+  // A record read by its slot takes exactly the bytes it wants; a scan goes
+  // forward through the file and reads it in larger pieces.
+  const bool exact = slot >= 0;
   _struct_SubTableInfo* info = nullptr;
   int place = -1;
   if (slot >= 0) {
@@ -1572,7 +1599,7 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
     if (layout != nullptr && info->fieldCount == layout->GetFieldCount()) {
       span = wantedSpan(info, layout, task);
     }
-    if (!readSlotFront(slot_start, front + span)) return 0;
+    if (!readSlotFront(slot_start, front + span, exact)) return 0;
     const unsigned char* bytes = slot_buffer_.data();
     _struct_SLOTHEADER header;
     if (parseSlotHeader(bytes, &header) != 0) {
@@ -1605,7 +1632,7 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
       f = tmpl->GetFieldCount();
       if (info->fieldCount == f && tmpl != layout) {
         span = wantedSpan(info, tmpl, task);
-        if (!readSlotFront(slot_start, front + span)) return 0;
+        if (!readSlotFront(slot_start, front + span, exact)) return 0;
         bytes = slot_buffer_.data();
       }
     }

@@ -212,7 +212,9 @@ class AZeusDB {
   int mapDB();
   int readDBHeader();
   int writeDBHeader();
-  int readSubTable(uint64_t position, _struct_SubTableInfo* info);
+  // Reads the header of the sub-table at position; fieldsHint is the field
+  // count it probably has (that of the sub-table before it).
+  int readSubTable(uint64_t position, _struct_SubTableInfo* info, int fieldsHint);
   int writeEmptySubTable(_struct_SubTableInfo* info, int64_t position);
   int expandTable(RGDBTemplate* tmpl);
   void resetTable();
@@ -235,9 +237,10 @@ class AZeusDB {
   // task takes.
   uint64_t wantedSpan(_struct_SubTableInfo* info, RGDBTemplate* tmpl, DBTaskItem* task);
   // Reads count bytes of a slot from position into slot_buffer_ (fewer at
-  // the end of the file; slot_got_ says how many). 0 with error 3 when not
-  // even the slot header could be read.
-  int readSlotFront(uint64_t position, uint64_t count);
+  // the end of the file; slot_got_ says how many), exactly those bytes when
+  // exact is set, else through the file's forward reading. 0 with error 3
+  // when not even the slot header could be read.
+  int readSlotFront(uint64_t position, uint64_t count, bool exact);
   // The slot header and the items status from bytes already read.
   int parseSlotHeader(const unsigned char* bytes, _struct_SLOTHEADER* header);
   void parseItemsStatus(const unsigned char* bytes, int f, std::vector<int>* status);
@@ -324,7 +327,7 @@ class AZeusDB {
   // createDB, which runs under the open lock and must not take the slot lock
   // after it (the lock order is slot, then open); atomic for that one write.
   std::atomic<uint64_t> end_of_file_{1000};
-  uint64_t position_ = 0;        // the one file position that item reads and writes use
+  uint64_t position_ = 0;  // the one file position that item reads and writes use
   InfoMap sub_tables_;
   std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
   // For each relation, the list places of infos that are not full and have
@@ -346,7 +349,11 @@ class AZeusDB {
   std::map<uint64_t, char> pending_states_;
   std::map<uint64_t, char> pending_heads_;
   std::vector<unsigned char> slot_buffer_;  // the front of the slot being read
-  uint64_t slot_got_ = 0;                   // bytes of it that the file held
+  std::vector<char> header_buffer_;         // the sub-table header being mapped
+  // The lengths block of the sub-table mapped last, and its lengths.
+  std::vector<char> last_lengths_text_;
+  std::vector<int> last_lengths_;
+  uint64_t slot_got_ = 0;  // bytes of it that the file held
   // Decoded pieces; grown to the longest area read, never shrunk or cleared.
   std::vector<char16_t> wide_buffer_;
 };

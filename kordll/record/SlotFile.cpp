@@ -220,6 +220,46 @@ int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* go
   return 1;
 }
 
+int SlotFile::ReadExact(uint64_t offset, void* buffer, uint32_t count, uint32_t* got) {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (got != nullptr) *got = 0;
+  if (!open_) return 0;
+  if (static_cast<int64_t>(offset) >= size_ || count == 0) return 1;
+  const uint64_t end = offset + std::min<uint64_t>(count, static_cast<uint64_t>(size_) - offset);
+  const uint64_t disk_end = static_cast<uint64_t>(disk_size_);
+  unsigned char* out = static_cast<unsigned char*>(buffer);
+  uint64_t at = offset;
+  while (at < end) {
+    // What the cache holds is newer than the file: it is taken from there.
+    auto it = pages_.find(at / kPageSize);
+    const uint64_t page_end = std::min(end, (at / kPageSize + 1) * kPageSize);
+    if (it != pages_.end()) {
+      std::memcpy(out + (at - offset), it->second->data.data() + at % kPageSize, page_end - at);
+      at = page_end;
+      continue;
+    }
+    // A run of pages that the cache does not hold comes from the file in
+    // one read; past the file's end (a gap before pending growth) it reads
+    // as zeros, as the file will.
+    uint64_t run_end = page_end;
+    while (run_end < end && pages_.count(run_end / kPageSize) == 0) {
+      run_end = std::min(end, run_end + kPageSize);
+    }
+    const uint64_t file_part = disk_end > at ? std::min(run_end, disk_end) - at : 0;
+    uint32_t read = 0;
+    if (file_part > 0 && !file_.ReadFileAt(static_cast<int64_t>(at), out + (at - offset),
+                                           static_cast<uint32_t>(file_part), &read)) {
+      if (got != nullptr) *got = static_cast<uint32_t>(at - offset + read);
+      return 0;
+    }
+    // A file that shrank under us reads as zeros past its end.
+    std::memset(out + (at - offset) + read, 0, run_end - at - read);
+    at = run_end;
+  }
+  if (got != nullptr) *got = static_cast<uint32_t>(end - offset);
+  return 1;
+}
+
 int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
   std::lock_guard<std::mutex> lock(mu_);
   if (!open_ || !writable_) return 0;

@@ -62,6 +62,12 @@ class SlotFile {
   // Reads up to count bytes at offset into buffer; *got (may be null) is the
   // count read, short at the end of the file. Returns 1, or 0 on failure.
   int ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* got);
+  // The same, reading from the file exactly the bytes asked that the cache
+  // does not hold: no page around them, no read ahead, and nothing kept.
+  // For reads that jump over most of the file (the sub-table headers of a
+  // mapping, the slots of single records), where reading more is waste.
+  // It leaves the cache and the scan detection of ReadAt as they were.
+  int ReadExact(uint64_t offset, void* buffer, uint32_t count, uint32_t* got);
   // Writes count bytes at offset (into the cache until Flush). Returns 1, or
   // 0 when the file is not open for writing or a write that had to go out
   // early failed.
