@@ -101,6 +101,14 @@ int StringDB::createDB() {
     setError(kErrWrite);
     result = kErrWrite;
   }
+  if (result != 0) {
+    // A file without its header would be refused by every later opening
+    // and never made again: it goes, so that the next opening makes it.
+    file_->Close();
+    FileSystem::DeleteFile(path_);
+    header_read_ = 0;
+    return result;
+  }
   if (open_count_ == 0) file_->Close();
   return result;
 }
@@ -454,7 +462,12 @@ int StringDB::WriteStringSlot(int* slot, CString text) {
   CSingleLock lock(lock_);
   if (refusedName()) return 0;
   if (slot == nullptr) return 0;
-  openDB(0);
+  if (openDB(0) == kErrWrite) {
+    // The file could not be made: nothing is written behind a missing header.
+    closeDB();
+    setError(kErrWrite);
+    return 0;
+  }
   int result = _WriteStringSlot(slot, text);
   // A text whose bytes did not all reach the file is not written; the
   // states are then read again from the file, so that the next write at

@@ -188,6 +188,26 @@ TEST_F(StringDBTest, HeaderWritesThatFailAreReported) {
   EXPECT_EQ(8, db.GetLastDBErrorMsgCode());
 }
 
+// A file whose header never reached the disk is no file: the failed write
+// says so, and the next write makes the file anew instead of writing texts
+// behind a header of zeros that no later opening accepts.
+TEST_F(StringDBTest, AFileWhoseHeaderFailedIsMadeAnewByTheNextWrite) {
+  test::FaultEnv faults(Env::Current());
+  ScopedEnv use(&faults);
+  StringDB db(root_.root(), "texts", 30, 3);
+  faults.Arm(test::FaultEnv::kWrite, 0, 1, "texts.sdb");
+  int slot = -1;
+  EXPECT_EQ(0, db.WriteStringSlot(&slot, CString("lost")));
+  EXPECT_EQ(8, db.GetLastDBErrorMsgCode());
+  faults.DisarmAll();
+  slot = -1;
+  ASSERT_EQ(1, db.WriteStringSlot(&slot, CString("kept")));
+  StringDB reopened(root_.root(), "texts", 30, 3);
+  CString text;
+  EXPECT_EQ(1, reopened.ReadStringSlot(slot, text));
+  EXPECT_EQ(CString("kept"), text);
+}
+
 TEST(StringDBConcurrencyTest, ReservationsFromManyThreadsAreDistinct) {
   test::TempRoot root;
   StringDB db(root.root(), "texts", 30, 3);
