@@ -136,7 +136,7 @@ int CWinThread::WaitForExit(std::int64_t timeout_ms) {
     return 1;
   }
   // Bounded by clock time, so that a test's clock ends the wait.
-  const std::int64_t deadline = Clock::MonotonicMillis() + timeout_ms;
+  const std::int64_t deadline = Clock::DeadlineAfter(timeout_ms);
   while (!exit->done) {
     if (Clock::WaitUntil(exit->cv, lock, deadline) && !exit->done) return 0;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <mutex>
 
@@ -46,6 +47,12 @@ COleDateTime Clock::Now() { return Env::Current()->LocalNow(); }
 COleDateTime Clock::NowUtc() { return Env::Current()->UtcNow(); }
 
 int64_t Clock::MonotonicMillis() { return Env::Current()->MonotonicMillis(); }
+
+int64_t Clock::DeadlineAfter(int64_t ms) {
+  const int64_t now = MonotonicMillis();
+  if (ms <= 0) return now;
+  return ms > INT64_MAX - now ? INT64_MAX : now + ms;
+}
 
 void Clock::SleepMillis(int64_t ms) {
   if (ms > 0) Env::Current()->SleepMillis(ms);

@@ -33,6 +33,9 @@ class Clock {
   // Milliseconds of monotonic time, for timers and bounded waits: compare
   // two readings, never a reading with a date.
   static int64_t MonotonicMillis();
+  // The monotonic count ms milliseconds from now, held at the largest count
+  // instead of running past it (ms >= 0).
+  static int64_t DeadlineAfter(int64_t ms);
   // Lets ms milliseconds of clock time pass (nothing for ms <= 0). On the
   // machine's clock the thread sleeps; on a ManualClock the clock moves
   // forward by ms at once, so loops bounded by clock time end without delay.

@@ -217,7 +217,7 @@ void MessageQueue::Get(MSG* msg) {
 
 int MessageQueue::Wait(std::int64_t timeout_ms) {
   // Times are the clock's (Clock.h), so that a test's clock ends the wait.
-  const std::int64_t deadline = timeout_ms < 0 ? -1 : Clock::MonotonicMillis() + timeout_ms;
+  const std::int64_t deadline = timeout_ms < 0 ? -1 : Clock::DeadlineAfter(timeout_ms);
   for (;;) {
     std::int64_t timer_wait = TimerTable::Instance().RaiseDue(this);
     std::unique_lock<std::mutex> lock(mu_);

@@ -106,7 +106,7 @@ class MessageQueue : public std::enable_shared_from_this<MessageQueue> {
   // Runs sent messages while waiting.
   void Get(MSG* msg);
   // Waits until a posted message or quit request is waiting, running sent
-  // messages meanwhile, for at most timeout_ms of real time (negative: no
+  // messages meanwhile, for at most timeout_ms of clock time (negative: no
   // limit). 1 when something waits, 0 on time-out.
   int Wait(std::int64_t timeout_ms);
   // Waits until sent->done, running sent messages addressed to this queue

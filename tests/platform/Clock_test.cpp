@@ -8,6 +8,7 @@
 #include <cmath>
 #include <string>
 
+#include "kordll/platform/MessageQueue.h"
 #include "kordll/platform/TimeZone.h"
 
 namespace kordll {
@@ -183,6 +184,21 @@ TEST(TimeZoneTest, ScopeRestoresTheEnvironment) {
   unsetenv("TZ");
   { ScopedTimeZone tz("JST-9"); }
   EXPECT_EQ(nullptr, getenv("TZ"));
+}
+
+// A wait "for ever and a day" ends like any other: the deadline is held at
+// the largest count instead of running past it.
+TEST(ClockTest, TheLongestTimeoutDoesNotOverflowItsDeadline) {
+  ScopedManualClock clock;
+  clock.Advance(5);
+  EXPECT_EQ(Clock::DeadlineAfter(INT64_MAX), INT64_MAX);
+  EXPECT_EQ(Clock::DeadlineAfter(10), 15);
+  auto queue = MessageQueue::Current(true);
+  MSG msg;
+  msg.message = 1025;
+  ASSERT_EQ(queue->Post(msg), 1);
+  EXPECT_EQ(queue->Wait(INT64_MAX), 1);
+  EXPECT_EQ(queue->Peek(&msg, true), 1);
 }
 
 }  // namespace
