@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "FuzzFields.h"
+#include "FuzzScratch.h"
 #include "kordll/control/INIFocusable.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CString.h"
@@ -48,12 +49,7 @@ using kordll_fuzz::FieldAt;
 
 constexpr int kRelation = 12;
 
-class QuietHost : public kordll::HeadlessHost {
- public:
-  int MessageBox(const CString&, const CString&, unsigned type) override {
-    return ClosedMessageBoxAnswer(type);
-  }
-};
+using kordll_fuzz::QuietHost;
 
 uint64_t NumberOf(const std::string& bytes) {
   uint64_t v = 0;
@@ -69,12 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static QuietHost host;
   static kordll::Host* installed = kordll::Host::Install(&host);
   (void)installed;
-  static const CString& folder = *[] {
-    auto* made = new CString();
-    Check(FileSystem::CreateTempFolder(CString("kordll-inifocusable-fuzz-"), made) == 1);
-    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
-    return made;
-  }();
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-inifocusable-fuzz-");
   static Registry* registry = new Registry(folder.ToUtf8());
   static kordll::GlobalRelationsCtrl* catalogue = new kordll::GlobalRelationsCtrl();
   Check(!registry->in_memory());

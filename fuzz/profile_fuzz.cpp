@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "FuzzFields.h"
+#include "FuzzScratch.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/FileSystem.h"
@@ -38,12 +39,7 @@ using kordll_fuzz::Check;
 using kordll_fuzz::Field;
 using kordll_fuzz::FieldAt;
 
-class QuietHost : public kordll::HeadlessHost {
- public:
-  int MessageBox(const CString&, const CString&, unsigned type) override {
-    return ClosedMessageBoxAnswer(type);
-  }
-};
+using kordll_fuzz::QuietHost;
 
 // The first four units of a text as a 32-bit number (a unit per byte).
 uint32_t NumberOf(const CString& text) {
@@ -65,14 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static QuietHost host;
   static kordll::Host* installed = kordll::Host::Install(&host);
   (void)installed;
-  // One registry in a scratch folder for the life of the process; never
-  // destroyed, so that the exit handler that removes the folder finds it.
-  static const CString& folder = *[] {
-    auto* made = new CString();
-    Check(FileSystem::CreateTempFolder(CString("kordll-profile-fuzz-"), made) == 1);
-    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
-    return made;
-  }();
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-profile-fuzz-");
   static Registry* registry = new Registry(folder.ToUtf8());
   Check(!registry->in_memory());
   registry->DeleteTree(RegHive::kCurrentUser, CString("Software"));

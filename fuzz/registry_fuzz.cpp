@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "FuzzScratch.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Host.h"
@@ -37,13 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kordll::Host::Install(h);
     return h;
   }();
-  // Never destroyed, so that the exit handler that removes it still finds it.
-  static const CString& folder = *[] {
-    auto* made = new CString();
-    Check(FileSystem::CreateTempFolder("kordll-registry-fuzz-", made) == 1);
-    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
-    return made;
-  }();
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-registry-fuzz-");
   host->ClearCalls();
   Check(FileSystem::DeleteFolderTree(folder) == 1 || !FileSystem::Exists(folder));
   Check(FileSystem::CreateDirectoryTree(folder) == 1);

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "FuzzFields.h"
+#include "FuzzScratch.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/toolkit/Utility.h"
@@ -59,14 +60,7 @@ std::u16string Reference(std::string_view bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // One scratch folder per process; never destroyed, so that the exit
-  // handler that removes it still finds it.
-  static const CString& folder = *[] {
-    auto* made = new CString();
-    Check(FileSystem::CreateTempFolder(CString("kordll-utility-fuzz-"), made) == 1);
-    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
-    return made;
-  }();
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-utility-fuzz-");
   const CString path = folder + CString("/input.txt");
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   Check(FileSystem::WriteWholeFile(path, bytes) == 1);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "FuzzScratch.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/HeadlessHost.h"
 #include "kordll/toolkit/CXMLFile.h"
@@ -13,12 +14,7 @@
 namespace {
 
 // Answers message boxes silently, so that a run is not a flood of output.
-class QuietHost : public kordll::HeadlessHost {
- public:
-  int MessageBox(const kordll::CString&, const kordll::CString&, unsigned type) override {
-    return ClosedMessageBoxAnswer(type);
-  }
-};
+using kordll_fuzz::QuietHost;
 
 }  // namespace
 

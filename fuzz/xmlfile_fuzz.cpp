@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "FuzzFields.h"
+#include "FuzzScratch.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/HeadlessHost.h"
@@ -26,14 +27,7 @@ using kordll::FileSystem;
 using kordll_fuzz::Check;
 
 // Answers message boxes silently and counts them.
-class QuietHost : public kordll::HeadlessHost {
- public:
-  int MessageBox(const CString&, const CString&, unsigned type) override {
-    ++boxes;
-    return ClosedMessageBoxAnswer(type);
-  }
-  int boxes = 0;
-};
+using kordll_fuzz::QuietHost;
 
 }  // namespace
 
@@ -41,14 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static QuietHost host;
   static kordll::Host* installed = kordll::Host::Install(&host);
   (void)installed;
-  // One scratch folder per process; never destroyed, so that the exit
-  // handler that removes it still finds it.
-  static const CString& folder = *[] {
-    auto* made = new CString();
-    Check(FileSystem::CreateTempFolder(CString("kordll-xmlfile-fuzz-"), made) == 1);
-    std::atexit([] { FileSystem::DeleteFolderTree(folder); });
-    return made;
-  }();
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-xmlfile-fuzz-");
   const CString path = folder + CString("/document.xml");
   Check(FileSystem::WriteWholeFile(
             path, std::string_view(reinterpret_cast<const char*>(data), size)) == 1);

@@ -25,12 +25,6 @@ CString SectionAsKept(const CString& section) {
   return section.Left(end);
 }
 
-COleDateTime InvalidDate() {
-  COleDateTime date;
-  date.SetStatus(COleDateTime::invalid);
-  return date;
-}
-
 // Sends every held value of pending through set, then forgets them all,
 // also those whose write failed: a save empties what was held, as a save of
 // the settings always has. What a setter puts back while it runs (a record
@@ -232,7 +226,7 @@ COleDateTime INIFocusable::GetFieldDate(int id) {
   if (held != pendingDate_.end()) return held->second;
   bool available = false;
   const CString text = ReadStoredText(id, &available);
-  if (text.IsEmpty()) return InvalidDate();
+  if (text.IsEmpty()) return COleDateTime::Invalid();
   return KorlanDateTime::StringToDateTime(text, 0);
 }
 

@@ -16,13 +16,12 @@
 namespace kordll {
 
 using content_filter_internal::AtTimeOfDay;
-using content_filter_internal::InvalidDate;
 
 // --- Construction and copying ---------------------------------------------------
 
 ContentFilter::ContentFilter() {
-  start_ = InvalidDate();
-  end_ = InvalidDate();
+  start_ = COleDateTime::Invalid();
+  end_ = COleDateTime::Invalid();
   // A new filter is built inactive and made active by its first setter.
   status_ = kInactive;
   SetMatchWholeWordOnly(1);
@@ -114,8 +113,8 @@ void ContentFilter::ResetContentFilter() {
   cascade_ = nullptr;
   dateInterval_ = 0;
   changed_ = 0;
-  start_ = InvalidDate();
-  end_ = InvalidDate();
+  start_ = COleDateTime::Invalid();
+  end_ = COleDateTime::Invalid();
 }
 
 void ContentFilter::RemoveAllFilteredFields() {
@@ -321,8 +320,8 @@ int ContentFilter::SetDateInterval(COleDateTime* start, COleDateTime* end) {
   const COleDateTime oldStart = start_;
   const COleDateTime oldEnd = end_;
   status_ &= ~kInactive;
-  start_ = start != nullptr ? AtTimeOfDay(*start, 0, 0, 0) : InvalidDate();
-  end_ = end != nullptr ? AtTimeOfDay(*end, 23, 59, 59) : InvalidDate();
+  start_ = start != nullptr ? AtTimeOfDay(*start, 0, 0, 0) : COleDateTime::Invalid();
+  end_ = end != nullptr ? AtTimeOfDay(*end, 23, 59, 59) : COleDateTime::Invalid();
   if (IsFilterDateValuesSet()) dateInterval_ = 1;
   return !(start_ == oldStart) || !(end_ == oldEnd) ? 1 : 0;
 }

@@ -10,12 +10,6 @@
 namespace kordll {
 namespace content_filter_internal {
 
-inline COleDateTime InvalidDate() {
-  COleDateTime date;
-  date.SetStatus(COleDateTime::invalid);
-  return date;
-}
-
 // The date at hour:minute:second of its day; invalid when date is not
 // valid, since its parts then form no date.
 inline COleDateTime AtTimeOfDay(const COleDateTime& date, int hour, int minute, int second) {

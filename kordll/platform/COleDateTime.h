@@ -90,6 +90,13 @@ class COleDateTime {
   explicit COleDateTime(DATE value);
   // SetDateTime of the parts.
   COleDateTime(int year, int month, int day, int hour, int minute, int second);
+  // A date with status invalid: the fallback of every date read that has
+  // nothing to give.
+  static COleDateTime Invalid() {
+    COleDateTime date;
+    date.SetStatus(invalid);
+    return date;
+  }
 
   // Local time now, from Clock::Now().
   static COleDateTime GetCurrentTime();

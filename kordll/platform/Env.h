@@ -71,6 +71,30 @@ class EnvFile {
   virtual int Close() { return 0; }  // ERROR_SUCCESS
 };
 
+// An open file that forwards every call to the file it owns, so that a
+// wrapping Env can change one call of its files and keep the rest.
+class EnvFileWrapper : public EnvFile {
+ public:
+  explicit EnvFileWrapper(std::unique_ptr<EnvFile> base) : base_(std::move(base)) {}
+
+  int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
+    return base_->ReadAt(offset, buffer, count, read);
+  }
+  int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
+    return base_->WriteAt(offset, buffer, count, written);
+  }
+  int GetSize(int64_t* size) override { return base_->GetSize(size); }
+  int Truncate(int64_t size) override { return base_->Truncate(size); }
+  int Flush() override { return base_->Flush(); }
+  int Close() override { return base_->Close(); }
+
+ protected:
+  EnvFile* base() { return base_.get(); }
+
+ private:
+  std::unique_ptr<EnvFile> base_;
+};
+
 class Env {
  public:
   Env() = default;

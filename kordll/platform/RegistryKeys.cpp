@@ -97,6 +97,14 @@ void DescendantRange(const std::u16string& folded, std::string* low, std::string
   *high = BigEndian(folded + u']');  // ']' is the unit after '\'
 }
 
+// Binds the three columns that name one value: hive, folded key path and
+// folded value name, as parameters 1 to 3 of a statement on reg_value.
+void BindValueName(Statement* s, RegHive hive, const std::u16string& folded, const CString& name) {
+  s->BindInt(1, static_cast<int>(hive));
+  s->BindBlob(2, BigEndian(folded));
+  s->BindBlob(3, BigEndian(Fold(name.view())));
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -210,9 +218,7 @@ int Registry::QueryValue(RegHive hive, const CString& path, const CString& name,
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
   Statement find(db_, "SELECT type, data FROM reg_value WHERE hive = ? AND key = ? AND folded = ?",
                  &statements_);
-  find.BindInt(1, static_cast<int>(hive));
-  find.BindBlob(2, BigEndian(folded));
-  find.BindBlob(3, BigEndian(Fold(name.view())));
+  BindValueName(&find, hive, folded, name);
   int rc = find.Step();
   if (rc == SQLITE_DONE) return ERROR_FILE_NOT_FOUND;
   if (rc != SQLITE_ROW) return ERROR_REGISTRY_IO_FAILED;
@@ -250,9 +256,7 @@ int Registry::SetValue(RegHive hive, const CString& path, const CString& name,
                   "INSERT OR REPLACE INTO reg_value(hive, key, folded, name, type, data) "
                   "VALUES(?, ?, ?, ?, ?, ?)",
                   &statements_);
-    put.BindInt(1, static_cast<int>(hive));
-    put.BindBlob(2, BigEndian(folded));
-    put.BindBlob(3, BigEndian(Fold(name.view())));
+    BindValueName(&put, hive, folded, name);
     put.BindBlob(4, LittleEndian(name.view()));
     put.BindInt(5, value.type);
     if (value.type == REG_DWORD) {
@@ -275,9 +279,7 @@ int Registry::DeleteValue(RegHive hive, const CString& path, const CString& name
   if (db_ == nullptr) return ERROR_REGISTRY_IO_FAILED;
   Statement erase(db_, "DELETE FROM reg_value WHERE hive = ? AND key = ? AND folded = ?",
                   &statements_);
-  erase.BindInt(1, static_cast<int>(hive));
-  erase.BindBlob(2, BigEndian(folded));
-  erase.BindBlob(3, BigEndian(Fold(name.view())));
+  BindValueName(&erase, hive, folded, name);
   if (!erase.Run()) return ERROR_REGISTRY_IO_FAILED;
   return sqlite3_changes(db_) > 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }

@@ -19,7 +19,6 @@
 
 namespace kordll {
 
-using focusable_internal::InvalidDate;
 using focusable_internal::ParsedDouble;
 
 namespace {
@@ -191,9 +190,9 @@ double Focusable::GetFieldDouble(int id) {
 }
 
 COleDateTime Focusable::GetFieldDate(int id) {
-  if (id < 2) return InvalidDate();
+  if (id < 2) return COleDateTime::Invalid();
   auto* item = dynamic_cast<DateItem*>(GetItem(id));
-  return item != nullptr ? item->GetDateTime() : InvalidDate();
+  return item != nullptr ? item->GetDateTime() : COleDateTime::Invalid();
 }
 
 int Focusable::GetValueStr(int id, CString* out) {

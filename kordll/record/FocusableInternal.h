@@ -12,13 +12,6 @@
 namespace kordll {
 namespace focusable_internal {
 
-// The fallback of every date read.
-inline COleDateTime InvalidDate() {
-  COleDateTime date;
-  date.SetStatus(COleDateTime::invalid);
-  return date;
-}
-
 // Gives the value of a double item, reading its text first when the value
 // is still unparsed (0.0).
 inline double ParsedDouble(DoubleItem* item) {

@@ -18,12 +18,6 @@ constexpr int kFocusableLinkImplSize = 72;
 // Ids of the link's stored fields are below this.
 constexpr int kOwnFieldCount = 4;
 
-COleDateTime InvalidDate() {
-  COleDateTime date;
-  date.SetStatus(COleDateTime::invalid);
-  return date;
-}
-
 bool IsLink(Focusable* record) { return dynamic_cast<FocusableLink*>(record) != nullptr; }
 
 }  // namespace
@@ -289,11 +283,11 @@ int FocusableLink::LoadFocusable(DBTaskItem* task) {
 }
 
 COleDateTime FocusableLink::GetReceiveDate() {
-  return link_->target != nullptr ? link_->target->GetReceiveDate() : InvalidDate();
+  return link_->target != nullptr ? link_->target->GetReceiveDate() : COleDateTime::Invalid();
 }
 
 COleDateTime FocusableLink::GetPublicationDate() {
-  return link_->target != nullptr ? link_->target->GetPublicationDate() : InvalidDate();
+  return link_->target != nullptr ? link_->target->GetPublicationDate() : COleDateTime::Invalid();
 }
 
 int FocusableLink::SaveFocusable() {
@@ -341,7 +335,7 @@ int FocusableLink::GetFieldInt(int id) {
 }
 
 COleDateTime FocusableLink::GetFieldDate(int id) {
-  return link_->target != nullptr ? link_->target->GetFieldDate(id) : InvalidDate();
+  return link_->target != nullptr ? link_->target->GetFieldDate(id) : COleDateTime::Invalid();
 }
 
 int FocusableLink::GetValueStr(int id, CString* out) {
@@ -386,11 +380,12 @@ int FocusableLink::SetValueBOOL(int id, int value, int markChanged) {
 }
 
 COleDateTime FocusableLink::GetPublicationDateTime() {
-  return link_->target != nullptr ? link_->target->GetPublicationDateTime() : InvalidDate();
+  return link_->target != nullptr ? link_->target->GetPublicationDateTime()
+                                  : COleDateTime::Invalid();
 }
 
 COleDateTime FocusableLink::GetReceiveDateTime() {
-  return link_->target != nullptr ? link_->target->GetReceiveDateTime() : InvalidDate();
+  return link_->target != nullptr ? link_->target->GetReceiveDateTime() : COleDateTime::Invalid();
 }
 
 int FocusableLink::SetPublicationDateTime(COleDateTime date) {

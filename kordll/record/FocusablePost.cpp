@@ -8,8 +8,6 @@
 
 namespace kordll {
 
-using focusable_internal::InvalidDate;
-
 namespace {
 
 // A "|" inside an author name or category is written as this text.
@@ -131,12 +129,12 @@ void Focusable::SetPostPublishedChannel(CString channel) {
 
 COleDateTime Focusable::GetPostPublicationDate() {
   return IsPostFieldRelation(GetFocusableRelation()) ? GetFieldDate(kFieldPublicationDate)
-                                                     : InvalidDate();
+                                                     : COleDateTime::Invalid();
 }
 
 COleDateTime Focusable::GetPostReceivedDate() {
   return IsPostFieldRelation(GetFocusableRelation()) ? GetFieldDate(kFieldReceiveDate)
-                                                     : InvalidDate();
+                                                     : COleDateTime::Invalid();
 }
 
 void Focusable::GetPostAuthorNames(CStringArray* out, CString) {

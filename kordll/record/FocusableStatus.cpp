@@ -22,7 +22,6 @@
 
 namespace kordll {
 
-using focusable_internal::InvalidDate;
 using focusable_internal::ParsedDouble;
 
 namespace {
@@ -175,7 +174,7 @@ void DropOnDemandItem(FocusableImpl* impl, int id, size_t lengthBefore) {
 }  // namespace
 
 COleDateTime Focusable::GetReceiveDateTime() {
-  if (impl_ == nullptr) return InvalidDate();
+  if (impl_ == nullptr) return COleDateTime::Invalid();
   if (GetItem(kFieldReceiveDate) != nullptr || impl_->database == nullptr) {
     return GetFieldDate(kFieldReceiveDate);
   }
@@ -188,7 +187,7 @@ COleDateTime Focusable::GetReceiveDateTime() {
 }
 
 COleDateTime Focusable::GetPublicationDateTime() {
-  if (impl_ == nullptr) return InvalidDate();
+  if (impl_ == nullptr) return COleDateTime::Invalid();
   if (GetItem(kFieldPublicationDate) != nullptr || impl_->database == nullptr) {
     return GetFieldDate(kFieldPublicationDate);
   }

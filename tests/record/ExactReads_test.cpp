@@ -35,24 +35,17 @@ class CountingEnv : public EnvWrapper {
   }
 
  private:
-  class File : public EnvFile {
+  class File : public EnvFileWrapper {
    public:
-    File(std::unique_ptr<EnvFile> base, CountingEnv* env) : base_(std::move(base)), env_(env) {}
+    File(std::unique_ptr<EnvFile> base, CountingEnv* env)
+        : EnvFileWrapper(std::move(base)), env_(env) {}
     int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
-      const int r = base_->ReadAt(offset, buffer, count, read);
+      const int r = EnvFileWrapper::ReadAt(offset, buffer, count, read);
       env_->bytes += *read;
       return r;
     }
-    int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
-      return base_->WriteAt(offset, buffer, count, written);
-    }
-    int GetSize(int64_t* size) override { return base_->GetSize(size); }
-    int Truncate(int64_t size) override { return base_->Truncate(size); }
-    int Flush() override { return base_->Flush(); }
-    int Close() override { return base_->Close(); }
 
    private:
-    std::unique_ptr<EnvFile> base_;
     CountingEnv* env_;
   };
 };

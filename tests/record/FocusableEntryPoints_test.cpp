@@ -24,10 +24,7 @@ using test::FakeRegistry;
 using test::FakeSettings;
 using test::ScopedEntry;
 
-class FocusableTest : public ::testing::Test {
- protected:
-  void SetUp() override { KordllProcessAttach(); }
-};
+using test::FocusableTest;
 
 // --- Records without a database -------------------------------------------------------
 

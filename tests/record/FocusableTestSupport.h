@@ -5,11 +5,14 @@
 #ifndef KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
 #define KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <vector>
 
 #include "kordll/record/Focusable.h"
+#include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/RegistryEntryPoints.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/SettingsEntryPoints.h"
@@ -18,6 +21,12 @@ namespace kordll {
 namespace test {
 
 // Installs entry for the life of the scope and puts back what was there.
+// Tests of records start the library first (starting is idempotent).
+class FocusableTest : public ::testing::Test {
+ protected:
+  void SetUp() override { KordllProcessAttach(); }
+};
+
 template <class Entry>
 class ScopedEntry {
  public:

@@ -11,17 +11,17 @@ namespace {
 
 bool ValidKind(int kind) { return kind >= 0 && kind < FaultEnv::kKindCount; }
 
-class FaultFile : public EnvFile {
+class FaultFile : public EnvFileWrapper {
  public:
   FaultFile(FaultEnv* env, std::string path, std::unique_ptr<EnvFile> base)
-      : env_(env), path_(std::move(path)), base_(std::move(base)) {}
+      : EnvFileWrapper(std::move(base)), env_(env), path_(std::move(path)) {}
 
   int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
     if (env_->ShouldFail(FaultEnv::kRead, path_)) {
       *read = 0;
       return ERROR_READ_FAULT;
     }
-    return base_->ReadAt(offset, buffer, count, read);
+    return EnvFileWrapper::ReadAt(offset, buffer, count, read);
   }
 
   int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
@@ -30,29 +30,27 @@ class FaultFile : public EnvFile {
     uint32_t limit = count;
     if (env_->ShouldFail(FaultEnv::kShortWrite, path_)) limit = count / 2;
     int64_t size = 0;
-    if (base_->GetSize(&size) == ERROR_SUCCESS && offset + count > size &&
+    if (GetSize(&size) == ERROR_SUCCESS && offset + count > size &&
         env_->ShouldFail(FaultEnv::kFullDisk, path_)) {
       limit = offset >= size ? 0 : std::min<uint32_t>(limit, static_cast<uint32_t>(size - offset));
     }
-    int code = limit > 0 ? base_->WriteAt(offset, buffer, limit, written) : ERROR_SUCCESS;
+    int code = limit > 0 ? EnvFileWrapper::WriteAt(offset, buffer, limit, written) : ERROR_SUCCESS;
     if (code == ERROR_SUCCESS && *written < count) code = ERROR_DISK_FULL;
     return code;
   }
 
-  int GetSize(int64_t* size) override { return base_->GetSize(size); }
-
   int Truncate(int64_t size) override {
     if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
-    return base_->Truncate(size);
+    return EnvFileWrapper::Truncate(size);
   }
 
   int Flush() override {
     if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
-    return base_->Flush();
+    return EnvFileWrapper::Flush();
   }
 
   int Close() override {
-    int code = base_->Close();
+    int code = EnvFileWrapper::Close();
     if (env_->ShouldFail(FaultEnv::kClose, path_)) return ERROR_WRITE_FAULT;
     return code;
   }
@@ -60,7 +58,6 @@ class FaultFile : public EnvFile {
  private:
   FaultEnv* const env_;
   const std::string path_;
-  std::unique_ptr<EnvFile> base_;
 };
 
 }  // namespace
