@@ -30,6 +30,7 @@
 #include "kordll/toolkit/KorlanDateTime.h"
 #include "kordll/toolkit/KorlanHTMLCtrl.h"
 #include "kordll/toolkit/PrintTemplate.h"
+#include "tools/DemoWalk.h"
 #include "tools/ToolCommand.h"
 
 namespace {
@@ -44,33 +45,7 @@ constexpr int kPostRelation = 4;
 constexpr int kPostsController = 3;
 const char16_t kDatabaseName[] = u"demo";
 
-// What every step shares: where to write, and whether all went well.
-class Walk {
- public:
-  Walk(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
-
-  std::ostream& out() { return out_; }
-
-  // Opens a step with its heading.
-  void Step(const char* heading) { out_ << "\n" << ++step_ << ". " << heading << "\n"; }
-
-  // Records a failure of the current step unless `ok`. Returns `ok`.
-  bool Expect(bool ok, const std::string& what) {
-    if (!ok) {
-      err_ << "kordll demo: step " << step_ << ": " << what << "\n";
-      failed_ = true;
-    }
-    return ok;
-  }
-
-  bool failed() const { return failed_; }
-
- private:
-  std::ostream& out_;
-  std::ostream& err_;
-  int step_ = 0;
-  bool failed_ = false;
-};
+using kordll_tool::Walk;
 
 std::string Quoted(const CString& text) {
   std::string quoted(1, '"');
@@ -345,14 +320,16 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   out << "KorDLL " << kordll::GetLibraryVersion() << " demo\n"
       << "data root " << kordll::Locations::GetDataRoot().ToUtf8() << "\n";
   Walk walk(out, err);
-  TextAndRuntime(walk);
-  FeedDates(walk);
-  HtmlText(walk);
-  Records(walk);
-  Profile(walk);
+  for (const kordll_tool::DemoStep& step : kordll_tool::DemoSteps()) step.run(walk);
   out << "\n" << (walk.failed() ? "Some steps failed." : "All steps done.") << "\n";
   return walk.failed() ? 1 : 0;
 }
+
+const kordll_tool::DemoStepRegistration kText{10, &TextAndRuntime};
+const kordll_tool::DemoStepRegistration kDates{20, &FeedDates};
+const kordll_tool::DemoStepRegistration kHtml{30, &HtmlText};
+const kordll_tool::DemoStepRegistration kRecords{40, &Records};
+const kordll_tool::DemoStepRegistration kProfile{50, &Profile};
 
 const kordll_tool::Registration kReg{"demo", "demo", "walk through what the library does", &Run};
 

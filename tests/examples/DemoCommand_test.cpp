@@ -15,10 +15,7 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/TimeZone.h"
 #include "tests/support/TempRoot.h"
-// The command and its registry are compiled into this test so that it can
-// run the command the way the tool does.
-#include "tools/DemoCommand.cpp"
-#include "tools/ToolCommand.cpp"
+#include "tools/ToolCommand.h"
 
 namespace kordll {
 namespace {

@@ -12,10 +12,7 @@
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 #include "tests/support/TempRoot.h"
-// The command and its registry are compiled into this test so that it can
-// run the command the way the tool does.
-#include "tools/FilterCommand.cpp"
-#include "tools/ToolCommand.cpp"
+#include "tools/ToolCommand.h"
 
 namespace kordll {
 namespace {

@@ -11,10 +11,7 @@
 #include <vector>
 
 #include "kordll/schema/GlobalRelationsCtrl.h"
-// The command and its registry are compiled into this test so that it can
-// run the command the way the tool does.
-#include "tools/SchemaCommand.cpp"
-#include "tools/ToolCommand.cpp"
+#include "tools/ToolCommand.h"
 
 namespace kordll {
 namespace {

@@ -8,10 +8,7 @@
 
 #include "kordll/platform/Clock.h"
 #include "kordll/platform/TimeZone.h"
-// The command and its registry are compiled into this test so that it can
-// run the command the way the tool does.
-#include "tools/DateCommand.cpp"
-#include "tools/ToolCommand.cpp"
+#include "tools/ToolCommand.h"
 
 namespace kordll {
 namespace {
