@@ -34,4 +34,10 @@ Preferences* SettingsEntryPoints::GetCurrentPreferences() { return nullptr; }
 
 CString SettingsEntryPoints::GetCurrentPreferencesSection() { return CString(); }
 
+CString SettingsEntryPoints::GetCurrentLogin() { return CString(); }
+
+int SettingsEntryPoints::SetCurrentPreferencesIntValue(int, int) { return 0; }
+
+CString SettingsEntryPoints::GetCurrentUserRunningPath() { return CString(); }
+
 }  // namespace kordll

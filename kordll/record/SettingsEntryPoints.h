@@ -41,6 +41,19 @@ class SettingsEntryPoints {
   // The profile section of the current settings record ("User-" and the
   // login), or "" while there is none.
   virtual CString GetCurrentPreferencesSection();
+
+  // The login of the current user ("" while there is none); the registry
+  // names the per-user profile sections ("User-%s\DBIDMap") with it.
+  virtual CString GetCurrentLogin();
+
+  // Stores a number setting of the current settings record (the registry
+  // keeps the next free database id this way). 1 when it was stored, 0
+  // when there is no settings record or the store failed.
+  virtual int SetCurrentPreferencesIntValue(int field, int value);
+
+  // The folder of the current user's own files (databases, the relation
+  // distribution file), or "" while there is no user.
+  virtual CString GetCurrentUserRunningPath();
 };
 
 }  // namespace kordll
