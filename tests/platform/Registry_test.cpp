@@ -15,15 +15,14 @@ namespace kordll {
 namespace {
 
 constexpr RegHive kUser = RegHive::kCurrentUser;
-
-std::string Utf8(const CString& s) { return s.ToUtf8(); }
+using Kind = TestHost::CallKind;
 
 class RegistryTest : public ::testing::Test {
  protected:
   RegistryTest() {
     Registry::CloseCurrent();
     Host::Install(&host_);
-    folder_ = Utf8(root_.ProfileFolder());
+    folder_ = root_.ProfileFolder().ToUtf8();
   }
   ~RegistryTest() override {
     Registry::CloseCurrent();
@@ -36,8 +35,9 @@ class RegistryTest : public ::testing::Test {
     EXPECT_EQ(r->QueryValue(kUser, key, name, &v), ERROR_SUCCESS) << name.ToUtf8();
     return v;
   }
-
-  CString RegistryFile() const { return root_.ProfileFolder() + "/registry.sqlite3"; }
+  static int Put(Registry* r, const CString& key, const CString& name, const RegValue& v) {
+    return r->SetValue(kUser, key, name, v, true);
+  }
 
   test::TempRoot root_;
   TestHost host_;
@@ -46,86 +46,59 @@ class RegistryTest : public ::testing::Test {
 
 TEST_F(RegistryTest, ValuesSurviveCloseAndReopenWithTheirTypesAndEveryUnitOfTheirText) {
   const std::u16string tricky = {u'a', 0x0000, u'b', 0xD800, u'c', 0xDFFF, 0xDBFF, 0x0000};
+  const struct {
+    const char* key;
+    const char* name;
+    RegValue value;
+  } rows[] = {
+      {"Software\\Kor\\App", "Count", RegValue::Dword(0xFFFFFFFFu)},
+      {"Software\\Kor\\App", "Big", RegValue::Qword(1ull << 40)},
+      {"Software\\Kor\\App", "Name", RegValue::String("Tidrel")},
+      {"Software\\Kor\\App", "Blob", RegValue::Binary(std::string("\0\x01\xFF", 3))},
+      {"K", "Password", RegValue::String(CString(tricky))},
+      {"K", "Empty", RegValue::String(CString())},
+  };
   {
     Registry r(folder_);
-    ASSERT_EQ(r.SetValue(kUser, "K", "Password", RegValue::String(CString(tricky)), true),
-              ERROR_SUCCESS);
-    ASSERT_EQ(r.SetValue(kUser, "K", "Empty", RegValue::String(CString()), true), ERROR_SUCCESS);
     ASSERT_FALSE(r.in_memory());
-    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Count", RegValue::Dword(0xFFFFFFFFu), true),
-              ERROR_SUCCESS);
-    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Big", RegValue::Qword(1ull << 40), true),
-              ERROR_SUCCESS);
-    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Name", RegValue::String("Tidrel"), true),
-              ERROR_SUCCESS);
-    EXPECT_EQ(r.SetValue(kUser, "Software\\Kor\\App", "Blob",
-                         RegValue::Binary(std::string("\0\x01\xFF", 3)), true),
-              ERROR_SUCCESS);
+    for (const auto& row : rows) ASSERT_EQ(Put(&r, row.key, row.name, row.value), ERROR_SUCCESS);
   }
   Registry r(folder_);
-  RegValue v = Get(&r, "Software\\Kor\\App", "Count");
-  EXPECT_EQ(v.type, REG_DWORD);
-  EXPECT_EQ(v.integer, 0xFFFFFFFFu);
-  v = Get(&r, "Software\\Kor\\App", "Big");
-  EXPECT_EQ(v.type, REG_QWORD);
-  EXPECT_EQ(v.integer, 1ull << 40);
-  v = Get(&r, "Software\\Kor\\App", "Name");
-  EXPECT_EQ(v.type, REG_SZ);
-  EXPECT_EQ(v.text, CString("Tidrel"));
-  v = Get(&r, "Software\\Kor\\App", "Blob");
-  EXPECT_EQ(v.type, REG_BINARY);
-  EXPECT_EQ(v.bytes, std::string("\0\x01\xFF", 3));
-  EXPECT_EQ(Get(&r, "K", "Password").text.str(), tricky);
-  v = Get(&r, "K", "Empty");
-  EXPECT_EQ(v.type, REG_SZ);
-  EXPECT_TRUE(v.text.IsEmpty());
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    RegValue v = Get(&r, row.key, row.name);
+    EXPECT_EQ(v.type, row.value.type);
+    EXPECT_EQ(v.integer, row.value.integer);
+    EXPECT_EQ(v.text.str(), row.value.text.str());
+    EXPECT_EQ(v.bytes, row.value.bytes);
+  }
+  EXPECT_EQ(host_.CountOf(Kind::kMessageBox), 0);
   // Two connections, as two applications of the family would have, see each
   // other's writes.
   Registry second(folder_);
-  ASSERT_EQ(second.SetValue(kUser, "Software\\Marsek", "UseGecko", RegValue::String("1"), true),
-            ERROR_SUCCESS);
+  ASSERT_EQ(Put(&second, "Software\\Marsek", "UseGecko", RegValue::String("1")), ERROR_SUCCESS);
   EXPECT_EQ(Get(&r, "Software\\Marsek", "UseGecko").text, CString("1"));
 }
 
 TEST_F(RegistryTest, KeysAndValueNamesIgnoreCaseAndKeepTheirSpelling) {
   Registry r(folder_);
-  ASSERT_EQ(r.SetValue(kUser, "Software\\Kor\\Über", "Größe", RegValue::Dword(7), true),
-            ERROR_SUCCESS);
+  ASSERT_EQ(Put(&r, "Software\\Kor\\Über", "Größe", RegValue::Dword(7)), ERROR_SUCCESS);
   RegValue v;
   ASSERT_EQ(r.QueryValue(kUser, "SOFTWARE\\kor\\über", "GRÖSSE", &v), ERROR_FILE_NOT_FOUND)
       << "simple case mapping does not turn ß into SS";
   EXPECT_EQ(Get(&r, "SOFTWARE\\kor\\über", "GRößE").integer, 7u);
 
   // Writing through another spelling replaces the same value.
-  ASSERT_EQ(r.SetValue(kUser, "software\\KOR\\ÜBER", "größe", RegValue::Dword(8), true),
-            ERROR_SUCCESS);
+  ASSERT_EQ(Put(&r, "software\\KOR\\ÜBER", "größe", RegValue::Dword(8)), ERROR_SUCCESS);
   std::vector<CString> names;
   ASSERT_EQ(r.EnumValues(kUser, "Software\\Kor\\Über", &names), ERROR_SUCCESS);
   ASSERT_EQ(names.size(), 1u);
   EXPECT_EQ(Get(&r, "Software\\Kor\\Über", "Größe").integer, 8u);
-
   // The key keeps the spelling it was created with.
   ASSERT_EQ(r.EnumKeys(kUser, "software\\kor", &names), ERROR_SUCCESS);
-  ASSERT_EQ(names.size(), 1u);
-  EXPECT_EQ(names[0], CString("Über"));
+  EXPECT_EQ(names, (std::vector<CString>{"Über"}));
   // Hives are apart.
   EXPECT_FALSE(r.KeyExists(RegHive::kLocalMachine, "Software\\Kor"));
-}
-
-TEST_F(RegistryTest, StringsKeepEveryUnitAcrossReopen) {
-  const std::u16string tricky = {u'a', 0x0000, u'b', 0xD800, u'c', 0xDFFF, 0xDBFF, 0x0000};
-  {
-    Registry r(folder_);
-    ASSERT_EQ(r.SetValue(kUser, "K", "Password", RegValue::String(CString(tricky)), true),
-              ERROR_SUCCESS);
-    ASSERT_EQ(r.SetValue(kUser, "K", "Empty", RegValue::String(CString()), true), ERROR_SUCCESS);
-  }
-  Registry r(folder_);
-  EXPECT_EQ(Get(&r, "K", "Password").text.str(), tricky);
-  RegValue v = Get(&r, "K", "Empty");
-  EXPECT_EQ(v.type, REG_SZ);
-  EXPECT_TRUE(v.text.IsEmpty());
 }
 
 TEST_F(RegistryTest, OnlyWrittenKeysOpenAndParentsComeWithThem) {
@@ -152,7 +125,7 @@ TEST_F(RegistryTest, OnlyWrittenKeysOpenAndParentsComeWithThem) {
 TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNamesAndValuesGoAlone) {
   Registry r(folder_);
   for (const char* key : {"A\\B", "A\\B\\C", "A\\B\\C\\D", "A\\B]", "A\\Bz", "A\\B2\\C"}) {
-    ASSERT_EQ(r.SetValue(kUser, key, "v", RegValue::String(key), true), ERROR_SUCCESS) << key;
+    ASSERT_EQ(Put(&r, key, "v", RegValue::String(key)), ERROR_SUCCESS) << key;
   }
   EXPECT_EQ(r.DeleteKey(kUser, "A\\B"), ERROR_ACCESS_DENIED) << "it has subkeys";
   EXPECT_EQ(r.DeleteKey(kUser, ""), ERROR_ACCESS_DENIED);
@@ -167,8 +140,7 @@ TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNamesAndValuesGoAlone
   EXPECT_FALSE(r.KeyExists(kUser, "A\\B\\C"));
   EXPECT_EQ(r.QueryValue(kUser, "A\\B\\C", "v", &v), ERROR_FILE_NOT_FOUND);
   for (const char* key : {"A\\B]", "A\\Bz", "A\\B2\\C"}) {
-    ASSERT_EQ(r.QueryValue(kUser, key, "v", &v), ERROR_SUCCESS) << key;
-    EXPECT_EQ(v.text, CString(key));
+    EXPECT_EQ(Get(&r, key, "v").text, CString(key)) << key;
   }
   std::vector<CString> names;
   ASSERT_EQ(r.EnumKeys(kUser, "A", &names), ERROR_SUCCESS);
@@ -178,8 +150,8 @@ TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNamesAndValuesGoAlone
   EXPECT_EQ(r.EnumKeys(kUser, "A\\B", &names), ERROR_FILE_NOT_FOUND);
 
   // Values change type in place and go without their key.
-  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(3), true), ERROR_SUCCESS);
-  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::String("3"), true), ERROR_SUCCESS);
+  ASSERT_EQ(Put(&r, "K", "v", RegValue::Dword(3)), ERROR_SUCCESS);
+  ASSERT_EQ(Put(&r, "K", "v", RegValue::String("3")), ERROR_SUCCESS);
   EXPECT_EQ(Get(&r, "K", "V").type, REG_SZ);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "V"), ERROR_SUCCESS);
   EXPECT_EQ(r.DeleteValue(kUser, "K", "v"), ERROR_FILE_NOT_FOUND);
@@ -187,19 +159,27 @@ TEST_F(RegistryTest, DeletingKeysKeepsNeighboursWithSimilarNamesAndValuesGoAlone
   EXPECT_TRUE(r.KeyExists(kUser, "K")) << "a key outlives its values";
 }
 
-// Each way a file can be unusable to SQLite; the damage writes the file into
-// `folder` and gives the bytes that must be kept aside unchanged.
-struct Damage {
-  const char* name;
-  std::function<void(const std::string& folder, const CString& file, std::string* bytes)> make;
-};
+// A registry file written in `folder` and read back into *bytes.
+void WriteRegistry(const std::string& folder, int keys, const CString& file, std::string* bytes) {
+  {
+    Registry r(folder);
+    for (int i = 0; i < keys; ++i) {
+      ASSERT_EQ(r.SetValue(kUser, CString::Formatted("Software\\Kor\\Key%d", i), "value",
+                           RegValue::String(CString(u'x', 200)), true),
+                ERROR_SUCCESS);
+    }
+  }
+  ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+}
 
 TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
-  const Damage damages[] = {
+  // Each way a file can be unusable: the damage writes the file into `folder`
+  // and gives the bytes that must be kept aside unchanged.
+  using Make = std::function<void(const std::string& folder, const CString& file, std::string*)>;
+  const std::pair<const char*, Make> damages[] = {
       {"garbage",
        [](const std::string&, const CString& file, std::string* bytes) {
-         *bytes = std::string(5000, 'x');
-         bytes->replace(0, 20, "not a database file ");
+         *bytes = "not a database file " + std::string(4980, 'x');
          ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
        }},
       // Not even switched to another journal mode.
@@ -218,14 +198,9 @@ TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
       // CORRUPT; such a file is set aside too.
       {"a file SQLite refuses with an ordinary error",
        [](const std::string& folder, const CString& file, std::string* bytes) {
-         {
-           Registry r(folder);
-           ASSERT_EQ(r.SetValue(kUser, "K", "old", RegValue::Dword(1), true), ERROR_SUCCESS);
-         }
-         ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+         WriteRegistry(folder, 1, file, bytes);
          ASSERT_GT(bytes->size(), 48u);
-         (*bytes)[44] = (*bytes)[45] = (*bytes)[46] = 0;
-         (*bytes)[47] = 9;
+         bytes->replace(44, 4, std::string("\0\0\0\x09", 4));
          ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
          sqlite3* db = nullptr;
          ASSERT_EQ(sqlite3_open(file.ToUtf8().c_str(), &db), SQLITE_OK);
@@ -237,48 +212,39 @@ TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
       // Every page but the first (the header and schema) overwritten with noise.
       {"damaged pages inside a real registry",
        [](const std::string& folder, const CString& file, std::string* bytes) {
-         {
-           Registry r(folder);
-           for (int i = 0; i < 400; ++i) {
-             ASSERT_EQ(r.SetValue(kUser, CString::Formatted("Software\\Kor\\Key%d", i), "value",
-                                  RegValue::String(CString(u'x', 200)), true),
-                       ERROR_SUCCESS);
-           }
-         }
-         ASSERT_EQ(FileSystem::ReadWholeFile(file, bytes), 1);
+         WriteRegistry(folder, 400, file, bytes);
          ASSERT_GT(bytes->size(), 40000u) << "the closing connection folds the journal in";
          for (size_t i = 4096; i < bytes->size(); ++i) (*bytes)[i] = (i * 131) & 0xFF;
          ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
        }},
   };
   int row = 0;
-  for (const Damage& damage : damages) {
-    SCOPED_TRACE(damage.name);
+  for (const auto& [name, make] : damages) {
+    SCOPED_TRACE(name);
     const std::string folder = folder_ + "/" + std::to_string(++row);
     const CString file = CString::FromUtf8(folder + "/registry.sqlite3");
     ASSERT_EQ(FileSystem::CreateDirectoryTree(CString::FromUtf8(folder)), 1);
-    std::string bytes;
-    damage.make(folder, file, &bytes);
+    std::string bytes, kept;
+    make(folder, file, &bytes);
     host_.ClearCalls();
     {
       Registry r(folder);
       EXPECT_FALSE(r.in_memory());
       EXPECT_EQ(r.set_aside_path(), folder + "/registry.sqlite3.damaged");
-      std::string kept;
       ASSERT_EQ(FileSystem::ReadWholeFile(file + ".damaged", &kept), 1);
       EXPECT_EQ(kept, bytes) << "the damaged file is renamed, never changed";
-      ASSERT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-      auto box = host_.LastOf(TestHost::CallKind::kMessageBox);
+      ASSERT_EQ(host_.CountOf(Kind::kMessageBox), 1);
+      auto box = host_.LastOf(Kind::kMessageBox);
       EXPECT_EQ(box->caption, CString("Registry"));
       EXPECT_NE(box->text.Find(CString("registry.sqlite3.damaged")), -1);
       EXPECT_FALSE(r.KeyExists(kUser, "Software\\Kor\\Key1"));
-      ASSERT_EQ(r.SetValue(kUser, "K", "new", RegValue::Dword(5), true), ERROR_SUCCESS);
+      ASSERT_EQ(Put(&r, "K", "new", RegValue::Dword(5)), ERROR_SUCCESS);
     }
     // The fresh file works and keeps what was written.
     Registry again(folder);
     EXPECT_FALSE(again.in_memory());
     EXPECT_EQ(Get(&again, "K", "new").integer, 5u);
-    EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+    EXPECT_EQ(host_.CountOf(Kind::kMessageBox), 1);
   }
   // A second damage does not replace the first one set aside.
   const std::string folder = folder_ + "/1";
@@ -296,10 +262,10 @@ TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
 TEST_F(RegistryTest, NoUsableFolderKeepsTheSessionInMemory) {
   // The profile folder's name is taken by a file.
   ASSERT_EQ(FileSystem::WriteWholeFile(root_.Path("notafolder"), "x"), 1);
-  Registry r(Utf8(root_.Path("notafolder")));
+  Registry r(root_.Path("notafolder").ToUtf8());
   EXPECT_TRUE(r.in_memory());
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-  ASSERT_EQ(r.SetValue(kUser, "K", "v", RegValue::Dword(9), true), ERROR_SUCCESS);
+  EXPECT_EQ(host_.CountOf(Kind::kMessageBox), 1);
+  ASSERT_EQ(Put(&r, "K", "v", RegValue::Dword(9)), ERROR_SUCCESS);
   EXPECT_EQ(Get(&r, "K", "v").integer, 9u);
   std::string content;
   ASSERT_EQ(FileSystem::ReadWholeFile(root_.Path("notafolder"), &content), 1);
@@ -310,12 +276,11 @@ TEST_F(RegistryTest, CurrentFollowsTheProfileFolderAndOldPointersFailSafely) {
   Registry* first = Registry::Current();
   EXPECT_EQ(first->file_path(), folder_ + "/registry.sqlite3");
   EXPECT_EQ(Registry::Current(), first);
-  ASSERT_EQ(first->SetValue(kUser, "K", "v", RegValue::Dword(1), true), ERROR_SUCCESS);
+  ASSERT_EQ(Put(first, "K", "v", RegValue::Dword(1)), ERROR_SUCCESS);
   Registry::CloseCurrent();
   RegValue v;
   EXPECT_EQ(first->QueryValue(kUser, "K", "v", &v), ERROR_REGISTRY_IO_FAILED);
-  ASSERT_EQ(Registry::Current()->QueryValue(kUser, "K", "v", &v), ERROR_SUCCESS);
-  EXPECT_EQ(v.integer, 1u);
+  EXPECT_EQ(Get(Registry::Current(), "K", "v").integer, 1u);
 }
 
 TEST(RegistryAfterTest, ALateCallAfterTheTestRootMakesNoFile) {
@@ -331,7 +296,7 @@ TEST(RegistryAfterTest, ALateCallAfterTheTestRootMakesNoFile) {
   Registry* late = Registry::Current();
   EXPECT_TRUE(late->in_memory());
   EXPECT_EQ(late->file_path(), "");
-  EXPECT_EQ(host.CountOf(TestHost::CallKind::kMessageBox), 1);
+  EXPECT_EQ(host.CountOf(Kind::kMessageBox), 1);
   Registry::CloseCurrent();
   Host::Install(nullptr);
 }
@@ -339,7 +304,7 @@ TEST(RegistryAfterTest, ALateCallAfterTheTestRootMakesNoFile) {
 // ---- The Win32-shaped calls --------------------------------------------------
 
 TEST_F(RegistryTest, Win32OpenCreateAndClose) {
-  HKEY key = nullptr;
+  HKEY key = nullptr, sub = nullptr;
   EXPECT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\Kor", 0, KEY_READ, &key),
             ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(key, nullptr);
@@ -348,15 +313,13 @@ TEST_F(RegistryTest, Win32OpenCreateAndClose) {
                            nullptr, &key, &disposition),
             ERROR_SUCCESS);
   EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
-  HKEY sub = nullptr;
   ASSERT_EQ(RegCreateKeyEx(key, "App", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub, &disposition),
             ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(sub), ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
-  uint32_t dummy = 0;
-  EXPECT_EQ(RegSetValueEx(key, "x", 0, REG_DWORD, reinterpret_cast<uint8_t*>(&dummy), 4),
-            ERROR_INVALID_HANDLE);
+  const uint8_t four[4] = {1, 0, 0, 0};
+  EXPECT_EQ(RegSetValueEx(key, "x", 0, REG_DWORD, four, 4), ERROR_INVALID_HANDLE);
   ASSERT_EQ(RegOpenKeyEx(HKEY_CURRENT_USER, "software\\kor\\app", 0, KEY_READ, &key),
             ERROR_SUCCESS);
   EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
@@ -365,7 +328,6 @@ TEST_F(RegistryTest, Win32OpenCreateAndClose) {
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor\\Gone", &key), ERROR_SUCCESS);
   ASSERT_EQ(RegDeleteKey(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_ACCESS_DENIED);
   ASSERT_EQ(RegDeleteTree(HKEY_CURRENT_USER, "Software\\Kor"), ERROR_SUCCESS);
-  const uint8_t four[4] = {1, 0, 0, 0};
   EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 4), ERROR_KEY_DELETED);
   EXPECT_FALSE(Registry::Current()->KeyExists(kUser, "Software\\Kor\\Gone"));
   RegCloseKey(key);
@@ -374,34 +336,31 @@ TEST_F(RegistryTest, Win32OpenCreateAndClose) {
 TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) {
   HKEY key = nullptr;
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
-  // Written without a terminator, as the start-up entry writer does.
   const char16_t text[] = u"abc";
-  ASSERT_EQ(RegSetValueEx(key, "NoTerm", 0, REG_SZ, reinterpret_cast<const uint8_t*>(text), 6),
-            ERROR_SUCCESS);
-  // Written with one, as most writers do.
-  ASSERT_EQ(RegSetValueEx(key, "Term", 0, REG_SZ, reinterpret_cast<const uint8_t*>(text), 8),
-            ERROR_SUCCESS);
+  const uint8_t* bytes = reinterpret_cast<const uint8_t*>(text);
+  // Written without a terminator, as the start-up entry writer does, and with
+  // one, as most writers do.
+  ASSERT_EQ(RegSetValueEx(key, "NoTerm", 0, REG_SZ, bytes, 6), ERROR_SUCCESS);
+  ASSERT_EQ(RegSetValueEx(key, "Term", 0, REG_SZ, bytes, 8), ERROR_SUCCESS);
   for (const char* name : {"NoTerm", "Term"}) {
+    SCOPED_TRACE(name);
     uint32_t type = 0, size = 0;
     ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, nullptr, &size), ERROR_SUCCESS);
     EXPECT_EQ(type, REG_SZ);
-    EXPECT_EQ(size, 8u) << name;
+    EXPECT_EQ(size, 8u);
     char16_t buffer[8] = {u'?', u'?', u'?', u'?', u'?', u'?', u'?', u'?'};
+    uint8_t* out = reinterpret_cast<uint8_t*>(buffer);
     size = 6;
-    EXPECT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer), &size),
-              ERROR_MORE_DATA);
+    EXPECT_EQ(RegQueryValueEx(key, name, nullptr, &type, out, &size), ERROR_MORE_DATA);
     EXPECT_EQ(size, 8u);
     EXPECT_EQ(buffer[0], u'?') << "nothing is copied into a short buffer";
     size = sizeof(buffer);
-    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, reinterpret_cast<uint8_t*>(buffer), &size),
-              ERROR_SUCCESS);
+    ASSERT_EQ(RegQueryValueEx(key, name, nullptr, &type, out, &size), ERROR_SUCCESS);
     EXPECT_EQ(size, 8u);
     EXPECT_EQ(std::u16string(buffer, 4), std::u16string(u"abc\0", 4));
   }
-  RegValue v;
-  ASSERT_EQ(Registry::Current()->QueryValue(RegHive::kCurrentUser, "Software\\Kor", "Term", &v),
-            ERROR_SUCCESS);
-  EXPECT_EQ(v.text, CString("abc")) << "the terminator is not part of the text";
+  EXPECT_EQ(Get(Registry::Current(), "Software\\Kor", "Term").text, CString("abc"))
+      << "the terminator is not part of the text";
   uint32_t size = 8;
   EXPECT_EQ(RegQueryValueEx(key, "Missing", nullptr, nullptr, nullptr, &size),
             ERROR_FILE_NOT_FOUND);
@@ -409,7 +368,7 @@ TEST_F(RegistryTest, Win32StringsComeWithOneTerminatorAndBufferSizesAreChecked) 
 }
 
 TEST_F(RegistryTest, Win32IntegersAccessRightsAndEnumeration) {
-  HKEY key = nullptr;
+  HKEY key = nullptr, child = nullptr;
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
   const uint8_t four[4] = {0x78, 0x56, 0x34, 0x12};
   EXPECT_EQ(RegSetValueEx(key, "n", 0, REG_DWORD, four, 3), ERROR_INVALID_PARAMETER);
@@ -434,11 +393,10 @@ TEST_F(RegistryTest, Win32IntegersAccessRightsAndEnumeration) {
   RegCloseKey(key);
 
   ASSERT_EQ(RegCreateKey(HKEY_CURRENT_USER, "Software\\Kor", &key), ERROR_SUCCESS);
-  HKEY child = nullptr;
-  ASSERT_EQ(RegCreateKey(key, "Beta", &child), ERROR_SUCCESS);
-  RegCloseKey(child);
-  ASSERT_EQ(RegCreateKey(key, "alpha", &child), ERROR_SUCCESS);
-  RegCloseKey(child);
+  for (const char* name : {"Beta", "alpha"}) {
+    ASSERT_EQ(RegCreateKey(key, name, &child), ERROR_SUCCESS);
+    RegCloseKey(child);
+  }
   ASSERT_EQ(RegSetValueEx(key, "Count", 0, REG_DWORD, four, 4), ERROR_SUCCESS);
   CString name;
   ASSERT_EQ(RegEnumKeyEx(key, 0, &name), ERROR_SUCCESS);
