@@ -100,10 +100,8 @@ bool FaultEnv::ShouldFail(Kind kind, const std::string& path) {
     --p.skip;
     return false;
   }
-  if (p.count != kForever) {
-    if (p.count == 0) return false;
-    --p.count;
-  }
+  if (p.count == 0) return false;
+  if (p.count != kForever) --p.count;
   ++p.injected;
   return true;
 }
@@ -119,13 +117,11 @@ int FaultEnv::OpenFile(const std::string& path, uint32_t access, int disposition
 }
 
 int FaultEnv::RemoveFolder(const std::string& path) {
-  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
-  return base()->RemoveFolder(path);
+  return ShouldFail(kDelete, path) ? ERROR_ACCESS_DENIED : base()->RemoveFolder(path);
 }
 
 int FaultEnv::MoveFile(const std::string& from, const std::string& to) {
-  if (ShouldFail(kMove, from)) return ERROR_ACCESS_DENIED;
-  return base()->MoveFile(from, to);
+  return ShouldFail(kMove, from) ? ERROR_ACCESS_DENIED : base()->MoveFile(from, to);
 }
 
 int FaultEnv::CopyFile(const std::string& from, const std::string& to, bool fail_if_exists) {
@@ -135,13 +131,11 @@ int FaultEnv::CopyFile(const std::string& from, const std::string& to, bool fail
 }
 
 int FaultEnv::DeleteFile(const std::string& path) {
-  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
-  return base()->DeleteFile(path);
+  return ShouldFail(kDelete, path) ? ERROR_ACCESS_DENIED : base()->DeleteFile(path);
 }
 
 int FaultEnv::DeleteFolderTree(const std::string& path) {
-  if (ShouldFail(kDelete, path)) return ERROR_ACCESS_DENIED;
-  return base()->DeleteFolderTree(path);
+  return ShouldFail(kDelete, path) ? ERROR_ACCESS_DENIED : base()->DeleteFolderTree(path);
 }
 
 }  // namespace test

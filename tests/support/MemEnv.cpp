@@ -37,12 +37,9 @@ class MemFile : public EnvFile {
   int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
     std::lock_guard<std::mutex> l(data_->mu);
     const std::string& b = data_->bytes;
-    uint32_t n = 0;
-    if (offset < static_cast<int64_t>(b.size())) {
-      n = static_cast<uint32_t>(std::min<int64_t>(count, b.size() - offset));
-      std::copy_n(b.data() + offset, n, static_cast<char*>(buffer));
-    }
-    *read = n;
+    *read = static_cast<uint32_t>(
+        std::clamp<int64_t>(static_cast<int64_t>(b.size()) - offset, 0, count));
+    if (*read > 0) std::copy_n(b.data() + offset, *read, static_cast<char*>(buffer));
     return ERROR_SUCCESS;
   }
 
@@ -239,22 +236,17 @@ int MemEnv::CreateSymbolicLink(const std::string&, const std::string&) {
 int MemEnv::ResolvePath(const std::string& path, std::string* resolved) {
   if (path.empty() || path[0] != '/') return ERROR_PATH_NOT_FOUND;
   std::string out = "/";
-  size_t start = 1;
-  while (start <= path.size()) {
-    size_t end = path.find('/', start);
-    if (end == std::string::npos) end = path.size();
+  for (size_t start = 1, end; start <= path.size(); start = end + 1) {
+    end = std::min(path.find('/', start), path.size());
     const std::string part = path.substr(start, end - start);
-    start = end + 1;
     if (part.empty() || part == ".") continue;
     if (part == "..") {
       out = ParentOf(out);
-      if (out.empty()) out = "/";
       continue;
     }
-    out = out == "/" ? "/" + part : out + "/" + part;
+    out = (out == "/" ? "" : out) + "/" + part;
     EnvStat st;
-    int code = Stat(out, /*follow_link=*/true, &st);
-    if (code != ERROR_SUCCESS) return code;
+    if (int code = Stat(out, /*follow_link=*/true, &st); code != ERROR_SUCCESS) return code;
   }
   *resolved = out;
   return ERROR_SUCCESS;

@@ -1,5 +1,7 @@
 #include "tests/support/TempRoot.h"
 
+#include <vector>
+
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/platform/Registry.h"
@@ -16,17 +18,14 @@ TempRoot::TempRoot(int options) {
   root_ = made;
   Locations::ResetForTesting();
   Locations::SetRootForTesting(root_);
-  for (const char* sub : {"config", "data", "downloads", "home"}) {
+  std::vector<const char*> subs = {"config", "data", "downloads", "home"};
+  if (options & kWithProgramFolder) subs.push_back("program");
+  for (const char* sub : subs) {
     if (!FileSystem::CreateDirectory(Path(sub))) {
       ADD_FAILURE() << "TempRoot: cannot make " << Path(sub).ToUtf8();
     }
   }
-  if (options & kWithProgramFolder) {
-    if (!FileSystem::CreateDirectory(Path("program"))) {
-      ADD_FAILURE() << "TempRoot: cannot make " << Path("program").ToUtf8();
-    }
-    Locations::SetProgramFolder(Path("program"));
-  }
+  if (options & kWithProgramFolder) Locations::SetProgramFolder(Path("program"));
 }
 
 TempRoot::~TempRoot() {

@@ -4,6 +4,33 @@
 
 namespace kordll {
 
+namespace {
+
+// The first scripted answer, taken from its queue, or `fallback` when none is left.
+template <typename T>
+T Next(std::deque<T>* queue, T fallback) {
+  if (queue->empty()) return fallback;
+  T answer = std::move(queue->front());
+  queue->pop_front();
+  return answer;
+}
+
+// Adds a script entry under the host's lock.
+template <typename T, typename V>
+void Push(std::mutex& mutex, std::deque<T>* queue, V value) {
+  std::lock_guard<std::mutex> lock(mutex);
+  queue->push_back(std::move(value));
+}
+
+TestHost::Call MakeCall(TestHost::CallKind kind, unsigned flags = 0) {
+  TestHost::Call call;
+  call.kind = kind;
+  call.flags = flags;
+  return call;
+}
+
+}  // namespace
+
 // A progress window that reports what is done to it to its host.
 class TestHost::Window : public HostProgressWindow {
  public:
@@ -24,54 +51,28 @@ TestHost::~TestHost() = default;
 // ---- Scripting --------------------------------------------------------------
 
 void TestHost::QueueDialog(std::vector<DialogPress> presses) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  dialogs_.push_back(std::move(presses));
+  Push(mutex_, &dialogs_, std::move(presses));
 }
 
-TestHost::DialogPress TestHost::Press(int button) {
-  DialogPress press;
-  press.button = button;
-  return press;
-}
+TestHost::DialogPress TestHost::Press(int button) { return DialogPress{button}; }
 
 TestHost::DialogPress TestHost::PressWithCheck(int button, int check_value) {
-  DialogPress press;
-  press.button = button;
-  press.checkValue = check_value;
-  return press;
+  return DialogPress{button, -1, check_value};
 }
 
-TestHost::DialogPress TestHost::ChooseCommand(int command) {
-  DialogPress press;
-  press.button = 0;
-  press.command = command;
-  return press;
-}
+TestHost::DialogPress TestHost::ChooseCommand(int command) { return DialogPress{0, command}; }
 
-void TestHost::QueueMenuChoice(int command) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  menus_.push_back(command);
-}
+void TestHost::QueueMenuChoice(int command) { Push(mutex_, &menus_, command); }
 
 void TestHost::QueueSaveFile(int answer, const CString& path) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  save_files_.emplace_back(answer, path);
+  Push(mutex_, &save_files_, std::make_pair(answer, path));
 }
 
-void TestHost::QueueMessageBoxAnswer(int answer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  message_boxes_.push_back(answer);
-}
+void TestHost::QueueMessageBoxAnswer(int answer) { Push(mutex_, &message_boxes_, answer); }
 
-void TestHost::QueueShellExecuteAnswer(intptr_t answer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  shell_executes_.push_back(answer);
-}
+void TestHost::QueueShellExecuteAnswer(intptr_t answer) { Push(mutex_, &shell_executes_, answer); }
 
-void TestHost::QueuePlaySoundAnswer(int answer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  sounds_.push_back(answer);
-}
+void TestHost::QueuePlaySoundAnswer(int answer) { Push(mutex_, &sounds_, answer); }
 
 void TestHost::SetProgressWindowsFail(bool fail) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -117,17 +118,14 @@ bool TestHost::IsProgressWindowAlive(int window) const {
 
 bool TestHost::IsProgressWindowVisible(int window) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return window >= 0 && window < static_cast<int>(windows_.size()) && windows_[window].alive &&
-         windows_[window].visible;
+  return window >= 0 && window < static_cast<int>(windows_.size()) && windows_[window].visible;
 }
 
 bool TestHost::ClickProgressButton(int window, int button) {
   HostProgressClient* client = nullptr;
+  if (!IsProgressWindowAlive(window)) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (window < 0 || window >= static_cast<int>(windows_.size()) || !windows_[window].alive) {
-      return false;
-    }
     client = windows_[window].client;
   }
   if (client != nullptr) client->OnProgressButton(button);
@@ -140,63 +138,45 @@ void TestHost::Record(Call call) {
 }
 
 void TestHost::OnWindowShow(int window, bool visible) {
-  Call call;
-  call.kind = visible ? CallKind::kProgressShow : CallKind::kProgressHide;
+  Call call = MakeCall(visible ? CallKind::kProgressShow : CallKind::kProgressHide);
   call.window = window;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (window >= 0 && window < static_cast<int>(windows_.size())) {
-    windows_[window].visible = visible;
-  }
+  windows_[window].visible = visible;
   calls_.push_back(std::move(call));
 }
 
 void TestHost::OnWindowInvalidate(int window, ProgressPart part) {
-  Call call;
-  call.kind = CallKind::kProgressInvalidate;
+  Call call = MakeCall(CallKind::kProgressInvalidate);
   call.window = window;
   call.part = part;
   Record(std::move(call));
 }
 
 void TestHost::OnWindowDestroyed(int window) {
-  Call call;
-  call.kind = CallKind::kProgressDestroy;
+  Call call = MakeCall(CallKind::kProgressDestroy);
   call.window = window;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (window >= 0 && window < static_cast<int>(windows_.size())) {
-    windows_[window].alive = false;
-    windows_[window].visible = false;
-  }
+  windows_[window].alive = windows_[window].visible = false;
   calls_.push_back(std::move(call));
 }
 
 // ---- Host -------------------------------------------------------------------
 
 int TestHost::DoModal(const HostDialog& dialog, HostDialogHandler* handler) {
-  Call call;
-  call.kind = CallKind::kDoModal;
+  Call call = MakeCall(CallKind::kDoModal);
   call.text = dialog.text;
   call.caption = dialog.title;
   call.dialog = dialog;
-  if (handler == nullptr) {
-    Record(std::move(call));
-    return 0;
-  }
   std::vector<DialogPress> script;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!dialogs_.empty()) {
-      script = std::move(dialogs_.front());
-      dialogs_.pop_front();
-    }
-  }
-  // The dialog is recorded before the handler runs, so that calls the
-  // handler makes (a menu from the second button) come after it.
   size_t index;
   {
+    // The dialog is recorded before the handler runs, so that calls the
+    // handler makes (a menu from the second button) come after it.
     std::lock_guard<std::mutex> lock(mutex_);
     index = calls_.size();
-    calls_.push_back(call);
+    calls_.push_back(std::move(call));
+    if (handler == nullptr) return 0;
+    script = Next(&dialogs_, std::vector<DialogPress>());
   }
   bool closed = false;
   int check = dialog.checkValue;
@@ -211,10 +191,7 @@ int TestHost::DoModal(const HostDialog& dialog, HostDialogHandler* handler) {
                  ? handler->OnDialogCommand(press.command, press.checkValue)
                  : handler->OnDialogButton(press.button, press.checkValue, press.x, press.y);
   };
-  for (const DialogPress& press : script) {
-    if (closed) break;
-    report(press);
-  }
+  for (size_t i = 0; i < script.size() && !closed; ++i) report(script[i]);
   // A dialog still open when its script ends is closed as the headless host
   // closes it, whatever the handler answers, so that no test can hang here.
   if (!closed) report(Press(3));
@@ -223,119 +200,75 @@ int TestHost::DoModal(const HostDialog& dialog, HostDialogHandler* handler) {
 
 int TestHost::TrackPopupMenu(const std::vector<HostMenuItem>& menu, unsigned flags, int x, int y,
                              intptr_t owner) {
-  Call call;
-  call.kind = CallKind::kTrackPopupMenu;
+  Call call = MakeCall(CallKind::kTrackPopupMenu, flags);
   call.menu = menu;
-  call.flags = flags;
   call.x = x;
   call.y = y;
   call.owner = owner;
   std::lock_guard<std::mutex> lock(mutex_);
-  int answer = 0;
-  if (!menus_.empty()) {
-    answer = menus_.front();
-    menus_.pop_front();
-  }
-  call.answer = answer;
-  calls_.push_back(std::move(call));
-  return answer;
+  call.answer = Next(&menus_, 0);
+  calls_.push_back(call);
+  return static_cast<int>(call.answer);
 }
 
 std::unique_ptr<HostProgressWindow> TestHost::CreateProgressWindow(HostProgressClient* client) {
-  Call call;
-  call.kind = CallKind::kCreateProgressWindow;
+  Call call = MakeCall(CallKind::kCreateProgressWindow);
   std::lock_guard<std::mutex> lock(mutex_);
-  if (progress_fail_ || client == nullptr) {
-    call.answer = 0;
-    calls_.push_back(std::move(call));
-    return nullptr;
+  const bool made = !progress_fail_ && client != nullptr;
+  if (made) {
+    call.window = static_cast<int>(windows_.size());
+    windows_.push_back(WindowState{client});
   }
-  int index = static_cast<int>(windows_.size());
-  WindowState state;
-  state.client = client;
-  windows_.push_back(state);
-  call.window = index;
-  call.answer = 1;
-  calls_.push_back(std::move(call));
-  return std::make_unique<Window>(this, index);
+  call.answer = made ? 1 : 0;
+  calls_.push_back(call);
+  return made ? std::make_unique<Window>(this, call.window) : nullptr;
 }
 
 int TestHost::GetSaveFileName(const HostFileDialog& dialog, CString* path) {
-  Call call;
-  call.kind = CallKind::kGetSaveFileName;
+  Call call = MakeCall(CallKind::kGetSaveFileName, dialog.flags);
   call.fileDialog = dialog;
-  call.flags = dialog.flags;
   std::lock_guard<std::mutex> lock(mutex_);
-  int answer = IDCANCEL;
-  if (!save_files_.empty()) {
-    answer = save_files_.front().first;
-    call.answerText = save_files_.front().second;
-    save_files_.pop_front();
-    if (answer == IDOK && path != nullptr) *path = call.answerText;
-  }
+  auto [answer, text] = Next(&save_files_, std::pair<int, CString>(IDCANCEL, CString()));
+  if (answer == IDOK && path != nullptr) *path = text;
   call.answer = answer;
+  call.answerText = text;
   calls_.push_back(std::move(call));
   return answer;
 }
 
 int TestHost::MessageBox(const CString& text, const CString& caption, unsigned type) {
-  Call call;
-  call.kind = CallKind::kMessageBox;
+  Call call = MakeCall(CallKind::kMessageBox, type);
   call.text = text;
   call.caption = caption;
-  call.flags = type;
   std::lock_guard<std::mutex> lock(mutex_);
-  int answer = HeadlessHost::ClosedMessageBoxAnswer(type);
-  if (!message_boxes_.empty()) {
-    answer = message_boxes_.front();
-    message_boxes_.pop_front();
-  }
-  call.answer = answer;
-  calls_.push_back(std::move(call));
-  return answer;
+  call.answer = Next(&message_boxes_, HeadlessHost::ClosedMessageBoxAnswer(type));
+  calls_.push_back(call);
+  return static_cast<int>(call.answer);
 }
 
 intptr_t TestHost::ShellExecute(const CString& operation, const CString& file,
                                 const CString& parameters, const CString& directory,
                                 int showCommand) {
-  Call call;
-  call.kind = CallKind::kShellExecute;
+  Call call = MakeCall(CallKind::kShellExecute, static_cast<unsigned>(showCommand));
   call.caption = operation;
   call.text = file;
   call.parameters = parameters;
   call.directory = directory;
-  call.flags = static_cast<unsigned>(showCommand);
   std::lock_guard<std::mutex> lock(mutex_);
-  intptr_t answer = 0;
-  if (!shell_executes_.empty()) {
-    answer = shell_executes_.front();
-    shell_executes_.pop_front();
-  }
-  call.answer = answer;
-  calls_.push_back(std::move(call));
-  return answer;
+  call.answer = Next<intptr_t>(&shell_executes_, 0);
+  calls_.push_back(call);
+  return call.answer;
 }
 
 int TestHost::PlaySound(const CString& path, unsigned flags) {
-  Call call;
-  call.kind = CallKind::kPlaySound;
+  Call call = MakeCall(CallKind::kPlaySound, flags);
   call.text = path;
-  call.flags = flags;
   std::lock_guard<std::mutex> lock(mutex_);
-  int answer = 0;
-  if (!sounds_.empty()) {
-    answer = sounds_.front();
-    sounds_.pop_front();
-  }
-  call.answer = answer;
-  calls_.push_back(std::move(call));
-  return answer;
+  call.answer = Next(&sounds_, 0);
+  calls_.push_back(call);
+  return static_cast<int>(call.answer);
 }
 
-void TestHost::HideMainWindow() {
-  Call call;
-  call.kind = CallKind::kHideMainWindow;
-  Record(std::move(call));
-}
+void TestHost::HideMainWindow() { Record(MakeCall(CallKind::kHideMainWindow)); }
 
 }  // namespace kordll
