@@ -165,28 +165,26 @@ TEST_F(LocationsTest, LinksLeadingOutAreRefused) {
   EXPECT_FALSE(Locations::IsPathInside(dl, P("dl-alias/a")));
 }
 
-TEST_F(LocationsTest, DrivePathsMapBelowTheDataRoot) {
-  CString data = root_.DataRoot();
-  EXPECT_EQ(data + "/drive_d/Feeds/x.xml", Locations::MapDrivePath("D:\\Feeds\\x.xml"));
-  EXPECT_EQ(data + "/drive_d/Feeds/x.xml", Locations::MapDrivePath("d:/Feeds//x.xml"));
-  EXPECT_EQ(data + "/drive_e", Locations::MapDrivePath("E:\\"));
-  EXPECT_EQ(data + "/drive_e", Locations::MapDrivePath("E:"));
-  // ".." stops at the drive's root.
-  EXPECT_EQ(data + "/drive_e/etc/passwd", Locations::MapDrivePath("E:\\..\\..\\etc\\passwd"));
-  EXPECT_EQ(data + "/drive_c/Program Files", Locations::MapDrivePath("C:\\Program Files\\"));
-}
-
-TEST_F(LocationsTest, TheDesignsDownloadFolderIsTheDownloadFolder) {
-  CString dl = root_.DownloadFolder();
-  EXPECT_EQ(dl, Locations::MapDrivePath("C:\\Tidrel Downloads\\"));
-  EXPECT_EQ(dl, Locations::MapDrivePath("c:\\Tidrel Downloads"));
-  EXPECT_EQ(dl + "/show/ep1.mp3", Locations::MapDrivePath("C:\\TIDREL DOWNLOADS\\show\\ep1.mp3"));
-  EXPECT_EQ(dl + "/x", Locations::MapDrivePath("C:\\Tidrel Downloads\\..\\Tidrel Downloads\\x"));
-  EXPECT_EQ(root_.DataRoot() + "/drive_d/Tidrel Downloads",
-            Locations::MapDrivePath("D:\\Tidrel Downloads"));
-}
-
-TEST(LocationsPathTest, OtherTextsAreNotDrivePaths) {
+TEST_F(LocationsTest, DrivePathsMapBelowTheDataRootAndTheDesignsDownloadFolderIsOurs) {
+  const CString data = root_.DataRoot(), dl = root_.DownloadFolder();
+  const struct {
+    const char* path;
+    CString mapped;
+  } rows[] = {
+      {"D:\\Feeds\\x.xml", data + "/drive_d/Feeds/x.xml"},
+      {"d:/Feeds//x.xml", data + "/drive_d/Feeds/x.xml"},
+      {"E:\\", data + "/drive_e"},
+      {"E:", data + "/drive_e"},
+      {"E:\\..\\..\\etc\\passwd", data + "/drive_e/etc/passwd"},  // ".." stops at the root
+      {"C:\\Program Files\\", data + "/drive_c/Program Files"},
+      {"C:\\Tidrel Downloads\\", dl},
+      {"c:\\Tidrel Downloads", dl},
+      {"C:\\TIDREL DOWNLOADS\\show\\ep1.mp3", dl + "/show/ep1.mp3"},
+      {"C:\\Tidrel Downloads\\..\\Tidrel Downloads\\x", dl + "/x"},
+      {"D:\\Tidrel Downloads", data + "/drive_d/Tidrel Downloads"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.mapped, Locations::MapDrivePath(row.path)) << row.path;
+  // Other texts are not drive paths.
   for (const char* text : {"/usr/x", "relative\\x", "CC:\\x", "1:\\x", "C:x", "", "http://x/y"})
     EXPECT_EQ(text, Locations::MapDrivePath(text));
 }
