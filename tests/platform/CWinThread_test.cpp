@@ -100,6 +100,11 @@ std::unique_ptr<RecordingThread> Kept(Journal* journal, int init_answer = 1) {
   return thread;
 }
 
+// Posts each {message, wParam} in turn; every post must be taken.
+void Post(CWinThread* thread, std::initializer_list<std::pair<unsigned, intptr_t>> msgs) {
+  for (const auto& [message, w] : msgs) ASSERT_EQ(1, thread->PostThreadMessage(message, w, 0));
+}
+
 TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
   Journal journal;
   auto thread = Kept(&journal);
@@ -125,9 +130,7 @@ TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
 TEST(CWinThreadTest, QuitEndsTheLoopAndLaterMessagesAreHandedBack) {
   Journal journal;
   auto thread = Kept(&journal);
-  ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 9, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(2, 0, 0));  // behind the quit: never handled
+  Post(thread.get(), {{1, 0}, {kMsgQuit, 9}, {2, 0}});  // 2 is behind the quit: never handled
   ASSERT_EQ(1, thread->CreateThread());
   ASSERT_EQ(1, thread->WaitForExit(20000));
   EXPECT_EQ(9u, thread->GetExitCode());
@@ -143,8 +146,7 @@ TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
   RecordingThread* thread = AfxBeginThread<RecordingThread>(&journal);
   ASSERT_NE(nullptr, thread);
   const unsigned id = thread->GetThreadId();
-  ASSERT_EQ(1, thread->PostThreadMessage(7, 0, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(500, 4, 0));  // the handler asks to quit
+  Post(thread, {{7, 0}, {500, 4}});  // the handler of 500 asks to quit
   ASSERT_TRUE(journal.WaitForEntry("dtor"));
   // The object was deleted after its last handler and after ExitInstance,
   // by the thread itself once it no longer counted as a CWinThread.
@@ -197,11 +199,7 @@ TEST(CWinThreadTest, PumpInsideAHandlerRunsWaitingMessagesAndKeepsTheQuit) {
   // 501 pumps: it runs 20 and 21 from inside its handler, then meets the
   // quit, puts it back and stops. A put-back quit comes after every posted
   // message, so the loop still runs 22 before it ends.
-  ASSERT_EQ(1, thread->PostThreadMessage(501, 0, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(20, 0, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(21, 0, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 6, 0));
-  ASSERT_EQ(1, thread->PostThreadMessage(22, 0, 0));
+  Post(thread.get(), {{501, 0}, {20, 0}, {21, 0}, {kMsgQuit, 6}, {22, 0}});
   ASSERT_EQ(1, thread->CreateThread());
   ASSERT_EQ(1, thread->WaitForExit(20000));
   std::vector<unsigned> order;
