@@ -1,0 +1,189 @@
+// The older settings record: a new user's set-up, the grouped bit setters,
+// the ranking values by rank mode, the packed melody and proxy field, skins,
+// a record kept in the user's record store, and logins that may not name a
+// folder.
+
+#include "kordll/settings/UserPreferences.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "kordll/record/AZeusDB.h"
+#include "kordll/record/LibraryLifetime.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+using S = CString;
+
+class UserPreferencesTest : public test::TempRootTest {
+ protected:
+  UserPreferencesTest() { KordllProcessAttach(); }
+  GlobalRelationsCtrl catalogue_;
+};
+
+TEST_F(UserPreferencesTest, ANewUserIsSetUpAsTheApplicationExpects) {
+  UserPreferences user;
+  EXPECT_EQ(user.CheckRankingBehaviour(63), 0);  // no ranking value applies
+  EXPECT_EQ(user.GetLinkCheckingAutoRankingValue(), 0);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kMaxSocketThreads), 20);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kReadingPageSize), 10);
+  EXPECT_EQ(user.GetAuthorNotifPriorityLevel(), 5);
+  EXPECT_EQ(user.IsAlwaysAutoUpdate(), 1);
+  EXPECT_EQ(user.GetVirtualChannelNotif(), 1);
+  // Authors and categories are notified (their "do not" bits are clear).
+  EXPECT_EQ(user.CheckNotificationBehaviour(0x20 | 0x200), 0);
+  EXPECT_EQ(user.GetNotificationMelodyFileName(), S("Notify.wav"));
+  EXPECT_EQ(user.GetSkin(), S("DefaultSkin.tsf"));
+  // A bit field never written is stored as 0 by the first check.
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kGeneralState), -1);
+  EXPECT_EQ(user.IsUserInitialized(), 1);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kGeneralState), 0);
+  // A level holding 0 is written as 5.
+  user.SetValueInt(UserPreferences::kChannelNotifLevel, 0, 1);
+  EXPECT_EQ(user.GetChannelNotifPriorityLevel(), 5);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kChannelNotifLevel), 5);
+  // Read performance: a day count of 0 divides by 1.
+  user.IncrementReadPostCount(7);
+  EXPECT_EQ(user.GetUserReadPerformance(), 7);
+  user.SetValueInt(UserPreferences::kLoginDays, 2, 1);
+  EXPECT_EQ(user.GetUserReadPerformance(), 3);
+}
+
+TEST_F(UserPreferencesTest, SettingABitOfAGroupClearsTheRestOfTheGroupOnly) {
+  UserPreferences user;
+  user.SetConditionalAutoUpdate(1);
+  EXPECT_EQ(user.IsAlwaysAutoUpdate(), 0);
+  EXPECT_EQ(user.IsConditionalAutoUpdate(), 1);
+  user.SetUpdateBehaviour(0x20, 0);
+  user.SetUpdateBehaviour(0x40, 0);
+  EXPECT_EQ(user.CheckUpdateBehaviour(0x20), 0);
+  EXPECT_EQ(user.CheckUpdateBehaviour(0x4 | 0x40), 1);
+  user.SetRankingBehaviour(0x1 | 0x40, 0);
+  user.SetRankingBehaviour(0x8, 0);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kRankingBehaviour), 0x8 | 0x40);
+  // In the notification field a channel bit set with 0x8 keeps its group.
+  user.SetNotificationBehaviour(0x1 | 0x8, 0);
+  EXPECT_EQ(user.CheckNotificationBehaviour(0x2), 1);
+  user.SetNotificationBehaviour(0x1, 0x8);
+  EXPECT_EQ(user.CheckNotificationBehaviour(0x2 | 0x8), 0);
+  // A negative word counts as 0.
+  user.SetValueInt(UserPreferences::kInitializationState, -5, 1);
+  user.SetInitializationState(0x4, 0);
+  EXPECT_EQ(user.GetFieldInt(UserPreferences::kInitializationState), 0x4);
+}
+
+TEST_F(UserPreferencesTest, RankingValuesFollowTheRankMode) {
+  struct Case {
+    int mode, ranking, link, reading;
+  } cases[] = {
+      {0, 0x1 | 0x40, 0, 0},      {2, 0x1 | 0x40, 256, 256},    {1, 0x1 | 0x40, 0, 256},
+      {1, 0x2 | 0x80, 512, 512},  {1, 0x8 | 0x200, 1024, 1024}, {2, 0x10 | 0x400, 2048, 2048},
+      {1, 0x10 | 0x400, 0, 2048},
+  };
+  for (const Case& c : cases) {
+    UserPreferences user;
+    user.SetRankMode(c.mode);
+    EXPECT_EQ(user.GetRankMode(), c.mode);
+    user.SetValueInt(UserPreferences::kRankingBehaviour, c.ranking, 1);
+    EXPECT_EQ(user.GetLinkCheckingAutoRankingValue(), c.link) << c.mode << " " << c.ranking;
+    EXPECT_EQ(user.GetReadingItemAutoRankingValue(), c.reading) << c.mode << " " << c.ranking;
+  }
+  UserPreferences user;
+  user.SetRankMode(1);
+  user.SetValueInt(UserPreferences::kRankingBehaviour, 0x4000, 1);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x200), 1);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x100), 0);
+  user.SetRankMode(2);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x100), 1);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x400), 0);
+  user.SetRankMode(0);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x200), 0);
+}
+
+TEST_F(UserPreferencesTest, MelodyAndProxyShareOnePackedField) {
+  UserPreferences user;
+  user.SetProxyServer(S("proxy.example"), 3128, S(), S("pw|x"));
+  EXPECT_EQ(user.GetFieldString(UserPreferences::kMelodyAndProxy, 0),
+            S("Notify.wav|proxy.example|3128|#@#|pw|x"));
+  UserPreferences copy(&user);
+  copy.SetProxyServer(S(), 0, S(), S());  // the members only are emptied
+  copy.SetValueStr(UserPreferences::kMelodyAndProxy, S("Bell.wav|p|81|ann|#@#"), 1);
+  copy.LoadProxyInfo();
+  EXPECT_EQ(copy.GetNotificationMelodyFileName(), S("Bell.wav"));
+  EXPECT_EQ(copy.GetProxyServer(), S("p"));
+  EXPECT_EQ(copy.GetProxyPort(), 81);
+  EXPECT_EQ(copy.GetProxyUserName(), S("ann"));
+  EXPECT_EQ(copy.GetProxyPassword(), S());
+  // A value without "|" is the melody alone.
+  UserPreferences plain(&user);
+  plain.SetNotificationMelodyFileName(S());
+  plain.SetValueStr(UserPreferences::kMelodyAndProxy, S("Notify.wav"), 1);
+  EXPECT_EQ(plain.GetNotificationMelodyFileName(), S("Notify.wav"));
+  EXPECT_EQ(plain.GetProxyServer(), S("proxy.example"));  // no proxy in a bare melody
+}
+
+TEST_F(UserPreferencesTest, SkinsAndTheCurrentUser) {
+  EXPECT_EQ(UserPreferences::GetCurrentSkin(), S("DefaultSkin.tsf"));
+  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("1@Blue")), 0);
+  EXPECT_EQ(UserPreferences::GetCurrentRankMode(), 0);
+  UserPreferences user;
+  UserPreferences::SetCurrentUser(&user);
+  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("1@DelRey")), 1);
+  EXPECT_EQ(user.IsBuildInSkin(), 1);
+  EXPECT_EQ(user.GetSkinName(), S("DelRey"));
+  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("")), 0);
+  EXPECT_EQ(user.GetSkin(), S("1@DelRey"));
+  user.SelectSkin(S("Ocean.tsf"));
+  EXPECT_EQ(user.IsBuildInSkin(), 0);
+  EXPECT_EQ(user.GetSkinName(), S("Ocean.tsf"));
+  UserPreferences::SetCurrentRankMode(2);
+  EXPECT_EQ(user.GetRankMode(), 2);
+  UserPreferences::SetCurrentUser(nullptr);
+}
+
+TEST_F(UserPreferencesTest, ARecordInTheUserStoreReadsBackAfterReopening) {
+  int slot = -1;
+  {
+    AZeusDB db(root_.DataRoot(), S("UserPreferences"), 0, 0);
+    UserPreferences user(&db);
+    ASSERT_EQ(user.SetUserLogin(S("ann")), 1);
+    user.SetRankMode(1);
+    user.SetProxyServer(S("proxy"), 8081, S("u"), S());
+    ASSERT_EQ(user.SaveUserPreferences(), 1) << db.GetLastDBErrorMsgCode();
+    slot = user.GetDBSlotIndex();
+  }
+  AZeusDB db(root_.DataRoot(), S("UserPreferences"), 0, 0);
+  auto* header = new UserPreferences(&db, slot);
+  header->ReserveHeader(18);
+  ASSERT_EQ(header->LoadFocusable(nullptr), 1);
+  EXPECT_EQ(header->GetUserLogin(), S("ann"));
+  EXPECT_EQ(header->GetRankMode(), 1);
+  EXPECT_EQ(header->GetFieldInt(UserPreferences::kMaxSocketThreads), 20);
+  EXPECT_EQ(header->GetProxyServer(), S());
+  header->LoadProxyInfo();
+  EXPECT_EQ(header->GetProxyServer(), S("proxy"));
+  EXPECT_EQ(header->GetProxyUserName(), S("u"));
+  header->Release(nullptr);
+  EXPECT_EQ(header->ReleaseHeader(18), 1);
+}
+
+TEST_F(UserPreferencesTest, ALoginThatCannotNameAFolderIsRefused) {
+  const S refused[] = {S(""),      S("."),    S(".."),    S("../../etc"),
+                       S("a/b"),   S("a\\b"), S(u"a\nb"), S(std::u16string(u"a\0b", 3)),
+                       S(u"a\x7f")};
+  UserPreferences user;
+  for (const S& login : refused) {
+    EXPECT_EQ(UserPreferences::GetUserFolder(login), S()) << login.ToUtf8();
+    EXPECT_EQ(user.SetUserLogin(login), 0) << login.ToUtf8();
+  }
+  EXPECT_EQ(user.GetUserLogin(), S());
+  EXPECT_EQ(UserPreferences::GetUserFolder(S("ann")), root_.DataRoot() + S("/ann"));
+  EXPECT_EQ(UserPreferences::GetUserFolder(S("Jürgen ..x")), root_.DataRoot() + S("/Jürgen ..x"));
+}
+
+}  // namespace
+}  // namespace kordll
