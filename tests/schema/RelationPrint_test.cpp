@@ -36,11 +36,29 @@ std::string RootAttribute(PrintTemplate* printed, const char* name) {
   return Text(printed->GetRootTag()->GetAttribute(CString(name)));
 }
 
+// The root's "read trashed deleted statusvalue" attributes.
+std::string Status(PrintTemplate* printed) {
+  std::string out;
+  for (const char* name : {"read", "trashed", "deleted", "statusvalue"}) {
+    out += (out.empty() ? "" : " ") + RootAttribute(printed, name);
+  }
+  return out;
+}
+
 class RelationPrintTest : public ::testing::Test {
  protected:
   RelationPrintTest() : clock_(2024, 3, 10, 12, 0, 0) {}
 
   const Relation* Rel(int id) { return catalogue_.GetRelation(id); }
+
+  // Sets one text field of an in-memory record and decorates it.
+  PrintTemplate* Loaded(Focusable* record, int relation, const char* guid, int field,
+                        const char* value) {
+    record->SetGUID(CString(guid));
+    record->SetValueStr(field, CString(value), 0);
+    record->SetFullyLoaded(1);
+    return Rel(relation)->DecorateFocusable(record, 1);
+  }
 
   // A post held in memory only, as a controller makes it.
   void FillPost(Focusable* post) {
@@ -73,24 +91,17 @@ TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSayOrGoesInRawW
   ASSERT_FALSE(ago.empty());
   // Fields in id order; unkeyed (1, 5, 6, 9, 14) and empty ones (8, 11, 13,
   // 16) are left out; a date that is not set prints as an invalid date.
-  const std::string expected =
-      "<guid>3:R3_G7</guid>\n"
-      "<recdate>" +
-      ago +
-      "</recdate>\n"
-      "<pubdate>Invalid Date</pubdate>\n"
-      "<title><![CDATA[A & B <i>]]></title>\n"
-      "<desc><![CDATA[old more x]]></desc>\n"
-      "<link>http://x/?a=1&amp;b=&lt;2&gt;</link>\n"
-      "<commentlink><![CDATA[kept]]></commentlink>\n"
-      "<enclosure><link>http://e/a.mp3</link>\n<size>2.0 MBs</size>\n"
-      "<type>audio/mpeg</type>\n</enclosure>\n";
+  const std::string expected = "<guid>3:R3_G7</guid>\n<recdate>" + ago +
+                               "</recdate>\n<pubdate>Invalid Date</pubdate>\n"
+                               "<title><![CDATA[A & B <i>]]></title>\n"
+                               "<desc><![CDATA[old more x]]></desc>\n"
+                               "<link>http://x/?a=1&amp;b=&lt;2&gt;</link>\n"
+                               "<commentlink><![CDATA[kept]]></commentlink>\n"
+                               "<enclosure><link>http://e/a.mp3</link>\n<size>2.0 MBs</size>\n"
+                               "<type>audio/mpeg</type>\n</enclosure>\n";
   EXPECT_EQ(Text(printed->FlushTemplate(1)), expected);
 
-  EXPECT_EQ(RootAttribute(printed.get(), "read"), "true");
-  EXPECT_EQ(RootAttribute(printed.get(), "trashed"), "true");
-  EXPECT_EQ(RootAttribute(printed.get(), "deleted"), "false");
-  EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "17");
+  EXPECT_EQ(Status(printed.get()), "true true false 17");
 
   post.SetValueInt(1, Focusable::kStatusUnread, 0);
   post.SetFocusableDeleted(1);
@@ -99,18 +110,14 @@ TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSayOrGoesInRawW
   EXPECT_EQ(TagValue(printed.get(), "title"), "A & B <i>");
   EXPECT_EQ(TagValue(printed.get(), "desc"), "<![CDATA[old]]> more <![CDATA[x]]>");
   EXPECT_EQ(TagValue(printed.get(), "link"), "http://x/?a=1&b=<2>");
-  EXPECT_EQ(RootAttribute(printed.get(), "read"), "false");
-  EXPECT_EQ(RootAttribute(printed.get(), "trashed"), "false");
-  EXPECT_EQ(RootAttribute(printed.get(), "deleted"), "true");
-  EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "2");
+  EXPECT_EQ(Status(printed.get()), "false false true 2");
 }
 
 TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElementOfRelation4Only) {
-  struct Case {
+  const struct Case {
     const char* value;
     const char* expected;  // the flushed enclosure, or "" for nothing
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"http://e/a", "<enclosure><link>http://e/a</link>\n</enclosure>\n"},
       {"|2048|audio/mpeg", ""},
       {"u|1000|", "<enclosure><link>u</link>\n</enclosure>\n"},
@@ -123,27 +130,18 @@ TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElementOfRelation4Only) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.value);
     Focusable post(4, nullptr);
-    post.SetGUID(CString("R3_G1"));
-    post.SetValueStr(15, CString(c.value), 0);
-    post.SetFullyLoaded(1);
-    Printed printed(Rel(4)->DecorateFocusable(&post, 1));
+    Printed printed(Loaded(&post, 4, "R3_G1", 15, c.value));
     ASSERT_NE(printed, nullptr);
     PrintTag* tag = printed->GetTag(CString("enclosure"));
-    if (c.expected[0] == '\0') {
-      EXPECT_EQ(tag, nullptr);
-    } else {
-      ASSERT_NE(tag, nullptr);
-      EXPECT_EQ(Text(tag->FlushTag()) + "\n", c.expected);
+    EXPECT_EQ(tag ? Text(tag->FlushTag()) + "\n" : "", c.expected);
+    if (tag != nullptr) {
       EXPECT_EQ(printed->GetTags(CString("enclosure"))->size(), 1u);
     }
   }
   for (int relation : {11, 26}) {
     Focusable post(relation, nullptr);
-    post.SetGUID(CString("R11_G2"));
     post.SetOriginedResourceControllerID(11, 0);
-    post.SetValueStr(15, CString("u|4096|t"), 0);
-    post.SetFullyLoaded(1);
-    Printed printed(Rel(relation)->DecorateFocusable(&post, 1));
+    Printed printed(Loaded(&post, relation, "R11_G2", 15, "u|4096|t"));
     ASSERT_NE(printed, nullptr);
     EXPECT_EQ(TagValue(printed.get(), "enclosure"), "u|4096|t") << relation;
     EXPECT_EQ(printed->GetTag(CString("enclosure"))->GetChildTemplate(), nullptr);
@@ -159,19 +157,14 @@ TEST_F(RelationPrintTest, GuidCarriesTheControllerOnlyForPostsAndNotes) {
   for (const Case& c :
        {Case{25, "7:R7_G9"}, Case{5, "R7_G9"}, Case{18, "R7_G9"}, Case{19, "R7_G9"}}) {
     Focusable record(c.relation, nullptr);
-    record.SetGUID(CString("R7_G9"));
     record.SetOriginedResourceControllerID(7, 0);
-    record.SetFullyLoaded(1);
-    Printed printed(Rel(c.relation)->DecorateFocusable(&record, 1));
+    Printed printed(Loaded(&record, c.relation, "R7_G9", 30, "x"));
     ASSERT_NE(printed, nullptr);
     EXPECT_EQ(TagValue(printed.get(), "guid"), c.guid) << c.relation;
   }
   // Relations without keys print no field at all, only the status.
   Focusable tree(7, nullptr);
-  tree.SetGUID(CString("R7_G1"));
-  tree.SetValueStr(6, CString("caption"), 0);
-  tree.SetFullyLoaded(1);
-  Printed printed(Rel(7)->DecorateFocusable(&tree, 1));
+  Printed printed(Loaded(&tree, 7, "R7_G1", 6, "caption"));
   ASSERT_NE(printed, nullptr);
   EXPECT_EQ(printed->GetRootTag(), nullptr);  // no catalogue name: no root
   EXPECT_EQ(Text(printed->FlushTemplate(0)), "");
@@ -188,11 +181,11 @@ TEST_F(RelationPrintTest, FileSizesPrintAsKilobytesOrMegabytesOrNothing) {
   file.SetFullyLoaded(1);
   Printed printed(Rel(18)->DecorateFocusable(&file, 1));
   ASSERT_NE(printed, nullptr);
-  EXPECT_EQ(TagValue(printed.get(), "filesize"), "<none>");
-  EXPECT_EQ(TagValue(printed.get(), "filedownloadedsize"), "5 KBs");
-  EXPECT_EQ(TagValue(printed.get(), "filestatus"), "34");
-  EXPECT_EQ(TagValue(printed.get(), "folderid"), "0");
-  EXPECT_EQ(TagValue(printed.get(), "filesavename"), "a&amp;b.mp3");
+  std::string tags;
+  for (const char* tag :
+       {"filesize", "filedownloadedsize", "filestatus", "folderid", "filesavename"})
+    tags += TagValue(printed.get(), tag) + "|";
+  EXPECT_EQ(tags, "<none>|5 KBs|34|0|a&amp;b.mp3|");
   EXPECT_EQ(RootAttribute(printed.get(), "statusvalue"), "34");
 
   // A size stored beyond the int range keeps its value.
