@@ -63,11 +63,13 @@
 #include "kordll/filter/ContentFilter.h"
 
 // Controllers and panels.
+#include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/control/IIPanel.h"
 #include "kordll/control/INIFocusable.h"
 #include "kordll/control/PANELVIEWMESSAGE.h"
 #include "kordll/control/PanelWnd.h"
 #include "kordll/control/ResourceController.h"
+#include "kordll/control/TidrelManager.h"
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 
 // Text, time and XML tools.
