@@ -1,0 +1,248 @@
+// The settings of the running application: what one process writes the
+// next reads, the record core's questions answered by the current record
+// (rank mode in the status rules), the carry-over from the older record,
+// search engines, scrambled accounts, orderings, the notification sound and
+// hostile profile values.
+
+#include "kordll/settings/Preferences.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "kordll/platform/CWinApp.h"
+#include "kordll/platform/Host.h"
+#include "kordll/platform/Registry.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/SettingsEntryPoints.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
+#include "kordll/settings/UserPreferences.h"
+#include "tests/support/TempRoot.h"
+#include "tests/support/TestHost.h"
+
+namespace kordll {
+namespace {
+
+using S = CString;
+
+// A profile in a registry on disk, closed and opened again as the next
+// process would.
+class PreferencesTest : public test::TempRootWithProgramTest {
+ protected:
+  PreferencesTest() {
+    KordllProcessAttach();
+    Restart();
+  }
+  ~PreferencesTest() override {
+    Preferences::SetGlobalPreferences(nullptr);
+    CWinApp::SetCurrent(nullptr);
+  }
+  void Restart() {
+    app_.reset();
+    registry_.reset();
+    registry_ = std::make_unique<Registry>(root_.ProfileFolder().ToUtf8());
+    app_ = std::make_unique<CWinApp>(S("Tidrel"), S("Tidrel"), registry_.get());
+  }
+  void Put(const char* key, const RegValue& value) {
+    registry_->SetValue(RegHive::kCurrentUser, app_->GetSectionKey(S("User-ann")), S(key), value,
+                        true);
+  }
+  GlobalRelationsCtrl catalogue_;
+  std::unique_ptr<Registry> registry_;
+  std::unique_ptr<CWinApp> app_;
+};
+
+TEST_F(PreferencesTest, WhatOneProcessWritesTheNextReads) {
+  const S odd(std::u16string(u"a\0b\xD800z", 5));
+  {
+    Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+    Preferences::SetGlobalPreferences(&prefs);
+    EXPECT_EQ(Preferences::SetCurrentPreferencesIntValue(Preferences::kRankMode, 2), 1);
+    EXPECT_EQ(Preferences::SetCurrentPreferencesStringValue(46, odd), 1);
+    EXPECT_EQ(Preferences::SetCurrentPreferencesBoolValue(84, 0), 1);
+    EXPECT_EQ(Preferences::SetCurrentPreferencesDateValue(45, COleDateTime(2006, 3, 4, 5, 6, 0)),
+              1);
+    EXPECT_EQ(prefs.SetUserPassword(S("secret")), 1);
+    Preferences::SetGlobalPreferences(nullptr);
+  }
+  EXPECT_EQ(Preferences::GetCurrentPreferencesIntValue(Preferences::kRankMode), 0);
+  EXPECT_EQ(Preferences::SetCurrentPreferencesIntValue(Preferences::kRankMode, 1), 0);
+  Restart();
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  Preferences::SetGlobalPreferences(&prefs);
+  EXPECT_EQ(Preferences::GetCurrentPreferencesIntValue(Preferences::kRankMode), 2);
+  EXPECT_EQ(Preferences::GetCurrentPreferencesStringValue(46), odd);
+  EXPECT_EQ(Preferences::GetCurrentPreferencesBoolValue(84), 0);
+  EXPECT_EQ(Preferences::GetCurrentPreferencesDateValue(45), COleDateTime(2006, 3, 4, 5, 6, 0));
+  EXPECT_EQ(prefs.GetUserPassword(), S("secret"));
+  // Another user's settings are apart.
+  Preferences bob(S("bob"), S(), Preferences::kNewsRelation);
+  EXPECT_EQ(bob.GetFieldInt(Preferences::kRankMode), 0);
+}
+
+TEST_F(PreferencesTest, ValuesLeftByOtherProgramsReadAsTheDefault) {
+  Put("RankMode", RegValue::String(S("2")));  // a number stored as text
+  Put("MaximumSimultaneousThreadCount", RegValue::Binary("\x01\x02"));
+  Put("TotalLoginDate", RegValue::Qword(1ULL << 40));
+  Put("SkinBuildIn", RegValue::Dword(1));  // a bool stored as a number
+  Put("BloglinesPassword", RegValue::String(S("plain")));
+  Put("LastLoginDate", RegValue::String(S("not a date")));
+  Put("HighlightsPageSize", RegValue::String(S(u"\xDC00")));
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  EXPECT_EQ(prefs.GetFieldInt(Preferences::kRankMode), 0);
+  EXPECT_EQ(prefs.GetFieldInt(37), 10);
+  EXPECT_EQ(prefs.GetFieldInt(40), 0);
+  EXPECT_EQ(prefs.GetFieldBool(47), 1);
+  EXPECT_EQ(prefs.GetBloglinesPassword(), S());  // no marker: nothing
+  EXPECT_NE(prefs.GetFieldDate(45).GetStatus(), COleDateTime::valid);
+  EXPECT_EQ(prefs.GetFieldInt(109), 20);
+}
+
+TEST_F(PreferencesTest, TheCurrentRecordAnswersTheRecordCore) {
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  prefs.SetUserRunningPath(root_.DataRoot() + S("/ann"));
+  int added = 0, removed = 0;
+  Focusable::GetRemovedStatus(0, Focusable::kStatusFlagged, added, removed);
+  EXPECT_EQ(added, Focusable::kStatusFlagged);  // no settings: no rank
+  Preferences::SetGlobalPreferences(&prefs);
+  SettingsEntryPoints* entry = SettingsEntryPoints::Get();
+  for (int mode : {1, 2}) {
+    ASSERT_EQ(entry->SetCurrentPreferencesIntValue(SettingsEntryPoints::kRankModeField, mode), 1);
+    added = removed = 0;
+    Focusable::GetRemovedStatus(0, Focusable::kStatusFlagged, added, removed);
+    EXPECT_EQ(added, Focusable::kStatusFlagged |
+                         (mode == 1 ? Focusable::kStatusRank1024 : Focusable::kStatusRank2048));
+  }
+  EXPECT_EQ(entry->GetCurrentPreferences(), &prefs);
+  EXPECT_EQ(entry->GetCurrentPreferencesSection(), S("User-ann"));
+  EXPECT_EQ(entry->GetCurrentLogin(), S("ann"));
+  EXPECT_EQ(entry->GetCurrentUserRunningPath(), root_.DataRoot() + S("/ann"));
+  EXPECT_EQ(entry->GetCurrentPreferencesIntValue(Preferences::kLastDBID), 100);
+  EXPECT_EQ(entry->SetCurrentPreferencesIntValue(Preferences::kLastDBID, 117), 1);
+  EXPECT_EQ(app_->GetProfileInt(S("User-ann"), S("LastDBID"), 0), 117);
+  EXPECT_EQ(entry->GetCurrentPreferencesStringValue(4), S("GlobalUser"));
+  // No record current: the answers in place before come back.
+  Preferences::SetGlobalPreferences(nullptr);
+  EXPECT_EQ(SettingsEntryPoints::Get()->GetCurrentPreferencesSection(), S());
+  EXPECT_EQ(Preferences::GetCurrentUserRunningPath(), S());
+}
+
+TEST_F(PreferencesTest, AnOlderRecordIsCarriedOver) {
+  UserPreferences old;
+  old.SetUserLogin(S("ann"));
+  old.SetGeneralState(0x2 | 0x20 | 0x200, 0);
+  old.SetUpdateBehaviour(0x80, 0);
+  old.SetNotificationBehaviour(0x1 | 0x2000, 0);
+  old.SetValueInt(UserPreferences::kRankingBehaviour, 0x4 | 0x200 | 0x8000, 1);
+  old.SetInitializationState(0x4, 0);
+  old.SetProxyServer(S("proxy"), 3128, S(), S("pw"));
+  old.SelectSkin(S("1@Ocean"));
+  Preferences prefs(S("old"), S(), Preferences::kNewsRelation);
+  ASSERT_EQ(prefs.LoadUserPreferences(&old), 1);
+  EXPECT_EQ(prefs.GetSection(), S("User-ann"));
+  struct Expected {
+    int field, value;
+  } ints[] = {{10, 1},      {7, 0},  {11, 2}, {8, 0},   {13, 0},    {17, 2},
+              {21, 0},      {22, 1}, {26, 1}, {24, 1},  {29, 63},   {30, 512},
+              {31, 0x8000}, {34, 1}, {33, 0}, {37, 20}, {49, 3128}, {47, 1}};
+  for (const Expected& e : ints) {
+    EXPECT_EQ(
+        prefs.GetFieldType(e.field) == 3 ? prefs.GetFieldBool(e.field) : prefs.GetFieldInt(e.field),
+        e.value)
+        << "field " << e.field;
+  }
+  EXPECT_EQ(prefs.GetFieldString(48, 0), S("proxy"));
+  EXPECT_EQ(prefs.GetFieldString(43, 0), S());
+  EXPECT_EQ(prefs.GetFieldString(46, 0), S("Ocean"));
+  EXPECT_EQ(prefs.GetFieldString(42, 0), S("Notify.wav"));
+  EXPECT_EQ(prefs.LoadUserPreferences(nullptr), 0);
+}
+
+TEST_F(PreferencesTest, SearchEnginesSurviveTheirStoredForm) {
+  {
+    Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("Find! it|now"), S("http://e/?q="), S(), S(),
+                                                 S("f"), 1),
+              1);
+    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("B"), S(""), S("p2"), S("p3"), S("b"), 0), 1);
+    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("Again"), S(), S(), S(), S("f"), 0), 0);
+    EXPECT_EQ(prefs.SetDefaultWebSearchEngineDefinition(S("f")), 1);
+    EXPECT_EQ(prefs.SetDefaultWebSearchEngineDefinition(S("f")), 0);
+    EXPECT_EQ(prefs.SetDefaultWebSearchEngineDefinition(S("zz")), 0);
+  }
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  CString title, p1, p2, p3;
+  int first = 0, isDefault = 0;
+  ASSERT_EQ(prefs.GetWebSearchEngineDefinition(S("f"), title, p1, p2, p3, first, isDefault), 1);
+  EXPECT_EQ(title, S("Find! it|now"));
+  EXPECT_EQ(p2, S());
+  EXPECT_EQ(p3, S("?"));  // an empty third part comes back as "?"
+  EXPECT_EQ(first + isDefault, 2);
+  ASSERT_EQ(prefs.GetWebSearchEngine_wID(1, p1, p2, p3), 1);  // "f" was added first
+  EXPECT_EQ(p1, S("http://e/?q="));
+  ASSERT_EQ(prefs.GetWebSearchEngine_wID(2, p1, p2, p3), 1);
+  EXPECT_EQ(p1 + p2 + p3, S("p2p3"));
+  EXPECT_EQ(prefs.UpdateWebSearchEngineDefinition(S("b"), S("B2"), S(), S(), S(), S("f"), 0, 0), 0);
+  EXPECT_EQ(prefs.RemoveWebSearchEngineDefinition(S("f")), 1);
+  EXPECT_EQ(prefs.GetDefaultWebSearchEngineDefinition(p1, p2, p3, first), 0);
+  // A stored definition without a term is dropped; a broken text is read
+  // as far as it goes.
+  prefs.SetValueStr(Preferences::kMySearchEngineDefinitions, S("a!b!c!_NOENTRY_!0!0!T!4|||x!!!k|!"),
+                    1);
+  prefs.LoadMySearchEngineDefinitions();
+  std::vector<CString> terms;
+  prefs.GetSearchEngineShortcutTerms(&terms);
+  EXPECT_EQ(terms, std::vector<CString>{S("k")});
+  EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("t"), S(), S(), S(), S("n"), 0), 1);
+  EXPECT_EQ(prefs.GetWebSearchEngine_wID(1, p1, p2, p3), 1);
+}
+
+TEST_F(PreferencesTest, AccountsOrderingsAndTheNotificationSound) {
+  TestHost host;
+  Host* before = Host::Install(&host);
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  prefs.SetBloglinesPassword(S("x"));
+  EXPECT_EQ(prefs.GetFieldString(Preferences::kBloglinesPassword, 0).Left(3), S("::["));
+  EXPECT_EQ(prefs.GetBloglinesPassword(), S("x"));
+  std::vector<int> order;
+  prefs.GetSlideShowResourceOrdering(&order);
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+  prefs.SetSlideShowResourceTypeOrdering({3, -1, 2});
+  EXPECT_EQ(prefs.GetFieldString(Preferences::kSlideShowResourceTypeOrdering, 0), S("3:-1:2:"));
+  Preferences again(S("ann"), S(), Preferences::kNewsRelation);
+  again.GetSlideShowResourceTypeOrdering(&order);
+  EXPECT_EQ(order, (std::vector<int>{3, -1, 2}));
+
+  Preferences::PlayGeneralNotificationSound();  // no current record: silent
+  Preferences::SetGlobalPreferences(&prefs);
+  const S sounds = root_.ProgramFolder() + S("/SoundNotification/");
+  struct Case {
+    S melody, played;
+  } cases[] = {{S("Notify.wav"), sounds + S("Notify.wav")},
+               {S("/usr/share/bell.wav"), S("/usr/share/bell.wav")},
+               {S("C:\\x\\ding.wav"), sounds + S("C:\\x\\ding.wav")}};
+  for (const Case& c : cases) {
+    prefs.SetValueStr(Preferences::kNotificationMelodyFile, c.melody, 1);
+    host.ClearCalls();
+    Preferences::PlayGeneralNotificationSound();
+    ASSERT_EQ(host.CountOf(TestHost::CallKind::kPlaySound), 1);
+    EXPECT_EQ(host.LastOf(TestHost::CallKind::kPlaySound)->text, c.played);
+  }
+  Host::Install(before);
+}
+
+TEST_F(PreferencesTest, ALoginThatCannotNameAFolderLeavesTheSectionAlone) {
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  for (const char* login : {"../x", "a\\KeyboardShortcuts", "", ".."}) {
+    EXPECT_EQ(prefs.SetUserLogin(S(login)), 0) << login;
+  }
+  EXPECT_EQ(prefs.GetSection(), S("User-ann"));
+  EXPECT_EQ(prefs.SetUserLogin(S("bob")), 1);
+  EXPECT_EQ(prefs.GetSection(), S("User-bob"));
+  EXPECT_EQ(app_->GetProfileString(S("User-bob"), S("UserLogin")), S("bob"));
+}
+
+}  // namespace
+}  // namespace kordll
