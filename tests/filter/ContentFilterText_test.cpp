@@ -31,23 +31,30 @@ class ContentFilterTextTest : public ::testing::Test {
     filter.GetFilterKeywords(&words);
     return words;
   }
+
+  // Adds one word per relation and field, all of relation and field given.
+  static void AddWords(ContentFilter* filter, std::initializer_list<const char16_t*> words,
+                       int relation, int field) {
+    for (const char16_t* word : words)
+      filter->AddFilteredStringItem(CString(word), relation, field, 0);
+  }
+
+  static std::string Sentence(ContentFilter& filter) {
+    return filter.CreateStringDefinition().ToUtf8();
+  }
 };
 
 // --- Writing and reading the present form ----------------------------------------
 
-TEST_F(ContentFilterTextTest, AnEmptyFilterOnceChangedWritesSixEmptySections) {
-  ContentFilter filter;
-  EXPECT_EQ(filter.GetFilter(), CString());  // unchanged: the empty cache
-  Touch(&filter);
-  EXPECT_EQ(filter.GetFilter(), CString(u"(4)(:)(65519)()()()"));
-}
-
+// An unchanged new filter gives the empty cache; once changed, six sections
+// with its status 4 and mask 65519.
 TEST_F(ContentFilterTextTest, AFilterOnTwoRelationsRoundTrips) {
+  ContentFilter empty;
+  EXPECT_EQ(empty.GetFilter(), CString());
+  Touch(&empty);
+  EXPECT_EQ(empty.GetFilter(), CString(u"(4)(:)(65519)()()()"));
   ContentFilter filter;
-  for (int relation : {4, 11}) {
-    filter.AddFilteredStringItem(CString(u"red"), relation, -1, 0);
-    filter.AddFilteredStringItem(CString(u"blue"), relation, -1, 0);
-  }
+  for (int relation : {4, 11}) AddWords(&filter, {u"red", u"blue"}, relation, -1);
   filter.ReSetFilterStatus(ContentFilter::kWordDependent, 0);
   filter.ReSetContentFilterMask(ContentFilter::kMaskUnread, 0);
   filter.AddResourceToFilter(7);
@@ -60,8 +67,7 @@ TEST_F(ContentFilterTextTest, AFilterOnTwoRelationsRoundTrips) {
   EXPECT_EQ(read.GetFilterMask(), 2);
   EXPECT_EQ(read.GetResources(), std::vector<int>{7});
   EXPECT_EQ(ItemCount(read, 11, -1), 2u);
-  EXPECT_EQ(read.IsSame(&filter), 1);
-  EXPECT_EQ(filter.IsSame(&read), 1);
+  EXPECT_EQ(read.IsSame(&filter) + filter.IsSame(&read), 2);
   // Read with resources and not marked changed: the very text comes back.
   EXPECT_EQ(read.IsFilterChanged(), 0);
   EXPECT_EQ(read.GetFilter(), text);
@@ -79,7 +85,7 @@ TEST_F(ContentFilterTextTest, AColonInAKeywordIsEscapedAndAParenthesisBreaksTheT
   EXPECT_EQ(read.GetFilteredFieldItems(4, 4)->front()->GetItemString(), CString(u"10:30"));
 
   ContentFilter broken;
-  broken.AddFilteredStringItem(CString(u"x)y"), 4, -1, 0);
+  AddWords(&broken, {u"x)y"}, 4, -1);
   ContentFilter misread;
   EXPECT_EQ(misread.SetFilter(broken.GetFilter()), 1);
   EXPECT_EQ(Keywords(misread), CStringArray{CString(u"x")});
@@ -264,84 +270,69 @@ TEST_F(ContentFilterTextTest, AnOldFilterOnEveryRelationReplacesTheEntryOfRelati
 
 // --- Sentences -------------------------------------------------------------------------------
 
-TEST_F(ContentFilterTextTest, TheAcceptSentenceOfOneWordOnAllFields) {
+TEST_F(ContentFilterTextTest, TheAcceptAndRejectSentencesTellTheWordsAndFields) {
   ContentFilter filter;
-  EXPECT_EQ(filter.CreateStringDefinition(), CString());
-  filter.AddFilteredStringItem(CString(u"linux"), 4, -1, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Accept retrieved post only when word \"linux\" occurs in any part of it."));
-}
-
-TEST_F(ContentFilterTextTest, WordListsAndTheRejectSentence) {
-  ContentFilter filter;
-  filter.AddFilteredStringItem(CString(u"a"), 11, -1, 0);
-  filter.AddFilteredStringItem(CString(u"b"), 11, -1, 0);
-  filter.SetFilterOut(1);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Filter out retrieved post when words \"a\", or \"b\" occur in any part of "
-                    u"it."));
-  filter.AddFilteredStringItem(CString(u"c"), 11, -1, 0);
-  filter.ReSetFilterStatus(ContentFilter::kWordDependent, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Filter out retrieved post when words \"a\", \"b\" and \"c\" occur together "
-                    u"in any part of it."));
-  filter.AddFilteredStringItem(CString(u"d"), 11, -1, 0);
-  EXPECT_NE(filter.CreateStringDefinition().Find(CString(u"\"a\", \"b\", \"c\", and \"d\"")), -1);
-}
-
-TEST_F(ContentFilterTextTest, TheAcceptSentenceNamesTheFieldsInItsOwnOrder) {
-  ContentFilter filter;
-  filter.AddFilteredStringItem(CString(u"x"), 4, 4, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Accept retrieved post only when word \"x\" occurs in title field of the "
-                    u"post."));
-  filter.AddFilteredStringItem(CString(u"x"), 11, 7, 0);
-  filter.AddFilteredStringItem(CString(u"x"), 4, 6, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Accept retrieved post only when word \"x\" occurs in body, title, and "
-                    u"category fields of the post."));
+  EXPECT_EQ(Sentence(filter), "");
+  AddWords(&filter, {u"linux"}, 4, -1);
+  EXPECT_EQ(Sentence(filter),
+            "Accept retrieved post only when word \"linux\" occurs in any part of it.");
+  ContentFilter out;
+  AddWords(&out, {u"a", u"b"}, 11, -1);
+  out.SetFilterOut(1);
+  EXPECT_EQ(Sentence(out),
+            "Filter out retrieved post when words \"a\", or \"b\" occur in any part of it.");
+  AddWords(&out, {u"c"}, 11, -1);
+  out.ReSetFilterStatus(ContentFilter::kWordDependent, 0);
+  EXPECT_EQ(Sentence(out),
+            "Filter out retrieved post when words \"a\", \"b\" and \"c\" occur together in any "
+            "part of it.");
+  AddWords(&out, {u"d"}, 11, -1);
+  EXPECT_NE(Sentence(out).find("\"a\", \"b\", \"c\", and \"d\""), std::string::npos);
+  // The fields are named in the sentence's own order.
+  ContentFilter fields;
+  AddWords(&fields, {u"x"}, 4, 4);
+  EXPECT_EQ(Sentence(fields),
+            "Accept retrieved post only when word \"x\" occurs in title field of the post.");
+  AddWords(&fields, {u"x"}, 11, 7);
+  AddWords(&fields, {u"x"}, 4, 6);
+  EXPECT_EQ(Sentence(fields),
+            "Accept retrieved post only when word \"x\" occurs in body, title, and category fields "
+            "of the post.");
 }
 
 TEST_F(ContentFilterTextTest, TheSearchSentenceTellsMaskAndDates) {
   ContentFilter filter;
-  filter.AddFilteredStringItem(CString(u"x"), 4, -1, 0);
+  AddWords(&filter, {u"x"}, 4, -1);
   filter.ReSetFilterStatus(ContentFilter::kSearchFilter, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(), CString(u"Searching word \"x\" in posts "));
+  EXPECT_EQ(Sentence(filter), "Searching word \"x\" in posts ");
   filter.ReSetContentFilterMask(ContentFilter::kMaskFlagged, 0);
   filter.SetDateInterval(COleDateTime(2007, 5, 6, 0, 0, 0), COleDateTime(2007, 5, 6, 0, 0, 0));
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Searching word \"x\" in starred posts published on May 06, 2007"));
+  EXPECT_EQ(Sentence(filter), "Searching word \"x\" in starred posts published on May 06, 2007");
   filter.ReSetFilterStatus(ContentFilter::kReceivedDate, 0);
   filter.SetDateInterval(COleDateTime(2007, 5, 6, 0, 0, 0), COleDateTime(2007, 6, 1, 0, 0, 0));
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Searching word \"x\" in starred posts received between dates May 06, 2007 "
-                    u"and June 01, 2007"));
-}
-
-TEST_F(ContentFilterTextTest, TheSearchSentenceNamesFieldsOnlyForRelationElevenAllFields) {
-  ContentFilter filter;
-  filter.ReSetFilterStatus(ContentFilter::kSearchFilter, 0);
-  filter.AddFilteredStringItem(CString(u"x"), 11, -1, 0);
-  filter.AddFilteredStringItem(CString(u"x"), 11, 7, 0);
-  filter.AddFilteredStringItem(CString(u"x"), 11, 4, 0);
-  EXPECT_EQ(filter.CreateStringDefinition(),
-            CString(u"Searching word \"x\" in body, and title fields of posts "));
-
-  ContentFilter author;
-  author.ReSetFilterStatus(ContentFilter::kSearchFilter, 0);
-  author.AddFilteredStringItem(CString(u"x"), 11, 5, 0);
-  author.AddFilteredStringItem(CString(u"x"), 11, -1, 0);
-  // Before "author" the opening replaces what was built.
-  EXPECT_EQ(author.CreateStringDefinition(), CString(u" in author field of posts "));
+  EXPECT_EQ(Sentence(filter),
+            "Searching word \"x\" in starred posts received between dates May 06, 2007 and June "
+            "01, 2007");
+  // Fields are named only for relation 11 searched in all fields; before
+  // "author" the opening replaces what was built.
+  for (int authorFirst : {0, 1}) {
+    ContentFilter search;
+    search.ReSetFilterStatus(ContentFilter::kSearchFilter, 0);
+    if (authorFirst) AddWords(&search, {u"x"}, 11, 5);
+    AddWords(&search, {u"x"}, 11, -1);
+    if (!authorFirst) AddWords(&search, {u"x"}, 11, 7), AddWords(&search, {u"x"}, 11, 4);
+    EXPECT_EQ(Sentence(search), authorFirst
+                                    ? " in author field of posts "
+                                    : "Searching word \"x\" in body, and title fields of posts ");
+  }
 }
 
 TEST_F(ContentFilterTextTest, TheNotificationSentenceTellsTheWordsOfTheItems) {
   ContentFilter filter;
   EXPECT_EQ(filter.GetFilterDefinition(), CString());
-  filter.AddFilteredStringItem(CString(u"a"), 11, 4, 0);
+  AddWords(&filter, {u"a"}, 11, 4);
   EXPECT_EQ(filter.GetFilterDefinition(), CString(u"Notify me when word \"a\" occurs."));
-  filter.AddFilteredStringItem(CString(u"b"), 11, 7, 0);
-  filter.AddFilteredStringItem(CString(u"a"), 11, 7, 0);
+  AddWords(&filter, {u"b", u"a"}, 11, 7);
   EXPECT_EQ(filter.GetFilterDefinition(), CString(u"Notify me when words \"a\", or \"b\" occur ."));
   filter.ReSetFilterStatus(ContentFilter::kWordDependent, 0);
   filter.SetNotificationFilter(0);

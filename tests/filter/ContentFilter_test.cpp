@@ -21,19 +21,14 @@ class ContentFilterTest : public ::testing::Test {
   }
 };
 
-TEST_F(ContentFilterTest, ANewFilterIsActiveWholeWordAndShowsAll) {
-  ContentFilter filter;
-  EXPECT_EQ(filter.GetFilterStatus(), 4);
-  EXPECT_EQ(filter.GetFilterMask(), 65519);
-  EXPECT_EQ(filter.IsFilterActive(), 1);
-  EXPECT_EQ(filter.IsFilterChanged(), 0);
-  EXPECT_EQ(filter.IsNotificationFilter(), 1);
-  EXPECT_EQ(filter.IsFilterDateValuesSet(), 0);
-  EXPECT_EQ(filter.IsShowAll(), 1);
-}
-
+// A new filter is active, whole-word, a notification filter, shows all and
+// has no dates; the setters report real changes only.
 TEST_F(ContentFilterTest, StatusSettersReportRealChangesOnly) {
   ContentFilter filter;
+  EXPECT_EQ(std::vector<int>({filter.GetFilterStatus(), filter.GetFilterMask(),
+                              filter.IsFilterActive(), filter.IsNotificationFilter(),
+                              filter.IsShowAll(), filter.IsFilterDateValuesSet()}),
+            std::vector<int>({4, 65519, 1, 1, 1, 0}));
   EXPECT_EQ(filter.ReSetFilterStatus(0, 0), 0);
   EXPECT_EQ(filter.IsFilterChanged(), 0);
   EXPECT_EQ(filter.SetFilterOut(1), 1);
@@ -120,18 +115,20 @@ TEST_F(ContentFilterTest, ANullDateIsNoInvalidDate) {
 }
 
 TEST_F(ContentFilterTest, WholeWordSearchCountsOnlyAsciiLettersAndDigitsAsWordCharacters) {
-  ContentFilter filter;
-  EXPECT_EQ(filter.SearchWord(CString(u"art"), CString(u"art")), 1);
-  EXPECT_EQ(filter.SearchWord(CString(u"the art."), CString(u"art")), 1);
-  EXPECT_EQ(filter.SearchWord(CString(u"party"), CString(u"art")), 0);
-  EXPECT_EQ(filter.SearchWord(CString(u"cart"), CString(u"art")), 0);
-  EXPECT_EQ(filter.SearchWord(CString(u"art3"), CString(u"art")), 0);
-  EXPECT_EQ(filter.SearchWord(CString(u"art\u00e9"), CString(u"art")), 1);
-  EXPECT_EQ(filter.SearchWord(CString(u"cart and art"), CString(u"art")), 1);
-  EXPECT_EQ(filter.SearchWord(CString(u"a cart"), CString(u"art")), 0);
-  filter.SetMatchWholeWordOnly(0);
-  EXPECT_EQ(filter.SearchWord(CString(u"party"), CString(u"art")), 1);
-  EXPECT_EQ(filter.SearchWord(CString(u"pa"), CString(u"art")), 0);
+  ContentFilter whole, part;
+  part.SetMatchWholeWordOnly(0);
+  const struct {
+    const char16_t* text;
+    int whole, part;
+  } cases[] = {{u"art", 1, 1},          {u"the art.", 1, 1}, {u"party", 0, 1},
+               {u"cart", 0, 1},         {u"art3", 0, 1},     {u"art\u00e9", 1, 1},
+               {u"cart and art", 1, 1}, {u"a cart", 0, 1},   {u"pa", 0, 0}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(whole.SearchWord(CString(c.text), CString(u"art")), c.whole)
+        << CString(c.text).ToUtf8();
+    EXPECT_EQ(part.SearchWord(CString(c.text), CString(u"art")), c.part)
+        << CString(c.text).ToUtf8();
+  }
 }
 
 TEST_F(ContentFilterTest, RemovingWordsSkipsTheNeighbourOfARemovedKeyword) {
