@@ -64,9 +64,9 @@ struct Panel : IIPanel {
     auto* m = reinterpret_cast<PANELVIEWMESSAGE*>(l);
     {
       std::lock_guard<std::mutex> hold(mutex);
-      heard.push_back({int(message), m->message, m->rcID});
+      heard.push_back({int(message), m != nullptr ? m->message : -1, m != nullptr ? m->rcID : -1});
     }
-    if (onMessage) onMessage();
+    if (onMessage) onMessage(message);
     PANELVIEWMESSAGE::DeleteHeapMessage(m);
     return 1;
   }
@@ -75,7 +75,7 @@ struct Panel : IIPanel {
   std::mutex mutex;
   std::vector<std::vector<int>> heard;
   std::vector<int> added, removed;
-  std::function<void()> onMessage;
+  std::function<void(unsigned)> onMessage;
   PanelWnd wnd{this};
 };
 

@@ -176,8 +176,8 @@ TEST_F(GlobalResourceCtrlTest, AHandlerThatLeavesDoesNotMakeTheNextPanelMissTheM
   Ctrl* c = new Ctrl(7);
   Panel first, second, third;
   for (Panel* p : {&first, &second, &third}) GlobalResourceCtrl::RegisterPanel(p, 7, 0);
-  first.onMessage = [&] { GlobalResourceCtrl::DeRegisterPanel(&first, 7); };
-  second.onMessage = [&] { GlobalResourceCtrl::DeRegisterPanel(&third, 7); };
+  first.onMessage = [&](unsigned) { GlobalResourceCtrl::DeRegisterPanel(&first, 7); };
+  second.onMessage = [&](unsigned) { GlobalResourceCtrl::DeRegisterPanel(&third, 7); };
   EXPECT_EQ(GlobalResourceCtrl::SendRC2PanelMessage(c, 1041, 3, nullptr), 1);
   EXPECT_EQ(first.heard.size() + second.heard.size() + third.heard.size(), 2u);
   EXPECT_EQ(second.heard.size(), 1u);  // the panel that left later is not called
