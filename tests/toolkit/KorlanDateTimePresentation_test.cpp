@@ -22,6 +22,8 @@ COleDateTime Invalid() {
   return d;
 }
 
+std::string Show(const COleDateTime& d) { return d.Format("%Y-%m-%d %H:%M:%S").ToUtf8(); }
+
 // "Now" is Tuesday 15 June 2010, 15:05:00.
 class KorlanTellTest : public ::testing::Test {
  protected:
@@ -46,20 +48,24 @@ class KorlanTellTest : public ::testing::Test {
 
 // ---- Today and yesterday --------------------------------------------------------
 
-TEST_F(KorlanTellTest, TodayIsTheCalendarDayOfNow) {
-  EXPECT_EQ(1, KorlanDateTime::IsToday(Date(2010, 6, 15)));
-  EXPECT_EQ(1, KorlanDateTime::IsToday(Date(2010, 6, 15, 23, 59, 59)));
-  EXPECT_EQ(0, KorlanDateTime::IsToday(Date(2010, 6, 14, 23, 59, 59)));
-  EXPECT_EQ(0, KorlanDateTime::IsToday(Date(2009, 6, 15)));
-  EXPECT_EQ(0, KorlanDateTime::IsToday(Invalid()));
-}
-
-TEST_F(KorlanTellTest, YesterdayIsTheDayNumberBeforeInTheSameMonth) {
-  EXPECT_EQ(1, KorlanDateTime::IsYesterday(Date(2010, 6, 14, 8, 0, 0)));
-  EXPECT_EQ(0, KorlanDateTime::IsYesterday(Date(2010, 6, 15)));
-  EXPECT_EQ(0, KorlanDateTime::IsYesterday(Date(2010, 5, 14)));
-  EXPECT_EQ(0, KorlanDateTime::IsYesterday(Date(2009, 6, 14)));
-  EXPECT_EQ(0, KorlanDateTime::IsYesterday(Invalid()));
+// Today is the calendar day of now; yesterday the day number before in the
+// same month and year.
+TEST_F(KorlanTellTest, TodayAndYesterdayByCalendarDay) {
+  const struct {
+    COleDateTime date;
+    int today, yesterday;
+  } cases[] = {{Date(2010, 6, 15), 1, 0},
+               {Date(2010, 6, 15, 23, 59, 59), 1, 0},
+               {Date(2010, 6, 14, 23, 59, 59), 0, 1},
+               {Date(2009, 6, 15), 0, 0},
+               {Date(2010, 5, 14), 0, 0},
+               {Date(2009, 6, 14), 0, 0},
+               {Invalid(), 0, 0}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.today * 10 + c.yesterday,
+              KorlanDateTime::IsToday(c.date) * 10 + KorlanDateTime::IsYesterday(c.date))
+        << Show(c.date);
+  }
 }
 
 TEST_F(KorlanTellTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSaysSo) {
@@ -72,41 +78,33 @@ TEST_F(KorlanTellTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSays
 
 // ---- Fixed shapes ------------------------------------------------------------------
 
-TEST_F(KorlanTellTest, FullAndSimpleStrings) {
+// The simple string is the stored shape and reads back, without seconds.
+TEST_F(KorlanTellTest, FullSimpleAndDateStrings) {
   COleDateTime d = Date(2005, 11, 7, 9, 5, 0);
   EXPECT_EQ("Monday, November 07, 2005 @ 09:05",
             KorlanDateTime::DateTimeToFullString(d, 0).ToUtf8());
   EXPECT_EQ("11/07/05@09:05", KorlanDateTime::DateTimeToSimpleString(d, 0).ToUtf8());
-  EXPECT_EQ("", KorlanDateTime::DateTimeToFullString(Invalid(), 0).ToUtf8());
-  EXPECT_EQ("", KorlanDateTime::DateTimeToSimpleString(Invalid(), 0).ToUtf8());
   COleDateTime null_date;
   null_date.SetStatus(COleDateTime::null);
-  EXPECT_EQ("", KorlanDateTime::DateTimeToSimpleString(null_date, 0).ToUtf8());
-}
+  EXPECT_EQ("", (KorlanDateTime::DateTimeToFullString(Invalid(), 0) +
+                 KorlanDateTime::DateTimeToSimpleString(Invalid(), 0) +
+                 KorlanDateTime::DateTimeToSimpleString(null_date, 0))
+                    .ToUtf8());
+  CString stored = KorlanDateTime::DateTimeToSimpleString(Date(2005, 11, 7, 21, 45, 30), 0);
+  EXPECT_EQ("2005-11-07 21:45:00", Show(KorlanDateTime::StringToDateTime(stored, 0)));
 
-TEST_F(KorlanTellTest, SimpleStringIsTheStoredShapeAndReadsBack) {
-  COleDateTime d = Date(2005, 11, 7, 21, 45, 0);
-  CString stored = KorlanDateTime::DateTimeToSimpleString(d, 0);
-  COleDateTime back = KorlanDateTime::StringToDateTime(stored, 0);
-  EXPECT_TRUE(back == d) << stored.ToUtf8();
-  // Seconds are not stored.
-  COleDateTime with_seconds = Date(2005, 11, 7, 21, 45, 30);
-  EXPECT_TRUE(KorlanDateTime::StringToDateTime(
-                  KorlanDateTime::DateTimeToSimpleString(with_seconds, 0), 0) == d);
-}
-
-TEST_F(KorlanTellTest, DateToPublicationString) {
-  EXPECT_EQ("June 15, 2010",
-            KorlanDateTime::DateToPublicationString(Date(2010, 6, 15), 0).ToUtf8());
-  EXPECT_EQ("Today, June 15, 2010",
-            KorlanDateTime::DateToPublicationString(Date(2010, 6, 15, 1, 0, 0), 1).ToUtf8());
-  EXPECT_EQ("June 14, 2010",
-            KorlanDateTime::DateToPublicationString(Date(2010, 6, 14), 0).ToUtf8());
-  EXPECT_EQ("Yesterday, June 14, 2010",
-            KorlanDateTime::DateToPublicationString(Date(2010, 6, 14), 1).ToUtf8());
-  EXPECT_EQ("Monday, June 07, 2010",
-            KorlanDateTime::DateToPublicationString(Date(2010, 6, 7), 1).ToUtf8());
-  EXPECT_EQ("", KorlanDateTime::DateToPublicationString(Invalid(), 1).ToUtf8());
+  const struct {
+    COleDateTime date;
+    int withWords;
+    const char* text;
+  } cases[] = {{Date(2010, 6, 15), 0, "June 15, 2010"},
+               {Date(2010, 6, 15, 1, 0, 0), 1, "Today, June 15, 2010"},
+               {Date(2010, 6, 14), 0, "June 14, 2010"},
+               {Date(2010, 6, 14), 1, "Yesterday, June 14, 2010"},
+               {Date(2010, 6, 7), 1, "Monday, June 07, 2010"},
+               {Invalid(), 1, ""}};
+  for (const auto& c : cases)
+    EXPECT_EQ(c.text, KorlanDateTime::DateToPublicationString(c.date, c.withWords).ToUtf8());
 }
 
 // ---- Publication text of a date and time ----------------------------------------
@@ -197,26 +195,26 @@ TEST_F(KorlanTellTest, AgeInWordsByUnitsAndOptions) {
   }
 }
 
-TEST_F(KorlanTellTest, InvalidDatesHaveInvalidAge) {
-  EXPECT_EQ("Invalid Date", AgoText(Invalid(), 0, 0, 1));
+// Invalid dates have an invalid age. Of a date text one day old, the word
+// "Yesterday" has no space behind it, and the smaller units follow.
+TEST_F(KorlanTellTest, AgeOfADateText) {
   COleDateTime null_date;
   null_date.SetStatus(COleDateTime::null);
-  EXPECT_EQ("Invalid Date", AgoText(null_date, 0, 0, 1));
-}
-
-TEST_F(KorlanTellTest, AgeOfADateText) {
-  EXPECT_EQ("Invalid Date", AgoString("", 0, 0));
-  EXPECT_EQ("Invalid Date", AgoString("not a date", 0, 0));
-  EXPECT_EQ("5Mins Ago", AgoString("06/15/10@15:00", 0, 0));
-  EXPECT_EQ("5 Minutes Ago", AgoString("Tue, 15 Jun 2010 15:00:00 GMT", 1, 0));
-  EXPECT_EQ("1 Year 2 Months Ago", AgoString("Tue, 10 May 2009 15:00:00 GMT", 1, 0));
-}
-
-TEST_F(KorlanTellTest, AgeOfADateTextOneDayAgoGoesOnBehindYesterday) {
-  // The word has no space behind it, and the smaller units follow.
-  EXPECT_EQ("Yesterday3 Hours 5 Minutes Ago", AgoString("06/14/10@12:00", 1, 0));
-  EXPECT_EQ("Yesterday", AgoString("06/14/10@12:00", 1, 1));
-  EXPECT_EQ("1D 3Hs 5Mins Ago", AgoString("06/14/10@12:00", 0, 0));
+  EXPECT_EQ("Invalid Date|Invalid Date",
+            AgoText(Invalid(), 0, 0, 1) + "|" + AgoText(null_date, 0, 0, 1));
+  const struct {
+    const char* text;
+    int longWords, coarse;
+    const char* age;
+  } cases[] = {{"", 0, 0, "Invalid Date"},
+               {"not a date", 0, 0, "Invalid Date"},
+               {"06/15/10@15:00", 0, 0, "5Mins Ago"},
+               {"Tue, 15 Jun 2010 15:00:00 GMT", 1, 0, "5 Minutes Ago"},
+               {"Tue, 10 May 2009 15:00:00 GMT", 1, 0, "1 Year 2 Months Ago"},
+               {"06/14/10@12:00", 1, 0, "Yesterday3 Hours 5 Minutes Ago"},
+               {"06/14/10@12:00", 1, 1, "Yesterday"},
+               {"06/14/10@12:00", 0, 0, "1D 3Hs 5Mins Ago"}};
+  for (const auto& c : cases) EXPECT_EQ(c.age, AgoString(c.text, c.longWords, c.coarse)) << c.text;
 }
 
 TEST_F(KorlanTellTest, AgeInMinutes) {

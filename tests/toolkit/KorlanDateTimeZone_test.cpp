@@ -53,18 +53,15 @@ TEST(KorlanZoneWordTest, WordsAndOffsets) {
   for (const auto& c : cases) {
     EXPECT_EQ(c.zone, Zone(c.text)) << (c.text ? CString(c.text).ToUtf8() : "null");
   }
-}
-
-TEST(KorlanZoneWordTest, VeryLongWordsAreHarmless) {
+  // Very long words are harmless; a missing output stops the lookup.
   std::u16string word(100000, u'9');
   EXPECT_EQ("- - -", Zone((u"+" + word).c_str()));
   std::u16string colon = u"-" + word + u":" + word;
-  // The numbers saturate in the scanner; whatever they read, nothing breaks.
   int hours = 0, minutes = 0, west = 0;
   KorlanDateTime::GetTimeZoneInfo(colon.c_str(), &hours, &minutes, &west);
-  EXPECT_EQ(1, west);
+  EXPECT_EQ(1, west);  // the numbers saturate in the scanner; nothing breaks
   west = 7;
-  KorlanDateTime::GetTimeZoneInfo(u"EST", nullptr, &minutes, &west);  // ignored
+  KorlanDateTime::GetTimeZoneInfo(u"EST", nullptr, &minutes, &west);
   EXPECT_EQ(7, west);
 }
 
@@ -73,91 +70,53 @@ TEST(KorlanZoneWordTest, VeryLongWordsAreHarmless) {
 class KorlanLocalTest : public ::testing::Test {
  protected:
   KorlanLocalTest() : clock_(2010, 6, 15, 15, 5, 0) {}
-
-  static std::string Local(const char* text) {
-    return Show(KorlanDateTime::StringToDateTime(CString(text), 1));
-  }
-
   ScopedManualClock clock_;
 };
 
-TEST_F(KorlanLocalTest, ZoneOfTheTextMovesTheDateToGmt) {
-  ScopedTimeZone tz("UTC0");
-  EXPECT_EQ("2005-11-07 15:00:00", Local("Mon, 07 Nov 2005 10:00:00 EST"));
-  EXPECT_EQ("2005-11-07 09:00:00", Local("Mon, 07 Nov 2005 10:00:00 CET"));
-  EXPECT_EQ("2005-11-07 04:30:00", Local("Mon, 07 Nov 2005 10:00 IST"));
-  EXPECT_EQ("2005-11-07 13:30:00", Local("07 Nov 2005 10:00:00 NST"));
-  EXPECT_EQ("2005-11-07 10:00:00", Local("07 Nov 2005 10:00 GMT"));
-  EXPECT_EQ("2005-11-03 14:15:43", Local("2005-11-03T09:15:43-05:00"));
-  EXPECT_EQ("2005-11-03 08:15:43", Local("2005-11-03T09:15:43+01:00"));
-  EXPECT_EQ("2005-11-03 09:15:43", Local("2005-11-03T09:15:43Z"));
-  EXPECT_EQ("2005-11-03 14:45:43", Local("2005-11-03T09:15:43-0530"));
-  EXPECT_EQ("2005-11-03 17:15:00", Local("11/03/2005 10:15 PDT"));
-  EXPECT_EQ("2005-11-03 08:15:00", Local("2005-11-03T09:15+01:00"));
-  EXPECT_EQ("2005-11-07 08:00:00", Local("Mon, 07 Nov 2005 10:00:00 +0200"));
-  EXPECT_EQ("2005-11-07 15:00:00", Local("Mon, 07 Nov 2005 10:00:00 GMT-5"));
-  // Crossing midnight and the year's end.
-  EXPECT_EQ("2006-01-01 04:00:00", Local("Sat, 31 Dec 2005 23:00:00 EST"));
-}
-
-TEST_F(KorlanLocalTest, WithoutToLocalTheOffsetIsReadAndDropped) {
-  ScopedTimeZone tz("EST5EDT");
-  KorlanDateTime::ReadInfo info;
-  COleDateTime d =
-      KorlanDateTime::StringToDateTimeExplained(CString("2005-11-03T09:15:43-05:00"), 0, &info);
-  EXPECT_EQ("2005-11-03 09:15:43", Show(d));
-  EXPECT_EQ(5, info.zone_hours);
-  EXPECT_EQ(1, info.zone_west);
-  EXPECT_FALSE(info.zone_applied);
-}
-
-TEST_F(KorlanLocalTest, ZoneOfZeroWholeHoursIsDroppedWithItsMinutes) {
-  ScopedTimeZone tz("UTC0");
-  EXPECT_EQ("2005-11-03 09:15:43", Local("2005-11-03T09:15:43+00:30"));
-  EXPECT_EQ("2005-11-03 09:15:43", Local("2005-11-03T09:15:43-00:45"));
-  EXPECT_EQ("2005-11-07 10:00:00", Local("Mon, 07 Nov 2005 10:00:00 +0030"));
-}
-
-TEST_F(KorlanLocalTest, UnknownZonesCountAsGmt) {
-  ScopedTimeZone tz("UTC0");
-  EXPECT_EQ("2005-11-07 10:00:00", Local("Mon, 07 Nov 2005 10:00:00 AKST"));
-  EXPECT_EQ("2005-11-03 09:15:43", Local("2005-11-03T09:15:43.123+01:00"));
-  EXPECT_EQ("2005-11-07 10:00:00", Local("Monday November 7, 2005 @ 10:00"));
-  EXPECT_EQ("2005-11-07 19:00:00", Local("Mon, 07 Nov 2005 10:00:00 AT"));
-}
-
-TEST_F(KorlanLocalTest, MachineBiasMovesToLocalStandardTime) {
-  {
-    ScopedTimeZone tz("EST5EDT");
-    EXPECT_EQ("2005-11-07 10:00:00", Local("Mon, 07 Nov 2005 10:00:00 EST"));
-    EXPECT_EQ("2005-11-07 05:00:00", Local("Mon, 07 Nov 2005 10:00:00 GMT"));
-    // Daylight saving is not considered: summer dates move by 5 hours too.
-    EXPECT_EQ("2005-07-01 05:00:00", Local("Fri, 01 Jul 2005 10:00:00 GMT"));
+// The zone of the text moves the date to GMT, and the machine's bias from
+// there to local standard time (daylight saving is not considered).
+TEST_F(KorlanLocalTest, ZoneOfTheTextAndTheMachineBiasMoveTheDate) {
+  const struct {
+    const char* zone;
+    const char* text;
+    const char* local;
+  } cases[] = {{"UTC0", "Mon, 07 Nov 2005 10:00:00 EST", "2005-11-07 15:00:00"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00 IST", "2005-11-07 04:30:00"},
+               {"UTC0", "07 Nov 2005 10:00:00 NST", "2005-11-07 13:30:00"},
+               {"UTC0", "2005-11-03T09:15:43-05:00", "2005-11-03 14:15:43"},
+               {"UTC0", "2005-11-03T09:15:43+01:00", "2005-11-03 08:15:43"},
+               {"UTC0", "2005-11-03T09:15:43Z", "2005-11-03 09:15:43"},
+               {"UTC0", "2005-11-03T09:15:43-0530", "2005-11-03 14:45:43"},
+               {"UTC0", "11/03/2005 10:15 PDT", "2005-11-03 17:15:00"},
+               {"UTC0", "2005-11-03T09:15+01:00", "2005-11-03 08:15:00"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 +0200", "2005-11-07 08:00:00"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 GMT-5", "2005-11-07 15:00:00"},
+               {"UTC0", "Sat, 31 Dec 2005 23:00:00 EST", "2006-01-01 04:00:00"},  // the year's end
+               // A zone of zero whole hours is dropped with its minutes.
+               {"UTC0", "2005-11-03T09:15:43+00:30", "2005-11-03 09:15:43"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 +0030", "2005-11-07 10:00:00"},
+               // Unknown zones count as GMT.
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 AKST", "2005-11-07 10:00:00"},
+               {"UTC0", "2005-11-03T09:15:43.123+01:00", "2005-11-03 09:15:43"},
+               {"UTC0", "Monday November 7, 2005 @ 10:00", "2005-11-07 10:00:00"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 AT", "2005-11-07 19:00:00"},
+               {"EST5EDT", "Mon, 07 Nov 2005 10:00:00 EST", "2005-11-07 10:00:00"},
+               {"EST5EDT", "Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 05:00:00"},
+               {"EST5EDT", "Fri, 01 Jul 2005 10:00:00 GMT", "2005-07-01 05:00:00"},
+               {"IST-5:30", "Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 15:30:00"},
+               {"NST3:30NDT", "Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 06:30:00"},
+               // Text the plain reader takes is GMT.
+               {"EST5EDT", "11/7/2005 10:00", "2005-11-07 05:00:00"},
+               // Invalid dates stay invalid; an absurd offset leaves the calendar.
+               {"EST5EDT", "Mon, 07 Foo 2005 10:00:00 EST", "invalid"},
+               {"EST5EDT", "", "invalid"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 -99999999:00", "invalid"},
+               {"UTC0", "Mon, 07 Nov 2005 10:00:00 GMT+2147483647", "invalid"}};
+  for (const auto& c : cases) {
+    ScopedTimeZone tz(c.zone);
+    EXPECT_EQ(c.local, Show(KorlanDateTime::StringToDateTime(CString(c.text), 1)))
+        << c.zone << " " << c.text;
   }
-  {
-    ScopedTimeZone tz("IST-5:30");
-    EXPECT_EQ("2005-11-07 15:30:00", Local("Mon, 07 Nov 2005 10:00:00 GMT"));
-  }
-  {
-    ScopedTimeZone tz("NST3:30NDT");
-    EXPECT_EQ("2005-11-07 06:30:00", Local("Mon, 07 Nov 2005 10:00:00 GMT"));
-  }
-}
-
-TEST_F(KorlanLocalTest, PlainReaderTextIsTakenAsGmt) {
-  ScopedTimeZone tz("EST5EDT");
-  EXPECT_EQ("2005-11-07 05:00:00", Local("11/7/2005 10:00"));
-  EXPECT_EQ("2005-07-01 05:00:00", Local("7/1/2005 10:00"));
-}
-
-TEST_F(KorlanLocalTest, InvalidDatesStayInvalid) {
-  ScopedTimeZone tz("EST5EDT");
-  EXPECT_EQ("invalid", Local("Mon, 07 Foo 2005 10:00:00 EST"));
-  EXPECT_EQ("invalid", Local(""));
-  EXPECT_EQ("invalid", Local("hello"));
-  // An absurd offset pushes the date out of the calendar.
-  EXPECT_EQ("invalid", Local("Mon, 07 Nov 2005 10:00:00 -99999999:00"));
-  EXPECT_EQ("invalid", Local("Mon, 07 Nov 2005 10:00:00 GMT+2147483647"));
 }
 
 TEST_F(KorlanLocalTest, ConvertToGmtUndoesTheMoveToLocal) {
@@ -173,27 +132,29 @@ TEST_F(KorlanLocalTest, ConvertToGmtUndoesTheMoveToLocal) {
   EXPECT_EQ("invalid", Show(KorlanDateTime::ConvertToGMT(bad)));
 }
 
+// The explained reading tells "form word hours minutes west applied"; without
+// the move to local time the offset is read and dropped.
 TEST_F(KorlanLocalTest, ExplainedReadingTellsTheZone) {
-  ScopedTimeZone tz("UTC0");
-  KorlanDateTime::ReadInfo info;
-  KorlanDateTime::StringToDateTimeExplained(CString("Mon, 07 Nov 2005 10:00 IST"), 1, &info);
-  EXPECT_EQ(2, info.form);
-  EXPECT_EQ(CString("IST"), info.zone_word);
-  EXPECT_EQ(5, info.zone_hours);
-  EXPECT_EQ(30, info.zone_minutes);
-  EXPECT_EQ(0, info.zone_west);
-  EXPECT_TRUE(info.zone_applied);
-
-  KorlanDateTime::StringToDateTimeExplained(CString("11/7/2005 10:00"), 1, &info);
-  EXPECT_EQ(0, info.form);
-  EXPECT_EQ(CString(""), info.zone_word);
-  EXPECT_EQ(0, info.zone_hours);
-  EXPECT_EQ(1, info.zone_west);
-  EXPECT_FALSE(info.zone_applied);
-
-  KorlanDateTime::StringToDateTimeExplained(CString("2005-11-03T09:15:43-05:00"), 1, &info);
-  EXPECT_EQ(3, info.form);
-  EXPECT_EQ(CString("-05:00"), info.zone_word);
+  ScopedTimeZone tz("EST5EDT");
+  const struct {
+    const char* text;
+    int toLocal;
+    const char* read;
+    const char* explained;
+  } cases[] = {{"2005-11-03T09:15:43-05:00", 0, "2005-11-03 09:15:43", "3 -05:00 5 0 1 0"},
+               {"2005-11-03T09:15:43-05:00", 1, "2005-11-03 09:15:43", "3 -05:00 5 0 1 1"},
+               {"Mon, 07 Nov 2005 10:00 IST", 1, "2005-11-06 23:30:00", "2 IST 5 30 0 1"},
+               {"11/7/2005 10:00", 1, "2005-11-07 05:00:00", "0  0 0 1 0"}};
+  for (const auto& c : cases) {
+    KorlanDateTime::ReadInfo info;
+    COleDateTime d = KorlanDateTime::StringToDateTimeExplained(CString(c.text), c.toLocal, &info);
+    EXPECT_EQ(c.read, Show(d)) << c.text;
+    EXPECT_EQ(c.explained,
+              std::to_string(info.form) + " " + info.zone_word.ToUtf8() + " " +
+                  std::to_string(info.zone_hours) + " " + std::to_string(info.zone_minutes) + " " +
+                  std::to_string(info.zone_west) + " " + std::to_string(info.zone_applied))
+        << c.text;
+  }
 }
 
 }  // namespace

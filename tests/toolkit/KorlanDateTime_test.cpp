@@ -42,16 +42,18 @@ struct FormCase {
 
 // ---- The forms, as feeds write dates -------------------------------------------
 
+// Each form takes its shape (-1: none does). Quirks: seconds a failed form
+// stored stay for the next one: form 1 stores 30 and fails for want of a
+// zone, and form 2 takes ":30" as its zone word and keeps them; forms 6 to
+// 10 clear them (forms 3 and 4 find no tail behind "09:15:43", and form 8
+// takes ":43" for a zone word, which is no zone). The weekday word is not
+// checked.
 TEST_F(KorlanReadTest, EachFormTakesItsShape) {
   const FormCase cases[] = {{"11/7/2005 10:00", 0, "2005-11-07 10:00:00"},
                             {"2005-11-03 09:15:43", 0, "2005-11-03 09:15:43"},
-                            {"Mon, 07 Nov 2005 10:00:00 GMT", 1, "2005-11-07 10:00:00"},
                             {"Tue, 08 Nov 2005 23:59:59 +0100", 1, "2005-11-08 23:59:59"},
-                            {"Mon, 07 Nov 2005 10:00 GMT", 2, "2005-11-07 10:00:00"},
                             {"Mon, 07 Nov 2005 10:00 -0500", 2, "2005-11-07 10:00:00"},
-                            {"2005-11-03T09:15:43Z", 3, "2005-11-03 09:15:43"},
                             {"2005-11-03T09:15:43-05:00", 3, "2005-11-03 09:15:43"},
-                            {"2005-11-03T09:15:43+01:00", 3, "2005-11-03 09:15:43"},
                             {"2005-11-03T09:15:43.123+01:00", 3, "2005-11-03 09:15:43"},
                             {"07 Nov 2005 10:00:00 GMT", 5, "2005-11-07 10:00:00"},
                             {"11/07/05@10:00", 6, "2005-11-07 10:00:00"},
@@ -60,45 +62,20 @@ TEST_F(KorlanReadTest, EachFormTakesItsShape) {
                             {"2005-11-03T09:15Z", 8, "2005-11-03 09:15:00"},
                             {"2005-11-03T09:15+01:00", 8, "2005-11-03 09:15:00"},
                             {"Monday November 7, 2005 @ 10:00", 9, "2005-11-07 10:00:00"},
-                            {"07 Nov 2005 10:00 GMT", 10, "2005-11-07 10:00:00"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.form, Form(c.text)) << c.text;
-    EXPECT_EQ(c.date, Read(c.text)) << c.text;
-  }
-}
-
-TEST_F(KorlanReadTest, EmptyAndUnreadableTextsAreInvalid) {
-  for (const char* text : {"", " ", "hello", "yesterday", "10:00", "2005", "11/7", "Nov 7 2005",
-                           "07 Nov 2005", "2005-11-03T", "Monday, November 7, 2005 10:00"}) {
-    EXPECT_EQ("invalid", Read(text)) << text;
-    EXPECT_EQ(-1, Form(text)) << text;
-  }
-}
-
-TEST_F(KorlanReadTest, IsoWithoutSecondsTailLosesTheSeconds) {
-  // Forms 3 and 4 find no tail behind the seconds; form 8 takes ":43" for a
-  // zone word, which is no zone, and the seconds are gone.
-  KorlanDateTime::ReadInfo info;
-  COleDateTime d =
-      KorlanDateTime::StringToDateTimeExplained(CString("2005-11-03T09:15:43"), 0, &info);
-  EXPECT_EQ(8, info.form);
-  EXPECT_EQ("2005-11-03 09:15:00", Show(d));
-  EXPECT_EQ(CString(":43"), info.zone_word);
-}
-
-// Seconds a failed form stored stay for the next one: form 1 stores 30 and
-// fails for want of a zone, and form 2 takes ":30" as its zone word and
-// keeps them; forms 6 to 10 clear them (form 3 stored 59 before failing).
-// The weekday word is not checked.
-TEST_F(KorlanReadTest, QuirksOfSecondsAndWeekdays) {
-  const FormCase cases[] = {{"Mon, 07 Nov 2005 10:00:30", 2, "2005-11-07 10:00:30"},
-                            {"2005-11-03T09:15:59", 8, "2005-11-03 09:15:00"},
+                            {"07 Nov 2005 10:00 GMT", 10, "2005-11-07 10:00:00"},
+                            {"Mon, 07 Nov 2005 10:00:30", 2, "2005-11-07 10:00:30"},
+                            {"2005-11-03T09:15:43", 8, "2005-11-03 09:15:00"},
                             {"11/03/2005 10:00 GMT", 7, "2005-11-03 10:00:00"},
                             {"Fri, 07 Nov 2005 10:00:00 GMT", 1, "2005-11-07 10:00:00"},
                             {"xyz 07 Nov 2005 10:00:00 GMT", 1, "2005-11-07 10:00:00"}};
   for (const auto& c : cases) {
     EXPECT_EQ(c.form, Form(c.text)) << c.text;
     EXPECT_EQ(c.date, Read(c.text)) << c.text;
+  }
+  for (const char* text : {"", " ", "hello", "10:00", "2005", "11/7", "Nov 7 2005", "07 Nov 2005",
+                           "2005-11-03T", "Monday, November 7, 2005 10:00"}) {
+    EXPECT_EQ("invalid", Read(text)) << text;
+    EXPECT_EQ(-1, Form(text)) << text;
   }
 }
 
@@ -117,10 +94,7 @@ TEST_F(KorlanReadTest, HostileTextEndsInAnAnswer) {
   std::u16string plain_nul = u"11/7/2005 10:30";
   plain_nul.push_back(u'\0');
   plain_nul += u"junk";
-  KorlanDateTime::ReadInfo info;
-  EXPECT_EQ("2005-11-07 10:30:00",
-            Show(KorlanDateTime::StringToDateTimeExplained(CString(plain_nul), 0, &info)));
-  EXPECT_EQ(0, info.form);
+  EXPECT_EQ("2005-11-07 10:30:00", Show(KorlanDateTime::StringToDateTime(CString(plain_nul), 0)));
   EXPECT_EQ("2005-11-07 10:30:00", Show(KorlanDateTime::StringToDate(CString(plain_nul))));
 }
 
@@ -178,10 +152,9 @@ TEST_F(KorlanReadTest, DateOutsideTheCalendarIsInvalid) {
 }
 
 TEST_F(KorlanReadTest, TimeOutOfRangeKeepsTheDay) {
-  for (const char* text : {"2005-11-03T24:00:00Z", "2005-11-03T09:60:00Z", "2005-11-03T09:15:60Z"})
+  for (const char* text : {"2005-11-03T24:00:00Z", "2005-11-03T09:60:00Z", "2005-11-03T09:15:60Z",
+                           "Mon, 03 Nov 2005 -1:00:00 GMT", "11/03/05@25:00"})
     EXPECT_EQ("2005-11-03 00:00:00", Read(text)) << text;
-  EXPECT_EQ("2005-11-07 00:00:00", Read("Mon, 07 Nov 2005 -1:00:00 GMT"));
-  EXPECT_EQ("2005-11-07 00:00:00", Read("11/07/05@25:00"));
 }
 
 TEST(KorlanMonthTest, FirstThreeLettersCount) {
@@ -205,14 +178,12 @@ TEST_F(KorlanReadTest, DayReaderTakesFewerShapes) {
   } cases[] = {{"Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 00:00:00"},
                {"2005-11-03T09:15:43Z", "2005-11-03 00:00:00"},
                {"2005-11-03T09:15:43+01:00", "2005-11-03 00:00:00"},
-               {"2005-11-03T09:15:43", "2005-11-03 00:00:00"},
                {"07 Nov 2005 10:00:00 GMT", "2005-11-07 00:00:00"},
                {"11/03/05 10:00 GMT", "2005-11-03 00:00:00"},
                {"2005-11-03T09:15Z", "2005-11-03 00:00:00"},
                {"2005-11-03T99:99:99Z", "2005-11-03 00:00:00"},
                {"11/7/2005 10:30", "2005-11-07 10:30:00"},
                {"12/25/05 @10:00", "2005-12-25 00:00:00"},
-               {"12/25/05@10:00", "2005-12-25 00:00:00"},
                {"12/25/2005 @10:00", "4005-12-25 00:00:00"},
                {"12/25/15@10:00", "2015-12-25 00:00:00"},
                {"", "invalid"},
