@@ -69,6 +69,10 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
   EXPECT_TRUE(Has("records in demo.kdb: 0 (as before the step)")) << out_;
   // The profile.
   EXPECT_TRUE(Has("Software\\Tidrel\\Demo\\Walk\\Runs = 1")) << out_;
+  // A user's settings, read again after a restart.
+  EXPECT_TRUE(
+      Has("after the restart: RankMode 2, UserLogin \"demo\", a flagged post gets rank 2048"))
+      << out_;
   EXPECT_TRUE(Has("All steps done.")) << out_;
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));
