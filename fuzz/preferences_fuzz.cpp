@@ -1,0 +1,162 @@
+// Reads a user's settings from a profile section filled with anything:
+// value names, types and values come from the input, as another program
+// sharing the registry might have left them.
+//
+// Input: fields (see FuzzFields.h). Field 0: its first unit picks the
+// settings relation (12, 28 or 31); the rest of it is a login. Then groups
+// of three: an operation, a name and a value. The first unit of the
+// operation picks the type stored:
+//   's' a string   'i' an integer (the value's first bytes)   'b' raw bytes
+//   'q' a 64-bit integer
+// With a second unit, the name is not the name field but the key of the
+// settings field that unit picks, so that real keys get hostile values.
+//
+// Then every field is read through the current-settings calls, and the
+// computed values, orderings, scrambled accounts and search engines are
+// taken from what the profile holds. Properties: a login that cannot name a
+// folder is refused and gives no folder, any other gives a folder inside the
+// data root; a scrambled text without its marker reads as ""; search engine
+// definitions written once read back and write again as the same text.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "FuzzFields.h"
+#include "FuzzScratch.h"
+#include "kordll/platform/CString.h"
+#include "kordll/platform/CWinApp.h"
+#include "kordll/platform/Host.h"
+#include "kordll/platform/Locations.h"
+#include "kordll/platform/Registry.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
+#include "kordll/schema/Relation.h"
+#include "kordll/settings/Preferences.h"
+#include "kordll/settings/UserPreferences.h"
+
+namespace {
+
+using kordll::CString;
+using kordll::Locations;
+using kordll::Preferences;
+using kordll::RegHive;
+using kordll::RegValue;
+using kordll_fuzz::Check;
+using kordll_fuzz::Field;
+using kordll_fuzz::FieldAt;
+
+uint64_t NumberOf(const std::string& bytes) {
+  uint64_t v = 0;
+  for (size_t i = 0; i < 8 && i < bytes.size(); ++i) {
+    v |= static_cast<uint64_t>(static_cast<uint8_t>(bytes[i])) << (8 * i);
+  }
+  return v;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static kordll_fuzz::QuietHost host;
+  static kordll::Host* installed = kordll::Host::Install(&host);
+  (void)installed;
+  static const CString& folder = kordll_fuzz::ScratchFolder("kordll-preferences-fuzz-");
+  static const bool rooted = (Locations::SetRootForTesting(folder), true);
+  (void)rooted;
+  static kordll::Registry* registry = new kordll::Registry(folder.ToUtf8());
+  static kordll::GlobalRelationsCtrl* catalogue = new kordll::GlobalRelationsCtrl();
+  Check(!registry->in_memory());
+  registry->DeleteTree(RegHive::kCurrentUser, CString("Software"));
+
+  const std::vector<Field> fields = kordll_fuzz::SplitFields(data, size, 1 + 3 * 40);
+  const CString& head = FieldAt(fields, 0).text;
+  const int relations[] = {12, 28, 31};
+  const int relationID = relations[head.IsEmpty() ? 0 : head[0] % 3];
+  const CString login = head.Mid(1);
+  kordll::Relation* relation = catalogue->GetRelation(relationID);
+  Check(relation != nullptr && relation->GetRGDBTemplate() != nullptr);
+  kordll::RGDBTemplate* layout = relation->GetRGDBTemplate();
+  std::vector<int> keyed;
+  for (int id = 0; id < layout->GetFieldCount(); ++id) {
+    if (layout->GetField(id) != nullptr) keyed.push_back(id);
+  }
+
+  kordll::CWinApp app(CString("Tidrel"), CString("Tidrel"), registry);
+  const CString sectionKey = app.GetSectionKey(CString("User-fuzz"));
+  for (size_t g = 1; g < fields.size(); g += 3) {
+    const CString& op = FieldAt(fields, g).text;
+    const Field& value = FieldAt(fields, g + 2);
+    CString name = FieldAt(fields, g + 1).text;
+    if (op.GetLength() > 1) name = relation->GetFieldDecorationName(keyed[op[1] % keyed.size()]);
+    RegValue raw;
+    switch (op.IsEmpty() ? u's' : op[0]) {
+      case u'i':
+        raw = RegValue::Dword(static_cast<uint32_t>(NumberOf(value.bytes)));
+        break;
+      case u'q':
+        raw = RegValue::Qword(NumberOf(value.bytes));
+        break;
+      case u'b':
+        raw = RegValue::Binary(value.bytes);
+        break;
+      default:
+        raw = RegValue::String(value.text);
+        break;
+    }
+    registry->SetValue(RegHive::kCurrentUser, sectionKey, name, raw, true);
+  }
+
+  {
+    Preferences prefs(CString("fuzz"), CString(), relationID);
+    Preferences::SetGlobalPreferences(&prefs);
+    for (int id : keyed) {
+      Preferences::GetCurrentPreferencesIntValue(id);
+      Preferences::GetCurrentPreferencesStringValue(id);
+      Preferences::GetCurrentPreferencesBoolValue(id);
+      Preferences::GetCurrentPreferencesDoubleValue(id);
+      Preferences::GetCurrentPreferencesDateValue(id);
+    }
+    Preferences::GetLinkCheckingAutoRankingValue();
+    Preferences::GetReadingItemAutoRankingValue();
+    Preferences::IsAutoDeleteRankingValueValid(0x700);
+    Preferences::PlayGeneralNotificationSound();
+    std::vector<int> order;
+    prefs.GetSlideShowResourceTypeOrdering(&order);
+    prefs.GetSlideShowResourceOrdering(&order);
+    if (!prefs.GetFieldString(Preferences::kBloglinesPassword, 0).Left(3).IsEmpty() &&
+        prefs.GetFieldString(Preferences::kBloglinesPassword, 0).Left(3) != CString("::[")) {
+      Check(prefs.GetBloglinesPassword().IsEmpty());
+    }
+    prefs.GetBloglinesUserName();
+
+    // Search engines: what is written once is written again alike.
+    std::vector<CString> terms;
+    prefs.GetSearchEngineShortcutTerms(&terms);
+    CString part1, part2, part3;
+    int first = 0;
+    prefs.GetDefaultWebSearchEngineDefinition(part1, part2, part3, first);
+    if (prefs.SaveMySearchEngineDefinitions() == 1 && relationID == 12) {
+      const CString once = prefs.GetFieldString(Preferences::kMySearchEngineDefinitions, 0);
+      prefs.LoadMySearchEngineDefinitions();
+      std::vector<CString> again;
+      prefs.GetSearchEngineShortcutTerms(&again);
+      Check(again.size() == terms.size());
+      Check(prefs.SaveMySearchEngineDefinitions() == 1);
+      Check(prefs.GetFieldString(Preferences::kMySearchEngineDefinitions, 0) == once);
+    }
+
+    // A login from the input: refused unless it can name a folder, and
+    // then its folder lies inside the data root.
+    const int taken = prefs.SetUserLogin(login);
+    const CString userFolder = kordll::UserPreferences::GetUserFolder(login);
+    Check(taken == (Locations::IsUsableLoginName(login) ? 1 : 0));
+    Check(taken == 1 ? Locations::IsPathInside(Locations::GetDataRoot(), userFolder)
+                     : userFolder.IsEmpty());
+    if (taken == 1 && login.GetLength() < 200)
+      Check(prefs.GetSection() == CString("User-") + login);
+    Preferences::SetGlobalPreferences(nullptr);
+  }
+  kordll::CWinApp::SetCurrent(nullptr);
+  return 0;
+}
