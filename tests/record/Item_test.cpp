@@ -37,37 +37,49 @@ TEST_F(ItemTest, CreateTypedItemPicksTheClassByTypeIdAndFallsBackToString) {
   EXPECT_NE(dynamic_cast<DoubleItem*>(Make(1, u"1").get()), nullptr);
   EXPECT_NE(dynamic_cast<DateItem*>(Make(2, u"").get()), nullptr);
   EXPECT_NE(dynamic_cast<BoolItem*>(Make(3, u"1").get()), nullptr);
-  for (int type : {4, 7, -1}) {
+  for (int type : {0, 1, 2, 3, 4, 7, -1}) {
     ItemPtr item = Make(type, u"any text");
     ASSERT_NE(item, nullptr);
-    EXPECT_EQ(item->GetItemTypeID(), 4) << type;
-    EXPECT_EQ(item->IsString(), 1);
-    EXPECT_EQ(item->GetItemString(), CString(u"any text"));
-  }
-}
-
-TEST_F(ItemTest, ExactlyOneTypeFlagIsSetAndChangedStartsAtZero) {
-  for (int type = 0; type <= 4; ++type) {
-    ItemPtr item = Make(type, u"");
-    EXPECT_EQ(item->GetItemTypeID(), type);
+    EXPECT_EQ(item->GetItemTypeID(), type >= 0 && type <= 4 ? type : 4) << type;
     EXPECT_EQ(item->IsInteger() + item->IsDouble() + item->IsDate() + item->IsBoolean() +
                   item->IsString(),
               1);
     EXPECT_EQ(item->IsChanged(), 0);
   }
+  EXPECT_EQ(Make(9, u"any text")->GetItemString(), CString(u"any text"));
 }
 
-TEST_F(ItemTest, IntItemParsesAtOnceButKeepsItsTextUntilChanged) {
-  IntItem item(CString(u"12abc"));
-  EXPECT_EQ(item.GetValue(), 12);
-  EXPECT_EQ(item.GetItemString(), CString(u"12abc"));
+// What a typed item reads from its stored text (int and bool parse at once,
+// a double not at all) and the text it gives back while unchanged.
+TEST_F(ItemTest, StoredTextGivesTheValueAndStandsUntilChanged) {
+  const struct {
+    int type;
+    const char16_t* text;
+    double value;
+    const char16_t* shown;
+  } rows[] = {
+      {0, u"12abc", 12, u"12abc"}, {0, u"", -1, u"-1"}, {0, u"abc", 0, u"abc"},
+      {1, u"3.25", 0, u"3.25"},    {3, u"0", 0, u"0"},  {3, u"00", 1, u"00"},
+      {3, u"false", 1, u"false"},  {3, u" ", 1, u" "},  {3, u"", 0, u"0"},
+      {3, u"no", 1, u"no"},        {2, u"", 0, u""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.type << " [" << CString(row.text).ToUtf8() << "]");
+    ItemPtr item = Make(row.type, row.text);
+    double value = 0;
+    if (auto* i = dynamic_cast<IntItem*>(item.get())) value = i->GetValue();
+    if (auto* d = dynamic_cast<DoubleItem*>(item.get())) value = d->GetValue();
+    if (auto* f = dynamic_cast<BoolItem*>(item.get())) value = f->GetValue();
+    EXPECT_EQ(value, row.value);
+    EXPECT_EQ(item->GetItemString(), CString(row.shown));
+    EXPECT_EQ(item->IsChanged(), 0);
+  }
   IntItem empty(CString(u""));
-  EXPECT_EQ(empty.GetValue(), -1);
   EXPECT_EQ(empty.GetItemString(), CString(u"-1"));
   EXPECT_EQ(empty.GetText(), CString(u"-1"));  // rebuilt text is kept
-  EXPECT_EQ(empty.IsChanged(), 0);             // and changed is left alone
-  IntItem noDigits(CString(u"abc"));
-  EXPECT_EQ(noDigits.GetInt(), 0);
+  BoolItem noText(CString(u""));
+  EXPECT_TRUE(noText.GetText().IsEmpty());
+  EXPECT_EQ(DateItem().GetValue().GetStatus(), COleDateTime::invalid);
 }
 
 TEST_F(ItemTest, IntItemWithValueMinusOneIsParsedAgainFromItsText) {
@@ -79,92 +91,71 @@ TEST_F(ItemTest, IntItemWithValueMinusOneIsParsedAgainFromItsText) {
   EXPECT_EQ(real.GetInt(), -1);
 }
 
-TEST_F(ItemTest, DoubleItemParsesNothingOnConstruction) {
-  DoubleItem item(CString(u"3.25"));
-  EXPECT_EQ(item.GetValue(), 0.0);
-  EXPECT_EQ(item.GetItemString(), CString(u"3.25"));
-}
-
-TEST_F(ItemTest, BoolItemIsFalseOnlyForExactlyZero) {
-  EXPECT_EQ(BoolItem(CString(u"0")).GetValue(), 0);
-  EXPECT_EQ(BoolItem(CString(u"00")).GetValue(), 1);
-  EXPECT_EQ(BoolItem(CString(u"false")).GetValue(), 1);
-  EXPECT_EQ(BoolItem(CString(u" ")).GetValue(), 1);
-  BoolItem empty(CString(u""));
-  EXPECT_EQ(empty.GetValue(), 0);
-  EXPECT_TRUE(empty.GetText().IsEmpty());
-  EXPECT_EQ(empty.GetItemString(), CString(u"0"));
-  BoolItem no(CString(u"no"));
-  EXPECT_EQ(no.GetItemString(), CString(u"no"));  // unchanged text stands
-}
-
-TEST_F(ItemTest, DateItemReadsTheStoredShapeAndWritesItBack) {
+TEST_F(ItemTest, DateItemReadsTheStoredShapeAndItsTextOnDemand) {
   DateItem item(CString(u"11/07/05@21:05"));
   COleDateTime date = item.GetDateTime();
   ASSERT_EQ(date.GetStatus(), COleDateTime::valid);
-  EXPECT_EQ(date.GetYear(), 2005);
-  EXPECT_EQ(date.GetMonth(), 11);
-  EXPECT_EQ(date.GetDay(), 7);
-  EXPECT_EQ(date.GetHour(), 21);
-  EXPECT_EQ(date.GetMinute(), 5);
+  EXPECT_EQ(date, COleDateTime(2005, 11, 7, 21, 5, 0));
   EXPECT_EQ(item.GetItemString(), CString(u"11/07/05@21:05"));
-
   DateItem empty;
-  EXPECT_EQ(empty.GetValue().GetStatus(), COleDateTime::invalid);
-  EXPECT_EQ(empty.GetItemString(), CString(u""));  // invalid and unchanged: text as is
   empty.SetValue(COleDateTime(2010, 1, 2, 3, 4, 0));
   EXPECT_EQ(empty.GetItemString(), CString(u"01/02/10@03:04"));
-}
-
-TEST_F(ItemTest, DateItemWithInvalidDateReadsItsTextOnDemand) {
-  DateItem item(CString(u"01/02/10@03:04"));
-  COleDateTime unparsed = item.GetValue();
+  // An invalid native date is read again from the text.
+  DateItem stored(CString(u"01/02/10@03:04"));
+  COleDateTime unparsed = stored.GetValue();
   unparsed.SetStatus(COleDateTime::invalid);
-  item.SetValue(unparsed);
-  EXPECT_EQ(item.GetDateTime().GetStatus(), COleDateTime::valid);
-  EXPECT_EQ(item.GetDateTime().GetYear(), 2010);
+  stored.SetValue(unparsed);
+  EXPECT_EQ(stored.GetDateTime().GetStatus(), COleDateTime::valid);
+  EXPECT_EQ(stored.GetDateTime().GetYear(), 2010);
 }
 
 // --- Change and comparison --------------------------------------------------------
 
-TEST_F(ItemTest, SetItemCopiesADifferentValueOfTheSameTypeAndMarksChanged) {
+// SetItem copies only a different value of the same type, and marks the item
+// changed; IsSame compares texts with case and typed values as they stand
+// (doubles not yet parsed are both 0).
+TEST_F(ItemTest, SetItemCopiesOnlyADifferentValueOfTheSameType) {
+  const struct {
+    int typeA;
+    const char16_t* a;
+    int typeB;
+    const char16_t* b;
+    int same, changed;
+    const char16_t* after;
+  } rows[] = {{0, u"5", 0, u"9", 0, 1, u"9"},
+              {0, u"07", 0, u"7", 1, 0, u"07"},
+              {3, u"0", 0, u"1", 0, 0, u"0"},
+              {4, u"abc", 0, u"1", 0, 0, u"abc"},
+              {4, u"", 0, u"3", 0, 0, u""},
+              {0, u"3", 4, u"", 0, 0, u"3"},
+              {4, u"Title", 4, u"title", 0, 1, u"title"},
+              {2, u"01/02/10@03:04", 2, u"01/02/10@03:04", 1, 0, u"01/02/10@03:04"},
+              {2, u"01/02/10@03:04", 2, u"01/02/10@03:05", 0, 1, u"01/02/10@03:05"},
+              {1, u"1.5", 1, u"2.5", 1, 0, u"1.5"},
+              {1, u"1.5", 0, u"3", 0, 0, u"1.5"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(CString(row.a).ToUtf8() + " <- " + CString(row.b).ToUtf8());
+    ItemPtr a = Make(row.typeA, row.a);
+    ItemPtr b = Make(row.typeB, row.b);
+    EXPECT_EQ(a->IsSame(b.get()), row.same);
+    a->SetItem(b.get());
+    EXPECT_EQ(a->IsChanged(), row.changed);
+    EXPECT_EQ(a->GetItemString(), CString(row.after));
+    EXPECT_EQ(a->IsSame(b.get()), row.same || row.changed);
+  }
   IntItem target(CString(u"5"));
   IntItem source(CString(u"9"));
   target.SetItem(&source);
-  EXPECT_EQ(target.GetValue(), 9);
-  EXPECT_EQ(target.IsChanged(), 1);
   EXPECT_TRUE(target.GetText().IsEmpty());
-  EXPECT_EQ(target.GetItemString(), CString(u"9"));
-}
-
-TEST_F(ItemTest, SetItemWithEqualValueOrOtherTypeChangesNothing) {
-  IntItem target(CString(u"07"));
-  IntItem same(CString(u"7"));
-  target.SetItem(&same);
+  target.SetChanged(0);
+  target.SetItem(nullptr);
   EXPECT_EQ(target.IsChanged(), 0);
-  EXPECT_EQ(target.GetText(), CString(u"07"));
-
-  BoolItem flag(CString(u"0"));
-  IntItem one(CString(u"1"));
-  flag.SetItem(&one);
-  EXPECT_EQ(flag.GetValue(), 0);
-  EXPECT_EQ(flag.IsChanged(), 0);
-  flag.SetItem(nullptr);
-  EXPECT_EQ(flag.IsChanged(), 0);
-
-  Item text(CString(u"abc"));
-  text.SetItem(&one);
-  EXPECT_EQ(text.GetText(), CString(u"abc"));
-}
-
-TEST_F(ItemTest, StringItemsCompareTextsWithCase) {
-  Item a(CString(u"Title"));
-  Item b(CString(u"title"));
-  EXPECT_EQ(a.IsSame(&b), 0);
-  a.SetItem(&b);
-  EXPECT_EQ(a.GetText(), CString(u"title"));
-  EXPECT_EQ(a.IsChanged(), 1);
-  EXPECT_EQ(a.IsSame(&b), 1);
+  // Both just read from disk and not parsed: the values are -1 and equal.
+  IntItem x(CString(u"3"));
+  IntItem y(CString(u"4"));
+  x.SetValue(-1);
+  y.SetValue(-1);
+  EXPECT_EQ(x.IsSame(&y), 1);
 }
 
 TEST_F(ItemTest, DoubleNaNNeverEqualsSoItIsAlwaysCopied) {
@@ -178,67 +169,29 @@ TEST_F(ItemTest, DoubleNaNNeverEqualsSoItIsAlwaysCopied) {
   a.SetChanged(0);
   a.SetItem(&nan);
   EXPECT_EQ(a.IsChanged(), 1);
-  DoubleItem half;
-  half.SetValue(0.5);
-  DoubleItem other;
-  other.SetValue(0.5);
-  EXPECT_EQ(half.IsSame(&other), 1);
+  a.SetValue(0.5);
+  nan.SetValue(0.5);
+  EXPECT_EQ(a.IsSame(&nan), 1);
 }
 
-TEST_F(ItemTest, IsSameComparesUnparsedValuesAsTheyStand) {
-  // Both just read from disk and not parsed: the values are -1 and equal.
-  IntItem a(CString(u"3"));
-  IntItem b(CString(u"4"));
-  a.SetValue(-1);
-  b.SetValue(-1);
-  EXPECT_EQ(a.IsSame(&b), 1);
-  DoubleItem x(CString(u"1.5"));
-  DoubleItem y(CString(u"2.5"));
-  EXPECT_EQ(x.IsSame(&y), 1);
-  EXPECT_EQ(x.IsSame(&a), 0);
-  Item text(CString(u""));
-  EXPECT_EQ(text.IsSame(&a), 0);
-  EXPECT_EQ(a.IsSame(&text), 0);
-}
-
-TEST_F(ItemTest, DatesCompareByNativeValue) {
-  DateItem a(CString(u"01/02/10@03:04"));
-  DateItem b(CString(u"01/02/10@03:04"));
-  DateItem c(CString(u"01/02/10@03:05"));
-  EXPECT_EQ(a.IsSame(&b), 1);
-  EXPECT_EQ(a.IsSame(&c), 0);
-  a.SetItem(&c);
-  EXPECT_EQ(a.IsChanged(), 1);
-  EXPECT_EQ(a.GetItemString(), CString(u"01/02/10@03:05"));
-}
-
-TEST_F(ItemTest, CreateCopyItemCopiesClassValueTextAndChanged) {
-  IntItem source(CString(u"12abc"));
-  source.SetChanged(1);
-  ItemPtr copy(source.CreateCopyItem());
-  auto* typed = dynamic_cast<IntItem*>(copy.get());
-  ASSERT_NE(typed, nullptr);
-  EXPECT_EQ(typed->GetValue(), 12);
-  EXPECT_EQ(typed->GetText(), CString(u"12abc"));
-  EXPECT_EQ(typed->IsChanged(), 1);
-
-  DateItem date(CString(u"01/02/10@03:04"));
-  ItemPtr dateCopy(date.CreateCopyItem());
-  EXPECT_EQ(dateCopy->IsSame(&date), 1);
-  Item text(CString(u"t"));
-  ItemPtr textCopy(text.CreateCopyItem());
-  EXPECT_EQ(textCopy->GetItemTypeID(), 4);
-  EXPECT_EQ(textCopy->GetText(), CString(u"t"));
-  BoolItem flag(CString(u"yes"));
-  ItemPtr flagCopy(flag.CreateCopyItem());
-  EXPECT_EQ(flagCopy->GetItemString(), CString(u"yes"));
-  DoubleItem d;
-  d.SetValue(2.5);
-  ItemPtr dCopy(d.CreateCopyItem());
-  EXPECT_EQ(static_cast<DoubleItem*>(dCopy.get())->GetValue(), 2.5);
-}
-
-TEST_F(ItemTest, ChangedIntAndBoolRebuildTheirText) {
+TEST_F(ItemTest, CopiesKeepClassValueTextAndChangedAndChangedItemsRebuildTheirText) {
+  const std::pair<int, const char16_t*> rows[] = {
+      {0, u"12abc"}, {1, u"2.5"}, {2, u"01/02/10@03:04"}, {3, u"yes"}, {4, u"t"}};
+  for (auto [type, text] : rows) {
+    for (int changed : {0, 1}) {
+      SCOPED_TRACE(testing::Message() << type << " " << changed);
+      ItemPtr source = Make(type, text);
+      source->SetChanged(changed);
+      ItemPtr copy(source->CreateCopyItem());
+      ASSERT_NE(copy, nullptr);
+      EXPECT_EQ(typeid(*copy), typeid(*source));
+      EXPECT_EQ(copy->IsSame(source.get()), 1);
+      EXPECT_EQ(copy->GetText(), CString(text));
+      EXPECT_EQ(copy->IsChanged(), changed);
+    }
+  }
+  EXPECT_EQ(static_cast<IntItem*>(ItemPtr(Make(0, u"12abc")->CreateCopyItem()).get())->GetValue(),
+            12);
   IntItem number(CString(u"12"));
   number.SetValue(13);
   EXPECT_EQ(number.GetItemString(), CString(u"12"));  // unchanged: text stands
