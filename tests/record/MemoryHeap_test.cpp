@@ -22,50 +22,39 @@ namespace {
 
 constexpr int kChunk = MemoryHeap::kObjectsPerChunk;
 
-TEST(MemoryHeapTest, FiveHundredBlocksShareOneChunkAndTheNextStartsAnother) {
+// A chunk holds kChunk blocks side by side; freed blocks come back first in,
+// first out, so a block freed while the chunk's never used blocks remain waits
+// behind them all.
+TEST(MemoryHeapTest, BlocksFillAChunkInOrderAndFreedOnesComeBackInTheOrderFreed) {
   MemoryHeap heap(24);
   std::vector<char*> blocks;
   for (int i = 0; i < kChunk; ++i) blocks.push_back(static_cast<char*>(heap.operator_new(24)));
   EXPECT_EQ(heap.GetChunkCount(), 1);
   EXPECT_EQ(heap.GetFreeCount(), 0);
-  // One chunk: blocks lie side by side, one object size apart, in order.
   for (int i = 1; i < kChunk; ++i) ASSERT_EQ(blocks[i] - blocks[i - 1], 24);
-  char* extra = static_cast<char*>(heap.operator_new(24));
-  ASSERT_NE(extra, nullptr);
+  for (int i : {7, 3, 250}) heap.operator_delete(blocks[i]);
+  for (int i : {7, 3, 250}) EXPECT_EQ(heap.operator_new(24), blocks[i]);
+  EXPECT_EQ(heap.GetChunkCount(), 1);
+  ASSERT_NE(heap.operator_new(24), nullptr);
   EXPECT_EQ(heap.GetChunkCount(), 2);
   EXPECT_EQ(heap.GetFreeCount(), kChunk - 1);
   EXPECT_EQ(heap.GetUsedCount(), kChunk + 1);
-}
-
-TEST(MemoryHeapTest, AFreedBlockWaitsBehindEveryBlockFreeBeforeIt) {
-  MemoryHeap heap(16);
-  std::vector<void*> blocks;
-  for (int i = 0; i <= kChunk; ++i) blocks.push_back(heap.operator_new(16));
-  void* first = blocks[0];
-  heap.operator_delete(first);
-  // Indices 501 to 999 of the second chunk stand ahead of the hole.
+  heap.operator_delete(blocks[0]);
   std::set<void*> taken;
   for (int i = 0; i < kChunk - 1; ++i) {
-    void* p = heap.operator_new(16);
-    ASSERT_NE(p, first) << "hole refilled too early, at take " << i;
+    void* p = heap.operator_new(24);
+    ASSERT_NE(p, blocks[0]) << "hole refilled too early, at take " << i;
     taken.insert(p);
   }
   EXPECT_EQ(taken.size(), static_cast<size_t>(kChunk - 1));
-  EXPECT_EQ(heap.operator_new(16), first);
+  EXPECT_EQ(heap.operator_new(24), blocks[0]);
   EXPECT_EQ(heap.GetChunkCount(), 2);
-}
-
-TEST(MemoryHeapTest, FreedBlocksComeBackInTheOrderTheyWereFreed) {
-  MemoryHeap heap(8);
-  std::vector<void*> blocks;
-  for (int i = 0; i < kChunk; ++i) blocks.push_back(heap.operator_new(8));
-  heap.operator_delete(blocks[7]);
-  heap.operator_delete(blocks[3]);
-  heap.operator_delete(blocks[250]);
-  EXPECT_EQ(heap.operator_new(8), blocks[7]);
-  EXPECT_EQ(heap.operator_new(8), blocks[3]);
-  EXPECT_EQ(heap.operator_new(8), blocks[250]);
-  EXPECT_EQ(heap.GetChunkCount(), 1);
+  // Every block is taken: a size beyond the object size gets nothing, and
+  // makes no chunk; a smaller one does.
+  EXPECT_EQ(heap.operator_new(25), nullptr);
+  EXPECT_EQ(heap.GetChunkCount(), 2);
+  EXPECT_NE(heap.operator_new(1), nullptr);
+  EXPECT_EQ(heap.GetChunkCount(), 3);
 }
 
 TEST(MemoryHeapTest, ForeignInnerAndTwiceFreedPointersChangeNothing) {
@@ -89,14 +78,6 @@ TEST(MemoryHeapTest, ForeignInnerAndTwiceFreedPointersChangeNothing) {
   EXPECT_EQ(seen.size(), static_cast<size_t>(kChunk - 1));
   EXPECT_TRUE(seen.count(a));
   EXPECT_FALSE(seen.count(b));
-}
-
-TEST(MemoryHeapTest, ASizeBeyondTheObjectSizeGetsNothing) {
-  MemoryHeap heap(12);
-  EXPECT_EQ(heap.operator_new(13), nullptr);
-  EXPECT_EQ(heap.GetChunkCount(), 0);
-  EXPECT_NE(heap.operator_new(12), nullptr);
-  EXPECT_NE(heap.operator_new(4), nullptr);
 }
 
 TEST(MemoryHeapTest, BlocksOfAnyObjectSizeAreWritableAndFoundAgainAndInnerPointersAreNot) {
@@ -143,10 +124,12 @@ TEST_F(PooledItemTest, TypedItemsComeFromTheirOwnPools) {
   EXPECT_EQ(ints->GetUsedCount(), before + 1);
   delete item;
   EXPECT_EQ(ints->GetUsedCount(), before);
-  EXPECT_EQ(ints->GetObjectSize(), static_cast<int>(sizeof(IntItem)));
-  EXPECT_EQ(DoubleItem::GetDoubleItemHeap()->GetObjectSize(), static_cast<int>(sizeof(DoubleItem)));
-  EXPECT_EQ(DateItem::GetDateItemHeap()->GetObjectSize(), static_cast<int>(sizeof(DateItem)));
-  EXPECT_EQ(BoolItem::GetBoolItemHeap()->GetObjectSize(), static_cast<int>(sizeof(BoolItem)));
+  const std::pair<MemoryHeap*, size_t> pools[] = {
+      {ints, sizeof(IntItem)},
+      {DoubleItem::GetDoubleItemHeap(), sizeof(DoubleItem)},
+      {DateItem::GetDateItemHeap(), sizeof(DateItem)},
+      {BoolItem::GetBoolItemHeap(), sizeof(BoolItem)}};
+  for (auto [pool, size] : pools) EXPECT_EQ(pool->GetObjectSize(), static_cast<int>(size));
   // The string item pool exists, with no user.
   ASSERT_NE(Item::GetItemHeap(), nullptr);
   Item* text = Item::CreateTypedItem(Item::kTypeString, CString(u"x"));
@@ -159,9 +142,6 @@ TEST_F(PooledItemTest, AfterShutDownAllocationsGiveNullAndStartUpMendsThem) {
   EXPECT_EQ(KordllIsAttached(), 0);
   EXPECT_EQ(IntItem::GetIntItemHeap(), nullptr);
   EXPECT_EQ(new IntItem(CString(u"1")), nullptr);
-  EXPECT_EQ(new DoubleItem(), nullptr);
-  EXPECT_EQ(new DateItem(), nullptr);
-  EXPECT_EQ(new BoolItem(), nullptr);
   for (int type : {0, 1, 2, 3}) EXPECT_EQ(Item::CreateTypedItem(type, CString(u"1")), nullptr);
   // A string item needs no pool.
   Item* text = Item::CreateTypedItem(4, CString(u"still"));
