@@ -10,23 +10,20 @@
 namespace kordll {
 namespace {
 
-TEST(RGDBTemplateTest, HolesCountInTheFieldCountAndAnswerFallbacks) {
+TEST(RGDBTemplateTest, HolesAndIdsOutsideTheLayoutAnswerFallbacks) {
   RGDBTemplate layout(4);
   layout.AddField(0, 20, 4, CString(), CString(u"guid"), 0, 0);
   layout.AddField(2, 14, 2, CString(), CString(u"received"), 0, 1);
   layout.AddField(5, 100, 4, CString(u"none"), CString(u"author"), 1, 0);
   EXPECT_EQ(layout.GetRelationID(), 4);
-  EXPECT_EQ(layout.GetFieldCount(), 6);
-  EXPECT_EQ(layout.GetFieldID(3), -1);
-  EXPECT_EQ(layout.GetFieldType(3), -1);
-  EXPECT_EQ(layout.GetFieldSize(3), 0);
-  EXPECT_EQ(layout.IsFieldIndexable(3), 0);
-  EXPECT_EQ(layout.GetField(3), nullptr);
-  for (int outside : {-1, 6, 1000}) {
+  EXPECT_EQ(layout.GetFieldCount(), 6);  // holes count
+  for (int outside : {3, -1, 6, 1000}) {
+    SCOPED_TRACE(outside);
     EXPECT_EQ(layout.GetField(outside), nullptr);
     EXPECT_EQ(layout.GetFieldID(outside), -1);
     EXPECT_EQ(layout.GetFieldType(outside), -1);
     EXPECT_EQ(layout.GetFieldSize(outside), 0);
+    EXPECT_EQ(layout.IsFieldIndexable(outside), 0);
   }
   EXPECT_EQ(layout.GetFieldID(5), 5);
   EXPECT_EQ(layout.GetFieldSize(5), 100);
@@ -37,45 +34,37 @@ TEST(RGDBTemplateTest, HolesCountInTheFieldCountAndAnswerFallbacks) {
   EXPECT_EQ(author->defaultValue, CString(u"none"));
   EXPECT_EQ(author->decoration, CString(u"author"));
   EXPECT_EQ(author->cdata, 1);
-}
-
-TEST(RGDBTemplateTest, EditKindFollowsTheTypeUntilSetExplicitly) {
-  RGDBTemplate layout;
-  EXPECT_EQ(layout.GetRelationID(), -1);
-  const int expected[] = {3, 3, 4, 0, 1};  // int, double, date, bool, string
-  for (int type = 0; type <= 4; ++type) {
-    layout.AddField(type, 10, type, CString(), CString(), 0, 0);
-    EXPECT_EQ(layout.GetField(type)->editKind, expected[type]) << type;
-    EXPECT_TRUE(layout.GetField(type)->editLabel.IsEmpty());
-  }
+  // A date edits as a date until the layout says otherwise; ids outside are ignored.
+  EXPECT_EQ(layout.GetField(2)->editKind, 4);
   layout.SetFieldEditProperties(2, CString(u"Received"), 9);
+  layout.SetFieldEditProperties(99, CString(u"x"), 1);
+  layout.SetFieldEditProperties(-3, CString(u"x"), 1);
   EXPECT_EQ(layout.GetField(2)->editKind, 9);
   EXPECT_EQ(layout.GetField(2)->editLabel, CString(u"Received"));
-  layout.SetFieldEditProperties(99, CString(u"x"), 1);  // outside: ignored
-  layout.SetFieldEditProperties(-3, CString(u"x"), 1);
-  EXPECT_EQ(layout.GetFieldCount(), 5);
+  EXPECT_EQ(layout.GetFieldCount(), 6);
 }
 
 TEST(RGDBTemplateTest, AbsurdFieldIdsAreRefusedAndARepeatedIdKeepsTheLaterField) {
   RGDBTemplate layout(1);
-  layout.AddField(-1, 10, 0, CString(), CString(), 0, 0);
-  layout.AddField(RGDBTemplate::kMaxFieldID + 1, 10, 0, CString(), CString(), 0, 0);
-  layout.AddField(2000000000, 10, 0, CString(), CString(), 0, 0);
+  for (int id : {-1, RGDBTemplate::kMaxFieldID + 1, 2000000000}) {
+    layout.AddField(id, 10, 0, CString(), CString(), 0, 0);
+  }
   EXPECT_EQ(layout.GetFieldCount(), 0);
-  // A field defined twice keeps the later definition.
   layout.AddField(1, 10, 0, CString(), CString(u"first"), 0, 0);
   layout.AddField(1, 30, 4, CString(), CString(u"second"), 0, 0);
   EXPECT_EQ(layout.GetFieldCount(), 2);
   EXPECT_EQ(layout.GetFieldSize(1), 30);
   EXPECT_EQ(layout.GetField(1)->decoration, CString(u"second"));
+  EXPECT_EQ(RGDBTemplate().GetRelationID(), -1);
 }
 
 // --- Task items -------------------------------------------------------------------
 
-TEST(DBTaskItemTest, DefiningPastTheEndFillsWithFillers) {
+TEST(DBTaskItemTest, DefiningPastTheEndFillsWithFillersAndUndefiningClosesTheGap) {
   DBTaskItem task;
-  EXPECT_EQ(task.slotPosition, -1);
-  EXPECT_EQ(task.allFields, 0);
+  EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
+  task.DefineFieldTaskType(-5, 2);  // absurd positions are refused
+  task.DefineFieldTaskType(2000000000, 2);
   EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
   task.DefineFieldTaskType(3, DBTaskItem::kTaskLoad);
   EXPECT_EQ(task.tasks, (std::vector<int>{3, 3, 3, 2}));
@@ -86,18 +75,12 @@ TEST(DBTaskItemTest, DefiningPastTheEndFillsWithFillers) {
   task.DefineFieldTaskType(4, DBTaskItem::kTaskSave);  // at the end: appended
   task.DefineFieldTaskType(0, DBTaskItem::kTaskLoad);  // inside: overwritten
   EXPECT_EQ(task.tasks, (std::vector<int>{2, 3, 3, 2, 1}));
-  EXPECT_EQ(task.IsDefinedTasksEmpty(), 0);
-}
-
-TEST(DBTaskItemTest, UndefiningClosesTheGap) {
-  DBTaskItem task;
-  task.DefineFieldTaskType(2, DBTaskItem::kTaskLoad);
   EXPECT_EQ(task.UnDefineFieldTask(0), 1);
-  EXPECT_EQ(task.tasks, (std::vector<int>{3, 2}));
-  EXPECT_EQ(task.UnDefineFieldTask(2), 0);
+  EXPECT_EQ(task.UnDefineFieldTask(2), 1);
+  EXPECT_EQ(task.tasks, (std::vector<int>{3, 3, 1}));
+  EXPECT_EQ(task.UnDefineFieldTask(3), 0);
   EXPECT_EQ(task.UnDefineFieldTask(-1), 0);
-  EXPECT_EQ(task.UnDefineFieldTask(1), 1);
-  EXPECT_EQ(task.UnDefineFieldTask(0), 1);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(task.UnDefineFieldTask(0), 1);
   EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
 }
 
@@ -112,14 +95,8 @@ TEST(DBTaskItemTest, CopyFromASourceTakesPositionFlagAndList) {
   EXPECT_EQ(copy.tasks, source.tasks);
   DBTaskItem fromNull(nullptr);
   EXPECT_EQ(fromNull.slotPosition, -1);
+  EXPECT_EQ(fromNull.allFields, 0);
   EXPECT_EQ(fromNull.IsDefinedTasksEmpty(), 1);
-}
-
-TEST(DBTaskItemTest, AbsurdPositionsAreRefused) {
-  DBTaskItem task;
-  task.DefineFieldTaskType(-5, 2);
-  task.DefineFieldTaskType(2000000000, 2);
-  EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
 }
 
 }  // namespace
