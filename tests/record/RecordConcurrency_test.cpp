@@ -22,34 +22,40 @@ namespace {
 
 constexpr int kThreads = 4;
 
-class ItemPoolConcurrencyTest : public ::testing::Test {
+// Runs body(t) on kThreads threads at once and waits for them all.
+template <class Body>
+void OnThreads(Body body) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) threads.emplace_back(body, t);
+  for (auto& thread : threads) thread.join();
+}
+
+class ConcurrencyTest : public ::testing::Test {
  protected:
   void SetUp() override { KordllProcessAttach(); }
 };
 
+using ItemPoolConcurrencyTest = ConcurrencyTest;
+
 TEST_F(ItemPoolConcurrencyTest, BlocksTakenFromManyThreadsAreNeverSharedOrLost) {
   MemoryHeap heap(32);
   std::vector<std::vector<void*>> kept(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&heap, &kept, t] {
-      std::vector<void*> mine;
-      for (int round = 0; round < 3000; ++round) {
-        void* p = heap.operator_new(32);
-        ASSERT_NE(p, nullptr);
-        *static_cast<int*>(p) = t;  // a block shared by two threads would be overwritten
-        mine.push_back(p);
-        if (round % 3 == 2) {
-          void* back = mine[mine.size() / 2];
-          ASSERT_EQ(*static_cast<int*>(back), t);
-          heap.operator_delete(back);
-          mine.erase(mine.begin() + mine.size() / 2);
-        }
+  OnThreads([&heap, &kept](int t) {
+    std::vector<void*> mine;
+    for (int round = 0; round < 3000; ++round) {
+      void* p = heap.operator_new(32);
+      ASSERT_NE(p, nullptr);
+      *static_cast<int*>(p) = t;  // a block shared by two threads would be overwritten
+      mine.push_back(p);
+      if (round % 3 == 2) {
+        void* back = mine[mine.size() / 2];
+        ASSERT_EQ(*static_cast<int*>(back), t);
+        heap.operator_delete(back);
+        mine.erase(mine.begin() + mine.size() / 2);
       }
-      kept[t] = mine;
-    });
-  }
-  for (auto& thread : threads) thread.join();
+    }
+    kept[t] = mine;
+  });
   std::set<void*> distinct;
   size_t total = 0;
   for (int t = 0; t < kThreads; ++t) {
@@ -68,53 +74,42 @@ TEST_F(ItemPoolConcurrencyTest, BlocksTakenFromManyThreadsAreNeverSharedOrLost) 
 TEST_F(ItemPoolConcurrencyTest, TypedItemsAreMadeAndDeletedFromAnyThread) {
   const int intsBefore = IntItem::GetIntItemHeap()->GetUsedCount();
   const int datesBefore = DateItem::GetDateItemHeap()->GetUsedCount();
-  std::vector<std::thread> threads;
   std::atomic<int> failures{0};
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&failures, t] {
-      std::vector<Item*> items;
-      for (int i = 0; i < 2000; ++i) {
-        Item* item = Item::CreateTypedItem((i + t) % 5, CString::Formatted(CString(u"%d"), i));
-        if (item == nullptr) {
-          ++failures;
-          continue;
-        }
-        items.push_back(item);
-        if (items.size() > 50) {
-          delete items.front();
-          items.erase(items.begin());
-        }
+  OnThreads([&failures](int t) {
+    std::vector<Item*> items;
+    for (int i = 0; i < 2000; ++i) {
+      Item* item = Item::CreateTypedItem((i + t) % 5, CString::Formatted(CString(u"%d"), i));
+      if (item == nullptr) {
+        ++failures;
+        continue;
       }
-      for (Item* item : items) delete item;
-    });
-  }
-  for (auto& thread : threads) thread.join();
+      items.push_back(item);
+      if (items.size() > 50) {
+        delete items.front();
+        items.erase(items.begin());
+      }
+    }
+    for (Item* item : items) delete item;
+  });
   EXPECT_EQ(failures.load(), 0);
   EXPECT_EQ(IntItem::GetIntItemHeap()->GetUsedCount(), intsBefore);
   EXPECT_EQ(DateItem::GetDateItemHeap()->GetUsedCount(), datesBefore);
 }
 
-class RecordConcurrencyTest : public ::testing::Test {
- protected:
-  void SetUp() override { KordllProcessAttach(); }
-};
+using RecordConcurrencyTest = ConcurrencyTest;
 
 TEST_F(RecordConcurrencyTest, ReservationsFromManyThreadsBalanceOut) {
   int deaths = 0;
   auto* record = new test::CountedRecord(4, &deaths);
   record->ReserveHeader(3);
   record->SetFullyLoaded(1);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([record] {
-      for (int i = 0; i < 5000; ++i) {
-        if (record->IsFullyLoaded(1)) record->Release(nullptr);
-        record->Reserve();
-        record->Release(nullptr);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  OnThreads([record](int) {
+    for (int i = 0; i < 5000; ++i) {
+      if (record->IsFullyLoaded(1)) record->Release(nullptr);
+      record->Reserve();
+      record->Release(nullptr);
+    }
+  });
   EXPECT_EQ(record->GetReferenceCount(), 0);
   EXPECT_EQ(deaths, 0);
   EXPECT_EQ(record->ReleaseHeader(3), 1);
@@ -125,18 +120,14 @@ TEST_F(RecordConcurrencyTest, ControllersTakingAndDroppingHeadersKeepTheRecordAl
   int deaths = 0;
   auto* record = new test::CountedRecord(4, &deaths);
   record->ReserveHeader(99);  // held throughout by one controller
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([record, t] {
-      for (int i = 0; i < 3000; ++i) {
-        record->ReserveHeader(t);
-        record->Reserve();
-        record->Release(nullptr);
-        EXPECT_EQ(record->ReleaseHeader(t), 0);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  OnThreads([record](int t) {
+    for (int i = 0; i < 3000; ++i) {
+      record->ReserveHeader(t);
+      record->Reserve();
+      record->Release(nullptr);
+      EXPECT_EQ(record->ReleaseHeader(t), 0);
+    }
+  });
   EXPECT_EQ(deaths, 0);
   ASSERT_NE(record->GetHeaderPossessors(), nullptr);
   EXPECT_EQ(*record->GetHeaderPossessors(), std::vector<int>{99});
@@ -150,19 +141,14 @@ TEST_F(RecordConcurrencyTest, TheLastOfManyReleasesDestroysTheRecordExactlyOnce)
     auto* record = new test::CountedRecord(4, &deaths);
     for (int t = 0; t < kThreads; ++t) record->Reserve();
     std::atomic<int> destroyedCount{0};
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([record, &destroyedCount, &go] {
-        while (!go.load()) {
-        }
-        int destroyed = 0;
-        record->Release(&destroyed);
-        destroyedCount += destroyed;
-      });
-    }
-    go = true;
-    for (auto& thread : threads) thread.join();
+    std::atomic<int> ready{0};
+    OnThreads([record, &destroyedCount, &ready](int) {
+      for (++ready; ready.load() < kThreads;) {
+      }
+      int destroyed = 0;
+      record->Release(&destroyed);
+      destroyedCount += destroyed;
+    });
     ASSERT_EQ(destroyedCount.load(), 1);
     ASSERT_EQ(deaths, 1);
   }
