@@ -58,6 +58,16 @@ class AZeusDBTest : public ::testing::Test {
     records_.push_back(r);
     return r;
   }
+  // Field `field` of the record at slot as db reads it, or "<error N>".
+  std::string Read(int slot, AZeusDB* db = nullptr, int field = 4) {
+    if (db == nullptr) db = db_.get();
+    Focusable* back = Blank();
+    back->SetDBSlotIndex(slot);
+    if (!db->readFocusableSlot(back, nullptr, nullptr)) {
+      return "<error " + std::to_string(db->GetLastDBErrorMsgCode()) + ">";
+    }
+    return back->GetFieldString(field, 0).ToUtf8();
+  }
 
   std::string Bytes() {
     std::string out;
@@ -68,6 +78,7 @@ class AZeusDBTest : public ::testing::Test {
   // 0), S = 20 + 10 + 10 + 5 + 28 = 73, header 42 + 42 + 31 = 115.
   static constexpr int kFirstSlot = 1000 + 115;
   static constexpr int kSlotSize = 73;
+  const std::string kFreeSlot = std::string("[-1:-1:-1:-1]") + std::string(59, '\0') + "\n";
   std::string Slot(int place) { return Bytes().substr(kFirstSlot + kSlotSize * place, kSlotSize); }
   char State(int place) { return Bytes()[1000 + 42 + 1 + place]; }
   std::string Area(int place, int offset, int length) {
@@ -110,7 +121,7 @@ TEST_F(AZeusDBTest, FirstWriteAppendsSubTableAndTakesSlotZero) {
   EXPECT_EQ(std::string("  hello") + std::string(3, '\0'), Area(0, 30, 10));
   EXPECT_EQ('\n', Slot(0).back());
   // A free slot: free header, NUL, newline.
-  EXPECT_EQ(std::string("[-1:-1:-1:-1]") + std::string(59, '\0') + "\n", Slot(1));
+  EXPECT_EQ(kFreeSlot, Slot(1));
   // The header now carries the statistics of relation 4.
   EXPECT_EQ(0, bytes.compare(0, 19, "[11:-1:4;1;5;1;0;0;"));
 }
@@ -154,10 +165,7 @@ TEST_F(AZeusDBTest, LongStringChainsAndShrinksInTwoSaves) {
   EXPECT_EQ('1', State(0));
   EXPECT_EQ('2', State(3));
 
-  Focusable* back = Blank();
-  back->SetDBSlotIndex(0);
-  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
-  EXPECT_EQ(CString("abcdefghijklmnopqrstuvwxy"), back->GetFieldString(4, 0));
+  EXPECT_EQ("abcdefghijklmnopqrstuvwxy", Read(0));
 
   // Shortening walks the whole chain: the tail is blanked but stays linked.
   r->SetValueStr(4, "short", 1);
@@ -174,7 +182,7 @@ TEST_F(AZeusDBTest, LongStringChainsAndShrinksInTwoSaves) {
   EXPECT_EQ(std::string("[4:-1:0:-1]"), Slot(0).substr(0, 11));
   for (int place = 1; place <= 3; ++place) {
     EXPECT_EQ('0', State(place));
-    EXPECT_EQ(std::string("[-1:-1:-1:-1]") + std::string(59, '\0') + "\n", Slot(place));
+    EXPECT_EQ(kFreeSlot, Slot(place));
   }
   // Freed slots are reused by the next record.
   Focusable* next = NewRecord(4, "R3_G2", 2, "x");
@@ -190,25 +198,17 @@ TEST_F(AZeusDBTest, MultiByteCharactersAndAreaFit) {
   // 2 + 2 + 3 = 7 bytes used; a second euro needs L > 7 + 3: it goes on.
   EXPECT_EQ(std::string("!:\xC3\xA9\xE2\x82\xAC\0\0\0", 10), Area(0, 30, 10));
   EXPECT_EQ(std::string("!:\xE2\x82\xACz\0\0\0", 10), Area(1, 30, 10));
-  Focusable* back = Blank();
-  back->SetDBSlotIndex(0);
-  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
-  EXPECT_EQ(CString(u"\u00e9\u20ac\u20acz"), back->GetFieldString(4, 0));
+  EXPECT_EQ(CString(u"\u00e9\u20ac\u20acz").ToUtf8(), Read(0));
 }
 
 TEST_F(AZeusDBTest, ReadErrors) {
   ASSERT_EQ(1, db_->writeFocusableSlot(NewRecord(4, "R3_G1", 2, "a"), nullptr, nullptr));
-  Focusable* r = Blank();
-  r->SetDBSlotIndex(-2);
-  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
-  EXPECT_EQ(AZeusDB::kErrNoEntry, db_->GetLastDBErrorMsgCode());
-  r->SetDBSlotIndex(5);  // free slot
-  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
-  EXPECT_EQ(AZeusDB::kErrEmptyRead, db_->GetLastDBErrorMsgCode());
+  // A negative slot, a slot of no sub-table, a free slot.
+  const std::string noEntry = "<error " + std::to_string(AZeusDB::kErrNoEntry) + ">";
+  EXPECT_EQ(noEntry, Read(-2));
+  EXPECT_EQ(noEntry, Read(400));
+  EXPECT_EQ("<error " + std::to_string(AZeusDB::kErrEmptyRead) + ">", Read(5));
   EXPECT_EQ(CString("Empty Read!"), db_->GetLastDBErrorMsg());
-  r->SetDBSlotIndex(400);  // no such sub-table
-  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
-  EXPECT_EQ(AZeusDB::kErrNoEntry, db_->GetLastDBErrorMsgCode());
 }
 
 TEST_F(AZeusDBTest, TaskReadsFrontOnlyAndDoesNotSetFullyLoaded) {
@@ -233,10 +233,7 @@ TEST_F(AZeusDBTest, DeleteFreesChainAndScanSkipsIt) {
   ASSERT_EQ(1, db_->deleteFocusableSlot(a, nullptr, nullptr));
   EXPECT_EQ('0', State(0));
   EXPECT_EQ('0', State(1));
-  Focusable* r = Blank();
-  r->SetDBSlotIndex(0);
-  EXPECT_EQ(0, db_->readFocusableSlot(r, nullptr, nullptr));
-  EXPECT_EQ(AZeusDB::kErrEmptyRead, db_->GetLastDBErrorMsgCode());
+  EXPECT_EQ("<error " + std::to_string(AZeusDB::kErrEmptyRead) + ">", Read(0));
   DBTaskItem task;
   task.allFields = 1;
   Focusable* s = Blank();
@@ -333,10 +330,7 @@ TEST_F(AZeusDBTest, WriteFailureKeepsChangeFlagsForTheNextSave) {
   EXPECT_EQ(AZeusDB::kErrWrite, result);
   EXPECT_EQ(1, r->NeedToSave());
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
-  Focusable* back = Blank();
-  back->SetDBSlotIndex(0);
-  ASSERT_EQ(1, db_->readFocusableSlot(back, nullptr, nullptr));
-  EXPECT_EQ(CString("changed"), back->GetFieldString(4, 0));
+  EXPECT_EQ("changed", Read(0));
 }
 
 TEST_F(AZeusDBTest, BatchWriteAndsResults) {
@@ -365,10 +359,7 @@ TEST_F(AZeusDBTest, OptimumLengthsAfterReopeningNeverCutAText) {
   r->SetDBSlotIndex(full[0]->GetDBSlotIndex());
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
   AZeusDB again(root_.root(), "test", 10, 1);
-  Focusable* back = Blank();
-  back->SetDBSlotIndex(r->GetDBSlotIndex());
-  ASSERT_EQ(1, again.readFocusableSlot(back, nullptr, nullptr));
-  EXPECT_EQ(CString(longer.c_str()), back->GetFieldString(0, 0));
+  EXPECT_EQ(longer, Read(r->GetDBSlotIndex(), &again, 0));
 }
 
 TEST_F(AZeusDBTest, RecordSavedAfterClearIsFoundAfterReopening) {
@@ -378,10 +369,7 @@ TEST_F(AZeusDBTest, RecordSavedAfterClearIsFoundAfterReopening) {
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
   EXPECT_EQ(0, r->GetDBSlotIndex());
   AZeusDB again(root_.root(), "test", 10, 0);
-  Focusable* back = Blank();
-  back->SetDBSlotIndex(r->GetDBSlotIndex());
-  ASSERT_EQ(1, again.readFocusableSlot(back, nullptr, nullptr));
-  EXPECT_EQ(CString("after"), back->GetFieldString(4, 0));
+  EXPECT_EQ("after", Read(r->GetDBSlotIndex(), &again));
 }
 
 TEST_F(AZeusDBTest, DatabaseIdOfAMissingFileMakesItAndRenameKeepsTheNewPath) {
@@ -416,10 +404,7 @@ TEST_F(AZeusDBTest, HeaderWritesThatFailAreReportedAndAFailedDeleteCountsAsDone)
   EXPECT_EQ(0, KdbExaminer::CheckKdb(Bytes(), check)) << check.str();
   AZeusDB reopened(root_.root(), "test", 10, 0);
   for (AZeusDB* db : {db_.get(), &reopened}) {
-    Focusable* back = Blank();
-    back->SetDBSlotIndex(0);
-    ASSERT_EQ(1, db->readFocusableSlot(back, nullptr, nullptr));
-    EXPECT_EQ(CString("kept"), back->GetFieldString(4, 0));
+    EXPECT_EQ("kept", Read(0, db));
   }
   const std::vector<std::pair<const char*, std::function<void()>>> steps = {
       {"set id", [&] { db_->SetDBID(5, 1); }},
@@ -428,9 +413,7 @@ TEST_F(AZeusDBTest, HeaderWritesThatFailAreReportedAndAFailedDeleteCountsAsDone)
   };
   for (const auto& [what, step] : steps) {
     SCOPED_TRACE(what);
-    Focusable* probe = Blank();
-    probe->SetDBSlotIndex(0);
-    db_->readFocusableSlot(probe, nullptr, nullptr);  // leaves the last error at 0
+    Read(0);  // leaves the last error at 0
     ASSERT_EQ(0, db_->GetLastDBErrorMsgCode());
     faults_.Arm(test::FaultEnv::kWrite, 0, test::FaultEnv::kForever, "test.kdb");
     step();
