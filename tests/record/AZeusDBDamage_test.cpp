@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -63,6 +64,33 @@ class DamagedFilesTest : public ::testing::Test {
   }
   void TearDown() override { RelationsEntryPoints::ClearTemplates(); }
 
+  // Puts bytes in the test folder as name, in place of what was there.
+  void Put(const char* name, const std::string& bytes) {
+    FileSystem::DeleteFile(root_.Path(name));
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path(name), bytes));
+  }
+  std::string Get(const char* name) {
+    std::string bytes;
+    FileSystem::ReadWholeFile(root_.Path(name), &bytes);
+    return bytes;
+  }
+  // A new record of relation 4 with a GUID and, if given, a title.
+  static std::unique_ptr<Focusable> Fresh(const char* title = nullptr) {
+    auto record = std::make_unique<Focusable>(4, nullptr);
+    record->SetValueStr(0, "R3_G9", 1);
+    if (title != nullptr) record->SetValueStr(4, title, 1);
+    return record;
+  }
+  // The title of the record at slot, or "<error N>".
+  static std::string Title(AZeusDB* db, int slot) {
+    Focusable back(-1, nullptr);
+    back.SetDBSlotIndex(slot);
+    if (!db->readFocusableSlot(&back, nullptr, nullptr)) {
+      return "<error " + std::to_string(db->GetLastDBErrorMsgCode()) + ">";
+    }
+    return back.GetFieldString(4, 0).ToUtf8();
+  }
+
   // Scans every record, passing over bad slots (error 3) as the activity
   // list does; returns the records read and the final error.
   std::pair<int, int> Scan(AZeusDB* db) {
@@ -85,18 +113,13 @@ class DamagedFilesTest : public ::testing::Test {
 };
 
 TEST_F(DamagedFilesTest, ValidFilesReadWholeAndCheckClean) {
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), Load("valid.kdb")));
+  Put("f.kdb", Load("valid.kdb"));
   AZeusDB db(root_.root(), "f", 10, 0);
   EXPECT_EQ(std::make_pair(3, static_cast<int>(AZeusDB::kErrNoEntry)), Scan(&db));
   std::ostringstream out;
   EXPECT_EQ(0, KdbExaminer::CheckKdb(Load("valid.kdb"), out)) << out.str();
   EXPECT_EQ(0, KdbExaminer::CheckSdb(Load("valid.sdb"), out)) << out.str();
-  const int kdb = Tool("kdb check '" + DataDir() + "valid.kdb'");
-  EXPECT_EQ(0, kdb);
-  std::ostringstream dump;
-  KdbExaminer::DumpKdb(Load("valid.kdb"), dump);
-  EXPECT_NE(std::string::npos, dump.str().find("field 4: a title that runs over three slots"))
-      << dump.str();
+  EXPECT_EQ(0, Tool("kdb check '" + DataDir() + "valid.kdb'"));
 }
 
 TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
@@ -127,8 +150,7 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     ASSERT_NE(Load("valid.kdb"), bytes);
     std::ostringstream out;
     EXPECT_GT(KdbExaminer::CheckKdb(bytes, out), 0);
-    FileSystem::DeleteFile(root_.Path("f.kdb"));
-    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    Put("f.kdb", bytes);
     EXPECT_EQ(1, Tool("kdb check '" + root_.Path("f.kdb").ToUtf8() + "'"));
 
     AZeusDB db(root_.root(), "f", 10, 0);
@@ -136,27 +158,20 @@ TEST_F(DamagedFilesTest, DamagedRecordFilesFailCleanly) {
     EXPECT_EQ(c.open, db.GetLastDBErrorMsgCode());
     db.closeDB();
     EXPECT_EQ(c.records, Scan(&db).first);
-    Focusable fresh(4, nullptr);
-    fresh.SetValueStr(0, "R3_G9", 1);
-    fresh.SetValueStr(4, "after the damage", 1);
+    auto fresh = Fresh("after the damage");
     if (c.refused != 0) {
       // A damaged file is never made worse: saves and deletes are refused.
-      EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+      EXPECT_EQ(0, db.writeFocusableSlot(fresh.get(), nullptr, nullptr));
       EXPECT_EQ(c.refused, db.GetLastDBErrorMsgCode());
-      fresh.SetDBSlotIndex(0);
-      EXPECT_EQ(0, db.deleteFocusableSlot(&fresh, nullptr, nullptr));
+      fresh->SetDBSlotIndex(0);
+      EXPECT_EQ(0, db.deleteFocusableSlot(fresh.get(), nullptr, nullptr));
       EXPECT_EQ(c.refused, db.GetLastDBErrorMsgCode());
-      std::string after;
-      FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
-      EXPECT_TRUE(bytes == after);
+      EXPECT_TRUE(bytes == Get("f.kdb"));
       continue;
     }
     // Otherwise the engine goes on working: a new record is saved and read back.
-    ASSERT_NE(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
-    Focusable back(-1, nullptr);
-    back.SetDBSlotIndex(fresh.GetDBSlotIndex());
-    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
-    EXPECT_EQ(CString("after the damage"), back.GetFieldString(4, 0));
+    ASSERT_NE(0, db.writeFocusableSlot(fresh.get(), nullptr, nullptr));
+    EXPECT_EQ("after the damage", Title(&db, fresh->GetDBSlotIndex()));
   }
 }
 
@@ -188,15 +203,11 @@ TEST_F(DamagedFilesTest, SubTableOfAnotherFieldCountIsNeverWrittenInto) {
   for (const Geometry& g : {Geometry{0, "", 28, 2}, Geometry{2, "[10,10]", 50, 0}}) {
     SCOPED_TRACE(g.fields);
     const std::string bytes = OneSubTable("[11:-1:]", g.fields, g.lengths, g.slotSize);
-    FileSystem::DeleteFile(root_.Path("f.kdb"));
-    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    Put("f.kdb", bytes);
     AZeusDB db(root_.root(), "f", 10, 0);
-    Focusable fresh(4, nullptr);
-    fresh.SetValueStr(0, "R3_G9", 1);
-    fresh.SetValueStr(4, "a title", 1);
-    const int saved = db.writeFocusableSlot(&fresh, nullptr, nullptr);
-    std::string after;
-    FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+    auto fresh = Fresh("a title");
+    const int saved = db.writeFocusableSlot(fresh.get(), nullptr, nullptr);
+    const std::string after = Get("f.kdb");
     // The odd sub-table is untouched (the header may gain statistics).
     EXPECT_TRUE(after.size() >= bytes.size() &&
                 after.compare(1000, bytes.size() - 1000, bytes, 1000) == 0);
@@ -207,11 +218,8 @@ TEST_F(DamagedFilesTest, SubTableOfAnotherFieldCountIsNeverWrittenInto) {
       continue;
     }
     ASSERT_EQ(1, saved);
-    EXPECT_EQ(40, fresh.GetDBSlotIndex());
-    Focusable back(-1, nullptr);
-    back.SetDBSlotIndex(40);
-    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
-    EXPECT_EQ(CString("a title"), back.GetFieldString(4, 0));
+    EXPECT_EQ(40, fresh->GetDBSlotIndex());
+    EXPECT_EQ("a title", Title(&db, 40));
   }
 }
 
@@ -238,41 +246,31 @@ TEST_F(DamagedFilesTest, SubTableIdsRunToTheSlotIndexLimit) {
     bytes.replace(1000, 42, line);
     bytes[1000 + 42 + 1 + 3] = '1';
     bytes.replace(1000 + 115 + 3 * 73, 73, slot);
-    FileSystem::DeleteFile(root_.Path("f.kdb"));
-    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes));
+    Put("f.kdb", bytes);
     std::ostringstream out;
     EXPECT_EQ(c.slot<0, KdbExaminer::CheckKdb(bytes, out)> 0) << out.str();
     AZeusDB db(root_.root(), "f", 10, 0);
-    Focusable fresh(4, nullptr);
-    fresh.SetValueStr(0, "R3_G9", 1);
+    auto fresh = Fresh();
     if (c.slot < 0) {
-      EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+      EXPECT_EQ(0, db.writeFocusableSlot(fresh.get(), nullptr, nullptr));
       EXPECT_EQ(AZeusDB::kErrCorrupted, db.GetLastDBErrorMsgCode());
-      std::string after;
-      FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
-      EXPECT_TRUE(bytes == after);
+      EXPECT_TRUE(bytes == Get("f.kdb"));
       continue;
     }
-    Focusable back(-1, nullptr);
-    back.SetDBSlotIndex(static_cast<int>(c.slot));
-    ASSERT_EQ(1, db.readFocusableSlot(&back, nullptr, nullptr));
-    EXPECT_EQ(CString("hello"), back.GetFieldString(4, 0));
+    EXPECT_EQ("hello", Title(&db, static_cast<int>(c.slot)));
     // A new record takes the first free place of that sub-table.
-    ASSERT_EQ(1, db.writeFocusableSlot(&fresh, nullptr, nullptr));
-    EXPECT_EQ(c.slot - 3, fresh.GetDBSlotIndex());
+    ASSERT_EQ(1, db.writeFocusableSlot(fresh.get(), nullptr, nullptr));
+    EXPECT_EQ(c.slot - 3, fresh->GetDBSlotIndex());
   }
 }
 
 TEST_F(DamagedFilesTest, RecordCountAtTheLimitStaysThere) {
   std::string bytes = "[11:-1:4;2147483647;5;1;0;0;4]";
   bytes.resize(999, '\0');
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("f.kdb"), bytes + "\n"));
+  Put("f.kdb", bytes + "\n");
   AZeusDB db(root_.root(), "f", 10, 1);
-  Focusable fresh(4, nullptr);
-  fresh.SetValueStr(0, "R3_G9", 1);
-  ASSERT_EQ(1, db.writeFocusableSlot(&fresh, nullptr, nullptr));
-  std::string after;
-  FileSystem::ReadWholeFile(root_.Path("f.kdb"), &after);
+  ASSERT_EQ(1, db.writeFocusableSlot(Fresh().get(), nullptr, nullptr));
+  const std::string after = Get("f.kdb");
   EXPECT_EQ(0, after.compare(0, 21, "[11:-1:4;2147483647;5")) << after.substr(0, 40);
 }
 
@@ -283,9 +281,7 @@ TEST_F(DamagedFilesTest, NamesThatLeaveTheFolderAreRefused) {
     AZeusDB db(root_.Path("in"), CString(name), 10, 0);
     EXPECT_EQ(AZeusDB::kErrRead, db.openDB(0));
     db.closeDB();
-    Focusable fresh(4, nullptr);
-    fresh.SetValueStr(0, "R3_G9", 1);
-    EXPECT_EQ(0, db.writeFocusableSlot(&fresh, nullptr, nullptr));
+    EXPECT_EQ(0, db.writeFocusableSlot(Fresh().get(), nullptr, nullptr));
     EXPECT_EQ(AZeusDB::kErrRead, db.GetLastDBErrorMsgCode());
     EXPECT_EQ(-1, db.GetDBID());
     db.clearDB();
@@ -325,8 +321,7 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
     ASSERT_NE(Load("valid.sdb"), bytes);
     std::ostringstream out;
     EXPECT_GT(KdbExaminer::CheckSdb(bytes, out), 0);
-    FileSystem::DeleteFile(root_.Path("s.sdb"));
-    ASSERT_EQ(1, FileSystem::WriteWholeFile(root_.Path("s.sdb"), bytes));
+    Put("s.sdb", bytes);
     EXPECT_EQ(1, Tool("sdb check '" + root_.Path("s.sdb").ToUtf8() + "'"));
     StringDB db(root_.root(), "s", 30, 4);
     CString text;
