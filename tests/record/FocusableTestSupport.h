@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "kordll/record/Focusable.h"
@@ -26,6 +27,13 @@ class FocusableTest : public ::testing::Test {
  protected:
   void SetUp() override { KordllProcessAttach(); }
 };
+
+// Checks each {answer, expected} row; a failure names the row. The answers
+// are taken in the order written (an array's elements are).
+template <class T, size_t N>
+void ExpectAnswers(const std::pair<T, T> (&rows)[N]) {
+  for (size_t i = 0; i < N; ++i) EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;
+}
 
 template <class Entry>
 class ScopedEntry {

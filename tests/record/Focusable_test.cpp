@@ -19,12 +19,11 @@ namespace kordll {
 namespace {
 
 using test::CountedRecord;
-using test::FakeController;
+using test::ExpectAnswers;
 using test::FakeRegistry;
 using test::FakeSettings;
-using test::ScopedEntry;
-
 using test::FocusableTest;
+using test::ScopedEntry;
 
 // --- Lifetime ------------------------------------------------------------------
 
@@ -134,39 +133,32 @@ TEST_F(FocusableTest, ReleaseSkipsTheSaveOnceTheDatabasesAreCleared) {
 
 // --- Reading fields ----------------------------------------------------------------
 
+// Below their lowest id (ints 0, doubles and flags 3, dates 1), for absent
+// fields (9) and fields of another type (5) the getters answer fallbacks.
 TEST_F(FocusableTest, GettersAnswerFallbacksBelowTheirLowestIdAndForAbsentOrOtherFields) {
   Focusable record(4, nullptr);
-  EXPECT_EQ(record.GetFieldInt(0), -1);
-  EXPECT_EQ(record.GetFieldDouble(0), -1.0);
-  EXPECT_EQ(record.GetFieldBool(0), -1);
-  EXPECT_EQ(record.GetFieldDate(1).GetStatus(), COleDateTime::invalid);
+  record.SetValueStr(5, CString(u"12"), 0);
   int x = 5;
   double d = 5.0;
   COleDateTime date;
   CString text;
-  EXPECT_EQ(record.GetValueInt(0, &x), 0);
-  EXPECT_EQ(record.GetValueDouble(3, &d), 0);
-  EXPECT_EQ(record.GetValueBOOL(3, &x), 0);
-  EXPECT_EQ(record.GetValueDate(1, &date), 0);
-  EXPECT_EQ(record.GetValueStr(-1, &text), 0);
+  const std::pair<double, double> answers[] = {
+      {record.GetFieldInt(0), -1},        {record.GetFieldDouble(0), -1},
+      {record.GetFieldBool(0), -1},       {record.GetValueInt(0, &x), 0},
+      {record.GetValueDouble(3, &d), 0},  {record.GetValueBOOL(3, &x), 0},
+      {record.GetValueDate(1, &date), 0}, {record.GetValueStr(-1, &text), 0},
+      {record.GetFieldInt(9), -1},        {record.GetFieldBool(9), 0},
+      {record.GetFieldDouble(9), 0},      {record.GetValueStr(9, &text), 0},
+      {record.GetValueInt(9, &x), 0},     {record.GetFieldInt(5), -1},
+      {record.GetFieldBool(5), 0},        {record.GetValueInt(5, &x), 0}};
+  ExpectAnswers(answers);
   EXPECT_EQ(x, 5);
-  // Absent fields.
-  EXPECT_EQ(record.GetFieldInt(9), -1);
-  EXPECT_EQ(record.GetFieldBool(9), 0);
-  EXPECT_EQ(record.GetFieldDouble(9), 0.0);
+  EXPECT_EQ(record.GetFieldDate(1).GetStatus(), COleDateTime::invalid);
   EXPECT_EQ(record.GetFieldString(9, 0), CString());
-  EXPECT_EQ(record.GetValueStr(9, &text), 0);
-  EXPECT_EQ(record.GetValueInt(9, &x), 0);
-  // Fields of another type.
-  record.SetValueStr(5, CString(u"12"), 0);
-  EXPECT_EQ(record.GetFieldInt(5), -1);
-  EXPECT_EQ(record.GetFieldBool(5), 0);
-  EXPECT_EQ(record.GetValueInt(5, &x), 0);
-  CString raw;
-  EXPECT_EQ(record.GetValueStr(5, &raw), 1);
-  EXPECT_EQ(raw, CString(u"12"));
+  EXPECT_EQ(record.GetValueStr(5, &text), 1);
+  EXPECT_EQ(text, CString(u"12"));
   // Ids beyond the bound, absurd or negative store nothing; doubles and flags
-  // start at field 4 and the status takes no text.
+  // start at field 4 and the status takes no text (but the record is marked).
   Focusable bounds(4, nullptr);
   EXPECT_EQ(bounds.SetValueInt(Focusable::kMaxFieldID + 1, 1, 1), 0);
   EXPECT_EQ(bounds.SetValue(2000000000, 4, u"x", 0, 0, 1), 0);
@@ -176,12 +168,11 @@ TEST_F(FocusableTest, GettersAnswerFallbacksBelowTheirLowestIdAndForAbsentOrOthe
   EXPECT_EQ(bounds.IsFieldActive(3, 0), 0);
   EXPECT_EQ(bounds.GetFieldCount(0), 1);
   EXPECT_EQ(bounds.NeedToSave(), 0);
+  EXPECT_EQ(bounds.SetValueStr(1, CString(u"7"), 1), 0);
+  EXPECT_EQ(bounds.IsFieldActive(1, 0), 0);
+  EXPECT_EQ(bounds.NeedToSave(), 1);
   EXPECT_EQ(bounds.SetValueDouble(4, 1.5, 1), 1);
   EXPECT_EQ(bounds.GetFieldDouble(4), 1.5);
-  Focusable status(4, nullptr);
-  EXPECT_EQ(status.SetValueStr(1, CString(u"7"), 1), 0);
-  EXPECT_EQ(status.IsFieldActive(1, 0), 0);
-  EXPECT_EQ(status.NeedToSave(), 1);  // but the record is marked
 }
 
 TEST_F(FocusableTest, IdZeroIsTheGuidOutsideTheItemArrayAndMalformedGuidsHaveNoSerial) {
@@ -565,12 +556,12 @@ TEST_F(FocusableTest, CopyTakesIdentityAndValuesAndFullCopyTakesTheHeader) {
   source.SetValueInt(6, 9, 0);
   Focusable* light = source.CreateCopyFocusable(0);
   EXPECT_EQ(light->GetGUID(), CString(u"R3_G8"));
+  EXPECT_EQ(light->GetFieldString(4, 0), CString(u"title"));
   EXPECT_EQ(light->GetFocusableRelation(), 4);
   EXPECT_EQ(light->GetDBSlotIndex(), -1);
   EXPECT_EQ(light->GetOriginedResourceControllerID(), -1);
-  EXPECT_EQ(light->GetHeaderPossessors(), nullptr);
-  EXPECT_EQ(light->GetFieldString(4, 0), CString(u"title"));
   EXPECT_EQ(light->GetFieldInt(6), 9);
+  EXPECT_EQ(light->GetHeaderPossessors(), nullptr);
   EXPECT_EQ(light->GetDB(), nullptr);
   delete light;
 
@@ -620,8 +611,8 @@ TEST_F(FocusableTest, AMovedAwayRecordAnswersFallbacks) {
   Focusable typed(-1, nullptr);
   typed.MoveFocusableImpl(&plain);
   EXPECT_EQ(typed.GetGUID(), CString(u"R3_G1"));
-  EXPECT_EQ(typed.GetFocusableRelation(), 4);
   EXPECT_EQ(typed.GetFieldString(4, 0), CString(u"title"));
+  EXPECT_EQ(typed.GetFocusableRelation(), 4);
   EXPECT_EQ(typed.GetDBSlotIndex(), 12);
 
   EXPECT_EQ(plain.GetGUID(), CString());
