@@ -27,20 +27,14 @@ std::string Describe(const Relation& relation, int id) {
          relation.GetFieldDecorationName(id).ToUtf8();
 }
 
-TEST(RelationTest, NewRelationHasNameOnlyAndNoLayout) {
-  Relation relation(CString("post"));
-  EXPECT_EQ(relation.GetRelationID(), -1);
-  EXPECT_EQ(relation.GetRelationName(), CString("post"));
-  EXPECT_TRUE(relation.GetRelationTitle().IsEmpty());
-  // Questions about fields of a relation without fields answer empty.
-  EXPECT_TRUE(relation.GetFieldDecorationName(0).IsEmpty());
-  EXPECT_TRUE(relation.GetFieldDefaultValueName(0).IsEmpty());
-  relation.SetFieldEditProperties(0, CString("x"), 2);  // ignored, no crash
-  EXPECT_EQ(relation.GetRGDBTemplate(), nullptr);
-}
-
-TEST(RelationTest, LayoutTakesTheIdStandingAtTheFirstField) {
+// A new relation has no layout, and questions about its fields answer
+// empty; the layout takes the id standing at the first field.
+TEST(RelationTest, LayoutComesWithTheFirstFieldAndTakesTheIdStandingThen) {
   Relation early(CString("a"));
+  EXPECT_EQ(early.GetRelationID(), -1);
+  EXPECT_TRUE((early.GetFieldDecorationName(0) + early.GetFieldDefaultValueName(0)).IsEmpty());
+  early.SetFieldEditProperties(0, CString("x"), 2);  // ignored, no crash
+  EXPECT_EQ(early.GetRGDBTemplate(), nullptr);
   EXPECT_EQ(early.AddFieldInt(1, 7, 0, CString()), 1);
   early.SetRelationID(12);
   ASSERT_NE(early.GetRGDBTemplate(), nullptr);
