@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -93,6 +94,12 @@ TEST(SchemaCommandTest, ListingTellsEveryFieldOfTheCatalogueInTheLoadersOrder) {
     }
   }
   EXPECT_EQ(next, lines.size());
+  // The loader's order: each relation once, the first and last as the tables have them.
+  std::vector<int> order = GlobalRelationsCtrl::GetDefaultRelationOrder();
+  ASSERT_EQ(order.size(), 31u);
+  EXPECT_EQ(std::set<int>(order.begin(), order.end()).size(), 31u);
+  EXPECT_EQ(std::vector<int>({order[0], order[1], order[2], order[29], order[30]}),
+            std::vector<int>({1, 30, 29, 21, 24}));
   EXPECT_EQ(std::vector<int>({indexable, cdata, keyed, defaulted, sizes}),
             std::vector<int>({43, 26, 356, 302, 24683}));
   for (const char* spot :
