@@ -145,13 +145,14 @@ TEST_F(ContentFilterMatchTest, ActivityAndTheStatusMaskAreTestedWithoutLoading) 
   filter.SetFilterActivity(0);
   EXPECT_EQ(Check(filter, unread, 0), "1 L0 R0 O0 F0");
   // A reset filter is inactive until activated, and then wants status 0.
-  filter.ResetContentFilter();
+  ContentFilter reset;
+  reset.ResetContentFilter();
   CountingRecord* plain = Stored({.status = 0});
-  EXPECT_EQ(filter.CheckFocusable(unread, 0), 1);
-  filter.SetFilterActivity(1);
-  EXPECT_EQ(filter.GetFilterMask(), 0);
-  EXPECT_EQ(filter.CheckFocusable(unread, 0), 0);
-  EXPECT_EQ(filter.CheckFocusable(plain, 0), 1);
+  EXPECT_EQ(reset.CheckFocusable(unread, 0), 1);
+  reset.SetFilterActivity(1);
+  EXPECT_EQ(reset.GetFilterMask(), 0);
+  EXPECT_EQ(reset.CheckFocusable(unread, 0), 0);
+  EXPECT_EQ(reset.CheckFocusable(plain, 0), 1);
 }
 
 // A single-bit mask wants the bit, a combined mask the whole status.
