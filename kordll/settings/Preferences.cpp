@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <mutex>
 
+#include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/record/RegistryEntryPoints.h"
@@ -314,7 +315,11 @@ void Preferences::PlayGeneralNotificationSound() {
     Utility::PlaySoundFile(melody);
     return;
   }
-  const CString sounds = Locations::Join(Locations::GetProgramFolder(), u"SoundNotification");
+  // The registry's global path once the platform has set it, else the
+  // program folder it is set from.
+  CString global = GlobalResourceCtrl::GetGlobalKorPath();
+  if (global.IsEmpty()) global = Locations::GetProgramFolder();
+  const CString sounds = Locations::Join(global, u"SoundNotification");
   Utility::PlaySoundFile(Locations::Join(sounds, melody));
 }
 

@@ -147,8 +147,9 @@ class Preferences : public INIFocusable {
   static int IsAutoDeleteRankingValueValid(int rank);
   // Plays "NotificationMelodyFile" of the current record through the host:
   // a value holding "/" is a path of its own, any other is a file of the
-  // shared "SoundNotification" folder of the program folder. Nothing
-  // without a current record, a valid registry or a value.
+  // shared "SoundNotification" folder of the global path (the program
+  // folder until the platform sets it). Nothing without a current record,
+  // a valid registry or a value.
   static void PlayGeneralNotificationSound();
 
   // --- Carry-over ------------------------------------------------------------------
