@@ -84,4 +84,8 @@
 #include "kordll/toolkit/PrintTemplate.h"
 #include "kordll/toolkit/Utility.h"
 
+// The users' settings.
+#include "kordll/settings/Preferences.h"
+#include "kordll/settings/UserPreferences.h"
+
 #endif  // KORDLL_KORDLL_H_
