@@ -73,6 +73,13 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
   EXPECT_TRUE(
       Has("after the restart: RankMode 2, UserLogin \"demo\", a flagged post gets rank 2048"))
       << out_;
+  // The registry: a panel hears "loaded" and a change; closing drops the next.
+  EXPECT_TRUE(Has("panel 15 heard 1025 (loaded: records may be read), kind 0 from controller 7"))
+      << out_;
+  EXPECT_TRUE(Has("kind 3 from controller 7, record R7_G1 \"A registry of its own, retitled\""))
+      << out_;
+  EXPECT_TRUE(Has("while closing, a sent change is dropped: yes")) << out_;
+  EXPECT_TRUE(Has("every controller closed: yes")) << out_;
   EXPECT_TRUE(Has("All steps done.")) << out_;
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));
