@@ -7,7 +7,8 @@
 // of three: an operation, a name and a value. The first unit of the
 // operation picks the type stored:
 //   's' a string   'i' an integer (the value's first bytes)   'b' raw bytes
-//   'q' a 64-bit integer
+//   'q' a 64-bit integer   'k' a string in the user's keyboard shortcuts,
+//   named by the name field
 // With a second unit, the name is not the name field but the key of the
 // settings field that unit picks, so that real keys get hostile values.
 //
@@ -25,6 +26,7 @@
 
 #include "FuzzFields.h"
 #include "FuzzScratch.h"
+#include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/Host.h"
@@ -35,6 +37,7 @@
 #include "kordll/schema/Relation.h"
 #include "kordll/settings/Preferences.h"
 #include "kordll/settings/UserPreferences.h"
+#include "kordll/toolkit/Utility.h"
 
 namespace {
 
@@ -84,10 +87,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   kordll::CWinApp app(CString("Tidrel"), CString("Tidrel"), registry);
   const CString sectionKey = app.GetSectionKey(CString("User-fuzz"));
+  std::vector<int> commands;
   for (size_t g = 1; g < fields.size(); g += 3) {
     const CString& op = FieldAt(fields, g).text;
     const Field& value = FieldAt(fields, g + 2);
     CString name = FieldAt(fields, g + 1).text;
+    if (!op.IsEmpty() && op[0] == u'k') {
+      registry->SetValue(RegHive::kCurrentUser, sectionKey + CString("\\KeyboardShortcuts"), name,
+                         RegValue::String(value.text), true);
+      commands.push_back(kordll::_wtoi(name));
+      continue;
+    }
     if (op.GetLength() > 1) name = relation->GetFieldDecorationName(keyed[op[1] % keyed.size()]);
     RegValue raw;
     switch (op.IsEmpty() ? u's' : op[0]) {
@@ -129,6 +139,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       Check(prefs.GetBloglinesPassword().IsEmpty());
     }
     prefs.GetBloglinesUserName();
+    // Shortcuts of any value: no shortcut, or a modifier and a key.
+    for (int command : commands) {
+      const int shortcut = kordll::Utility::GetKeyboardShortcut_wCommandID(command);
+      const bool none = shortcut % 1000 == 0 || shortcut <= 1000;
+      Check(kordll::Utility::GetKeyboardShortcut_inString(shortcut).IsEmpty() == none);
+      Check((kordll::Utility::GetKeyboardShortcut_inMOD(shortcut) == -1) == none);
+      kordll::Utility::GetVirtualKey(shortcut);
+    }
 
     // Search engines: what is written once is written again alike.
     std::vector<CString> terms;
