@@ -47,6 +47,7 @@ class FieldInfo;
 class Focusable;
 class RGDBTemplate;
 class SlotFile;
+class SubTableMap;
 
 // One sub-table as the engine keeps it in memory. Owned by the AZeusDB that
 // mapped or created it.
@@ -169,6 +170,15 @@ class AZeusDB {
   // units; an empty result if the conversion fails. A null text gives "".
   static void ConvertCharToWString(char* text, std::u16string& out);
 
+  // Every save, delete and header write is one change of the file: if it is
+  // cut off (the process killed, a write failing), it is undone, at the
+  // latest when the file is next opened, through a journal beside the file
+  // (the file's name with "-journal" added). When a save returns, its bytes
+  // are written to the operating system. With flushToDisk not 0, each change
+  // also waits until the disk holds it, so that it survives a power loss;
+  // this costs time and is off by default.
+  void SetFlushToDisk(int flushToDisk);
+
   // Diagnostics for tests and tools; they take the lock of what they read.
   int GetOpenCount();
   int IsMapped();
@@ -177,8 +187,6 @@ class AZeusDB {
   std::vector<_struct_SubTableInfo> GetSubTableInfos();
 
  private:
-  using InfoMap = std::map<int, std::unique_ptr<_struct_SubTableInfo>>;
-
   // One field of a save: mode 0 narrow text, 1 marked (string) text, 2 not
   // covered by this save.
   struct FieldPlan {
@@ -187,8 +195,50 @@ class AZeusDB {
     CString text;
   };
 
+  // Results of the private helpers. Those the design names keep the
+  // design's results: writeSlot, readSlot and deleteSlot answer 1 or 0 (and
+  // writeSlot the code 8 of a failed field write), the lookups answer a slot
+  // index or -1, and the rest 0 for success or the error code. The helpers
+  // of the walks below follow the same rule: 0 for success, otherwise the
+  // error code, which is also the last error; a lookup answers the slot
+  // index or -1 with the last error set.
+  struct SaveWalk;
+  struct ReadWalk;
+
   int writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // What a save writes: a plan for each field position, and the ids of the
+  // fields it covers.
+  void planSave(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task,
+                std::vector<FieldPlan>* plans, std::vector<int>* written);
+  // The head slot of a save: the record's own, or a free one for a new
+  // record (which is given its index).
+  int locateSaveSlot(Focusable* record, RGDBTemplate* tmpl, const std::vector<FieldPlan>* plans,
+                     _struct_SubTableInfo** info, int* place);
+  // One slot of a save's walk: steps on to it, checks its header, writes
+  // the areas and the items status, and links it into the chain.
+  int writeChainSlot(Focusable* record, RGDBTemplate* tmpl, SaveWalk* walk);
+  int stepToNext(SaveWalk* walk);
+  int readWalkHeader(Focusable* record, SaveWalk* walk);
+  int writeFieldAreas(SaveWalk* walk);
+  // Cuts the chain behind a record that became shorter, or marks the slot
+  // and writes its header with the link to the next one.
+  int linkChainSlot(RGDBTemplate* tmpl, SaveWalk* walk);
+  // The batch of writeFocusablesSlot under the slot lock; its result.
+  int writeBatch(CArray<Focusable*, Focusable*>* records, DBTaskItem* task);
+  // Adds the marks of the save just made to those of the batch.
+  void keepPendingStates(std::map<uint64_t, char>* states, std::map<uint64_t, char>* heads);
+  // Hands the batch to the system and tells its records; false on failure.
+  bool endBatch(bool withheld);
   int readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
+  // The head a read starts at: the record's slot, or the next head of a scan.
+  int locateReadHead(Focusable* record, DBTaskItem* task, _struct_SubTableInfo** info, int* place);
+  // One slot of a read's walk: reads its front, checks its header, reads the
+  // wanted areas, and steps on when a field goes on.
+  int readChainSlot(Focusable* record, DBTaskItem* task, ReadWalk* walk);
+  int readWalkFront(Focusable* record, DBTaskItem* task, ReadWalk* walk,
+                    const unsigned char** bytes);
+  int readFieldAreas(Focusable* record, DBTaskItem* task, ReadWalk* walk,
+                     const unsigned char* bytes);
   int deleteSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
   // Reads one field's piece from area (the length bytes of its area, read
   // by the caller; null when the file ends before the area).
@@ -271,10 +321,8 @@ class AZeusDB {
   // Whether info can take the record of plans: no non-empty narrow text of
   // it falls in a field that info does not store.
   static bool Suits(const _struct_SubTableInfo& info, const std::vector<FieldPlan>* plans);
-  // Keeps available_by_relation_ in step with the flags of info.
-  void refreshAvailability(_struct_SubTableInfo* info);
   // The slot count of the mapped file: the bound of every chain walk.
-  int totalSlots() const { return static_cast<int>(sub_tables_.size()) * 40; }
+  int64_t totalSlots() const;
   void setError(int code) { last_error_ = code; }
   // Refuses an operation on a database whose name would put its file
   // outside its folder (error 3).
@@ -328,12 +376,8 @@ class AZeusDB {
   // after it (the lock order is slot, then open); atomic for that one write.
   std::atomic<uint64_t> end_of_file_{1000};
   uint64_t position_ = 0;  // the one file position that item reads and writes use
-  InfoMap sub_tables_;
-  std::map<int, std::vector<_struct_SubTableInfo*>> sub_tables_by_relation_;
-  // For each relation, the list places of infos that are not full and have
-  // a free place: findEmptySlot takes the first that suits without walking
-  // every sub-table of a large file.
-  std::map<int, std::set<int>> available_by_relation_;
+  // The sub-tables by id and by relation, with their free places.
+  std::unique_ptr<SubTableMap> tables_;
   std::vector<unsigned char> byte_buffer_;
   // Set while writeFocusablesSlot writes its records: their bytes are
   // flushed together at its end, and the records saved meanwhile (with the

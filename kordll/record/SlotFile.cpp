@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
+#include <string>
 
 namespace kordll {
 
@@ -16,6 +18,31 @@ constexpr uint64_t kScanBytes = 16 << 10;
 // The largest single write handed to the operating system.
 constexpr uint64_t kMaxRunBytes = 1 << 20;
 
+// The files of this process with a change under way (and so a journal that
+// is not yet finished): another opening of the same file leaves that
+// journal alone.
+std::mutex& ChangingMutex() {
+  static std::mutex mu;
+  return mu;
+}
+std::multiset<std::string>& Changing() {
+  static auto* files = new std::multiset<std::string>();
+  return *files;
+}
+void SetChanging(const CString& path, bool on) {
+  std::lock_guard<std::mutex> lock(ChangingMutex());
+  if (on) {
+    Changing().insert(path.ToUtf8());
+  } else {
+    auto it = Changing().find(path.ToUtf8());
+    if (it != Changing().end()) Changing().erase(it);
+  }
+}
+bool IsChanging(const CString& path) {
+  std::lock_guard<std::mutex> lock(ChangingMutex());
+  return Changing().count(path.ToUtf8()) != 0;
+}
+
 }  // namespace
 
 SlotFile::~SlotFile() { Close(); }
@@ -23,11 +50,17 @@ SlotFile::~SlotFile() { Close(); }
 int SlotFile::Open(const CString& path, Mode mode, int* error) {
   std::lock_guard<std::mutex> lock(mu_);
   if (open_) {
+    depth_ = 0;
     FlushLocked();
+    ResetChangeLocked();
     file_.Close();
     open_ = false;
   }
   DropCacheLocked();
+  hot_ = false;
+  path_ = path;
+  // A file made anew has nothing to undo.
+  if (mode == kCreate && !IsChanging(path)) StoreJournal::Discard(path);
   uint32_t access = GENERIC_READ;
   int disposition = OPEN_EXISTING;
   if (mode != kOpenRead) access |= GENERIC_WRITE;
@@ -39,16 +72,34 @@ int SlotFile::Open(const CString& path, Mode mode, int* error) {
   if (error != nullptr) *error = ERROR_SUCCESS;
   open_ = true;
   writable_ = mode != kOpenRead;
+  if (mode != kCreate && !IsChanging(path) && StoreJournal::Exists(path)) {
+    // A change that was cut off is undone before anything is read. A
+    // reader undoes it through a handle of its own; when that fails it
+    // reads the file as it is, and the next writer tries again.
+    if (writable_) {
+      hot_ = true;
+    } else {
+      WinFile undo;
+      if (undo.Open(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                    OPEN_EXISTING)) {
+        StoreJournal::Recover(path, &undo, to_disk_, nullptr);
+        undo.Close();
+      }
+    }
+  }
   disk_size_ = file_.GetFileSize();
   if (disk_size_ < 0) disk_size_ = 0;
   size_ = disk_size_;
+  if (hot_) RecoverLocked();
   return 1;
 }
 
 void SlotFile::Close() {
   std::lock_guard<std::mutex> lock(mu_);
   if (!open_) return;
+  depth_ = 0;
   FlushLocked();
+  ResetChangeLocked();
   DropCacheLocked();
   file_.Close();
   open_ = false;
@@ -273,9 +324,16 @@ int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
   uint64_t left = count;
   uint32_t done = 0;
   while (left > 0) {
+    if (!changing_) StartChangeLocked();
+    if (failed_) return 0;
     const uint64_t index = offset / kPageSize;
     const int in_page = static_cast<int>(offset % kPageSize);
     const uint64_t n = std::min<uint64_t>(left, kPageSize - in_page);
+    // A page of the old file written for the first time in this change has
+    // its old bytes journaled before the page goes out.
+    if (static_cast<int64_t>(index * kPageSize) < change_size_ && journaled_.count(index) == 0) {
+      captured_.insert(index);
+    }
     Page* page = GetPage(index, in_page == 0 && n == kPageSize);
     if (page == nullptr) return 0;
     std::memcpy(page->data.data() + in_page, in + done, n);
@@ -296,7 +354,9 @@ int SlotFile::Flush() {
 }
 
 int SlotFile::FlushLocked() {
-  if (!open_ || dirty_.empty()) return 1;
+  if (!open_) return 1;
+  if (failed_) return 0;
+  if (dirty_.empty()) return depth_ == 0 && changing_ ? (EndChangeLocked() ? 1 : 0) : 1;
   std::sort(dirty_.begin(), dirty_.end());
   // Runs of consecutive dirty pages, joined where one ends at the page's end
   // and the next starts at its beginning, go out as one write each.
@@ -329,8 +389,11 @@ int SlotFile::FlushLocked() {
   for (auto it = runs.rbegin(); it != runs.rend(); ++it) {
     if (static_cast<int64_t>(it->start) < disk_size_) order.push_back(&*it);
   }
-  bool ok = true;
+  // Nothing of the file is overwritten before its old bytes are in the
+  // journal.
+  bool ok = JournalLocked();
   for (const Run* r : order) {
+    if (!ok) break;
     std::vector<unsigned char>& run = run_buffer_;
     run.clear();
     for (size_t k = r->first; k <= r->last; ++k) {
@@ -353,14 +416,140 @@ int SlotFile::FlushLocked() {
   }
   if (ok) {
     dirty_.clear();
-    return 1;
+    return depth_ == 0 ? (EndChangeLocked() ? 1 : 0) : 1;
   }
-  // What the file holds is no longer what the cache says: forget the cache.
+  // What the file holds is no longer what the cache says: the change is
+  // undone and the cache forgotten.
+  UndoLocked();
+  if (depth_ > 0) {
+    failed_ = true;
+  } else {
+    ResetChangeLocked();
+  }
+  return 0;
+}
+
+void SlotFile::Begin() {
+  std::lock_guard<std::mutex> lock(mu_);
+  ++depth_;
+}
+
+int SlotFile::Commit() {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (depth_ > 0) --depth_;
+  if (depth_ > 0) return failed_ ? 0 : 1;
+  if (!open_ || failed_) {
+    const bool failed = failed_;
+    ResetChangeLocked();
+    return failed ? 0 : 1;
+  }
+  return FlushLocked();
+}
+
+void SlotFile::SetFlushToDisk(bool on) {
+  std::lock_guard<std::mutex> lock(mu_);
+  to_disk_ = on;
+}
+
+void SlotFile::StartChangeLocked() {
+  changing_ = true;
+  failed_ = false;
+  // A journal that an earlier change could not undo is undone first; while
+  // it stays, nothing may be written.
+  if (hot_ && !RecoverLocked()) failed_ = true;
+  change_size_ = disk_size_;
+}
+
+bool SlotFile::JournalLocked() {
+  // A file that was empty has nothing to keep.
+  if (change_size_ <= 0) return true;
+  const bool started = journal_ != nullptr && journal_->Started();
+  if (started && captured_.empty()) return true;
+  // The file still holds the old bytes of these pages: nothing of them has
+  // gone out in this change.
+  std::vector<StoreJournal::Image> images;
+  images.reserve(captured_.size());
+  bool read = true;
+  for (uint64_t index : captured_) {
+    const int64_t first = static_cast<int64_t>(index * kPageSize);
+    const uint32_t n = static_cast<uint32_t>(std::min<int64_t>(kPageSize, change_size_ - first));
+    StoreJournal::Image image{index * kPageSize, std::vector<unsigned char>(n)};
+    uint32_t got = 0;
+    if (!file_.ReadFileAt(first, image.bytes.data(), n, &got) || got != n) {
+      read = false;
+      break;
+    }
+    images.push_back(std::move(image));
+  }
+  captured_.clear();
+  if (!read) return false;
+  if (journal_ == nullptr) journal_ = std::make_unique<StoreJournal>(path_);
+  if (!started) SetChanging(path_, true);
+  const bool ok = journal_->Append(static_cast<uint64_t>(change_size_), images, to_disk_) != 0;
+  // Pages whose old bytes did not all reach the journal are not written.
+  for (StoreJournal::Image& image : images) {
+    journaled_[image.offset / kPageSize] = std::move(image.bytes);
+  }
+  return ok;
+}
+
+bool SlotFile::EndChangeLocked() {
+  bool ok = true;
+  if (journal_ != nullptr && journal_->Started()) {
+    if (to_disk_ && !file_.FlushFileBuffers()) ok = false;
+    if (ok && !journal_->Remove()) ok = false;
+    if (!ok) UndoLocked();
+  }
+  ResetChangeLocked();
+  return ok;
+}
+
+void SlotFile::UndoLocked() {
+  if (journal_ != nullptr && journal_->Started()) {
+    bool ok = true;
+    for (const auto& [index, bytes] : journaled_) {
+      uint32_t written = 0;
+      if (!file_.WriteFileAt(static_cast<int64_t>(index * kPageSize), bytes.data(),
+                             static_cast<uint32_t>(bytes.size()), &written) ||
+          written != bytes.size()) {
+        ok = false;
+        break;
+      }
+    }
+    if (ok && file_.GetFileSize() > change_size_) {
+      ok = file_.SetFilePointer(change_size_, FILE_BEGIN) >= 0 && file_.SetEndOfFile();
+    }
+    if (ok && to_disk_) ok = file_.FlushFileBuffers() != 0;
+    if (ok) ok = journal_->Remove() != 0;
+    // The journal stays beside the file; it is undone before the next
+    // change, or at the next opening.
+    if (!ok) hot_ = true;
+  }
   DropCacheLocked();
   disk_size_ = file_.GetFileSize();
   if (disk_size_ < 0) disk_size_ = 0;
   size_ = disk_size_;
-  return 0;
+}
+
+bool SlotFile::RecoverLocked() {
+  if (!StoreJournal::Recover(path_, &file_, to_disk_, nullptr)) return false;
+  hot_ = false;
+  DropCacheLocked();
+  disk_size_ = file_.GetFileSize();
+  if (disk_size_ < 0) disk_size_ = 0;
+  size_ = disk_size_;
+  return true;
+}
+
+void SlotFile::ResetChangeLocked() {
+  if (journal_ != nullptr) {
+    SetChanging(path_, false);
+    journal_.reset();
+  }
+  changing_ = false;
+  failed_ = false;
+  captured_.clear();
+  journaled_.clear();
 }
 
 }  // namespace kordll

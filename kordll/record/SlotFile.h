@@ -16,6 +16,16 @@
 // is open and is bounded (kMaxCachedBytes); it assumes that nobody else
 // writes the file meanwhile, as the stores assume one writer.
 //
+// Changes are undone as a whole when they do not complete. Every Flush is a
+// change of its own, unless the store groups what it writes between Begin()
+// and Commit() into one (a save with all its slots and marks): before bytes
+// of the file are overwritten, their old contents go to a rollback journal
+// beside the file (see StoreJournal.h), which Commit removes. A change that
+// fails half way is undone at once from the journal, and the rest of its
+// writes are refused until Commit, which then answers 0; a change that was
+// cut off (the process killed) is undone when the file is next opened. A
+// file that was empty when a change began is not journaled.
+//
 // Thread safety: every member is internally locked. Offsets are explicit,
 // so no caller depends on a shared position.
 
@@ -25,11 +35,13 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
 #include "kordll/platform/CString.h"
 #include "kordll/platform/WinFile.h"
+#include "kordll/record/StoreJournal.h"
 
 namespace kordll {
 
@@ -73,8 +85,20 @@ class SlotFile {
   // early failed.
   int WriteAt(uint64_t offset, const void* buffer, uint32_t count);
   // Hands every pending write to the operating system. Returns 1, or 0 when
-  // a write failed (the cache is then dropped).
+  // a write failed (the cache is then dropped, and the change undone).
   int Flush();
+
+  // Groups the writes until Commit into one change. Nested calls join the
+  // change that is open.
+  void Begin();
+  // Flushes and ends the change begun by the outermost Begin: 1, or 0 when
+  // it did not reach the file (it is then undone, as far as the journal
+  // could be written back).
+  int Commit();
+  // With on set, each change also waits for the disk (the journal before
+  // the file is written, the file before the journal goes), for a power
+  // loss; off by default: the operating system holds what was handed to it.
+  void SetFlushToDisk(bool on);
 
  private:
   struct Page {
@@ -91,6 +115,17 @@ class SlotFile {
   Page* GetPageSlow(uint64_t index, bool willOverwriteAll);
   std::unique_ptr<Page> NewPage();
   int FlushLocked();
+  // The journal side of a change. REQUIRES: mu_ held.
+  void StartChangeLocked();
+  // Journals the pages captured since the last flush; false on failure.
+  bool JournalLocked();
+  // Ends the change: the journal goes. False when it could not.
+  bool EndChangeLocked();
+  // Writes the journaled old bytes back and cuts the file to its old size.
+  void UndoLocked();
+  // Undoes a journal left beside the file; false when it stays.
+  bool RecoverLocked();
+  void ResetChangeLocked();
   // Reads the window that starts at the page of offset. REQUIRES: mu_ held.
   bool LoadWindow(uint64_t offset);
   void DropCacheLocked();
@@ -123,6 +158,20 @@ class SlotFile {
   uint64_t last_read_end_ = UINT64_MAX;  // where the previous read ended
   uint64_t walk_start_ = 0;              // where the current forward walk of reads began
   std::vector<unsigned char> run_buffer_;
+
+  // The change under way.
+  CString path_;
+  bool to_disk_ = false;
+  int depth_ = 0;            // Begin calls without their Commit
+  bool changing_ = false;    // written since the change began
+  bool failed_ = false;      // the change failed and was undone: writes refused
+  bool hot_ = false;         // a journal that could not be undone lies beside the file
+  int64_t change_size_ = 0;  // the file's size when the change began
+  std::unique_ptr<StoreJournal> journal_;
+  // Pages of the old file written in this change whose old bytes are not
+  // journaled yet, and the old bytes of those that are.
+  std::set<uint64_t> captured_;
+  std::unordered_map<uint64_t, std::vector<unsigned char>> journaled_;
 };
 
 }  // namespace kordll

@@ -5,6 +5,7 @@
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/WinError.h"
+#include "kordll/record/ChainCursor.h"
 #include "kordll/record/KdbFormat.h"
 #include "kordll/record/MarkedText.h"
 #include "kordll/record/SlotFile.h"
@@ -150,6 +151,11 @@ int StringDB::IsDBExist() {
   if (!probe.Open(path_, SlotFile::kOpenRead, nullptr)) return 0;
   probe.Close();
   return 1;
+}
+
+void StringDB::SetFlushToDisk(int flushToDisk) {
+  CSingleLock lock(lock_);
+  file_->SetFlushToDisk(flushToDisk != 0);
 }
 
 int StringDB::GetTotalSlotCount() {
@@ -468,11 +474,13 @@ int StringDB::WriteStringSlot(int* slot, CString text) {
     setError(kErrWrite);
     return 0;
   }
+  // The write is one change of the file: cut off at any point, it is
+  // undone at the next opening.
+  file_->Begin();
   int result = _WriteStringSlot(slot, text);
-  // A text whose bytes did not all reach the file is not written; the
-  // states are then read again from the file, so that the next write at
-  // the same slot takes up the chain as the file holds it.
-  const bool flushed = file_->Flush() != 0;
+  // A text whose bytes did not all reach the file is not written (what did
+  // was undone); the states are then read again from the file.
+  const bool flushed = file_->Commit() != 0;
   if (!flushed || (result == 0 && last_error_ == kErrWrite)) {
     forgetMapping();
     setError(kErrWrite);
@@ -495,13 +503,16 @@ int StringDB::DeleteStringSlot(int slot, int wholeChain) {
   CSingleLock lock(lock_);
   if (refusedName()) return 0;
   openDB(0);
+  file_->Begin();
   const int result = _DeleteStringSlot(slot, wholeChain);
-  file_->Flush();
+  // A delete that did not reach the file was undone: the states are read
+  // again.
+  if (!file_->Commit()) forgetMapping();
   closeDB();
   return result;
 }
 
-int StringDB::_WriteStringSlot(int* slot, const CString& text) {
+int StringDB::startWrite(int* slot) {
   if (bad_geometry_) {
     // A header whose slot size is impossible leaves no slot to trust.
     setError(kErrCorrupted);
@@ -518,60 +529,62 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     setError(kErrNoEntry);
     return 0;
   }
-  auto reserve = [this](int index) REQUIRES(lock_) {
-    auto it = status_.find(index);
-    if (it != status_.end() && it->second == 0) {
-      it->second = 3;
-      freeListRemove(index);
-    }
-  };
-  reserve(*slot);
-  int cur = *slot;
-  // A slot the growth did not reach is refused rather than written outside
-  // the slot table; the table still grows.
-  auto reach = [this](int index) REQUIRES(lock_) {
-    if (index >= slot_count_ && appendEmptyTable(index) != 0) return false;
-    if (index >= slot_count_) {
-      setError(kErrNoEntry);
-      return false;
-    }
-    return true;
-  };
-  if (!reach(cur)) return 0;
+  auto it = status_.find(*slot);
+  if (it != status_.end() && it->second == 0) {
+    it->second = 3;
+    freeListRemove(*slot);
+  }
+  if (!reachSlot(*slot)) return 0;
   if (deleted_) {
     setError(kErrDeleted);
     return 0;
   }
+  return 1;
+}
 
-  int sequence = 0;
-  int previous = -1;
+bool StringDB::reachSlot(int index) {
+  // A slot the growth did not reach is refused rather than written outside
+  // the slot table; the table still grows.
+  if (index >= slot_count_ && appendEmptyTable(index) != 0) return false;
+  if (index >= slot_count_) {
+    setError(kErrNoEntry);
+    return false;
+  }
+  return true;
+}
+
+int StringDB::_WriteStringSlot(int* slot, const CString& text) {
+  if (!startWrite(slot)) return 0;
+  int cur = *slot;
+  ChainCursor walk(cur, 0);
   int next = -1;
   int position = 0;
   int more = 0;
   int occupied = 0;
-  int steps = 0;
   do {
     if (more) {
-      ++sequence;
       more = 0;
-      previous = cur;
+      walk.Advance(next);
       cur = next;
       next = -1;
       if (cur < 0) {
         setError(kErrRead);
         return 0;
       }
-      if (!reach(cur)) return 0;
+      if (!reachSlot(cur)) return 0;
     }
-    if (++steps > slot_count_ + 1) {
+    // The table may grow under the walk: its bound is the count now.
+    walk.SetBound(static_cast<int64_t>(slot_count_) + 1);
+    if (!walk.Visit()) {
       setError(kErrRead);
       return 0;
     }
+    const int sequence = walk.sequence();
     auto state = status_.find(cur);
     if (state != status_.end()) occupied = (state->second == 1 || state->second == 2) ? 1 : 0;
     _struct_STRINGSLOTHEADER header;
     readSlotHeader(cur, &header);
-    if (occupied && sequence > 0 && header.previous != previous) {
+    if (occupied && !walk.Fits(ChainCursor::kNoSequence, header.previous)) {
       // The chain does not link back: it is damaged, and the walk stops.
       setError(kErrRead);
       return 0;
@@ -600,7 +613,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     if (more && sequence == 0) {
       new_previous = -1;
     } else {
-      new_previous = header.previous != -1 ? header.previous : previous;
+      new_previous = header.previous != -1 ? header.previous : walk.previous();
     }
     if (!(occupied && header.next == new_next && header.previous == new_previous)) {
       header.status = more ? 2 : 1;
@@ -611,7 +624,7 @@ int StringDB::_WriteStringSlot(int* slot, const CString& text) {
     next = new_next;
   } while (more);
   setError(0);
-  return sequence + 1;
+  return walk.sequence() + 1;
 }
 
 int StringDB::_ReadStringSlot(int slot, CString* text) {
@@ -625,13 +638,13 @@ int StringDB::_ReadStringSlot(int slot, CString* text) {
     setError(kErrDeleted);
     return 0;
   }
-  int sequence = 0;
-  int previous = -1;
+  ChainCursor walk(slot, static_cast<int64_t>(slot_count_) + 1);
   for (;;) {
-    if (sequence > slot_count_) {
+    if (!walk.Visit()) {
       setError(kErrRead);
       return 0;
     }
+    const int sequence = walk.sequence();
     _struct_STRINGSLOTHEADER header;
     if (readSlotHeader(slot, &header) != 0) {
       if (slot < 0) setError(kErrNoEntry);
@@ -642,7 +655,7 @@ int StringDB::_ReadStringSlot(int slot, CString* text) {
       setError(kErrNoEntry);
       return 0;
     }
-    if (sequence > 0 && header.previous != previous) {
+    if (!walk.Fits(ChainCursor::kNoSequence, header.previous)) {
       setError(kErrRead);
       return 0;
     }
@@ -652,13 +665,12 @@ int StringDB::_ReadStringSlot(int slot, CString* text) {
     }
     readSlot(text, slot);  // a short read appends nothing and the walk goes on
     if (header.status != 2) return sequence + 1;
-    previous = slot;
     slot = header.next;
     if (slot < 0) {
       setError(kErrRead);
       return 0;
     }
-    ++sequence;
+    walk.Advance(slot);
   }
 }
 
@@ -675,16 +687,20 @@ int StringDB::_DeleteStringSlot(int slot, int wholeChain) {
   if (!mapped_ && mapDB() != 0) return 0;
   int count = 0;
   int first = 1;
-  int previous = -1;
   int next = -1;
+  ChainCursor walk(slot, static_cast<int64_t>(slot_count_) + 1);
   do {
+    if (!walk.Visit()) {
+      setError(kErrRead);
+      break;
+    }
     _struct_STRINGSLOTHEADER header;
     readSlotHeader(slot, &header);
     next = header.next;
     auto state = status_.find(slot);
     if (state == status_.end() || state->second == 0 || state->second == 3) break;
     if (first && !wholeChain && state->second == 1 && header.previous != -1) return count;
-    if (!first && header.previous != previous) {
+    if (!walk.Fits(ChainCursor::kNoSequence, header.previous)) {
       setError(kErrRead);
       break;
     }
@@ -692,7 +708,7 @@ int StringDB::_DeleteStringSlot(int slot, int wholeChain) {
     state->second = 0;
     freeListAppend(slot);
     ++count;
-    previous = slot;
+    walk.Advance(next);
     slot = next;
     first = 0;
   } while (next != -1);

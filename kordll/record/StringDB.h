@@ -85,6 +85,14 @@ class StringDB {
   // UTF-8 (code page 65001) to 16-bit units; invalid bytes become U+FFFD.
   static void ConvertCharToWString(char const* text, std::u16string& out);
 
+  // Every write, delete and growth is one change of the file: if it is
+  // cut off (the process killed, a write failing), it is undone, at the
+  // latest when the file is next opened, through a journal beside the file
+  // (the file's name with "-journal" added). When a save returns, its bytes
+  // are written to the operating system. With flushToDisk not 0, each change
+  // also waits until the disk holds it, so that it survives a power loss;
+  // this costs time and is off by default.
+  void SetFlushToDisk(int flushToDisk);
   // Diagnostics for tests and tools.
   int GetSlotDataSize();
   CString GetDBPath();
@@ -107,6 +115,12 @@ class StringDB {
   int writeSlot(const CString& text, int* position, int index) REQUIRES(lock_);
   int readSlot(CString* text, int index) REQUIRES(lock_);
   int _WriteStringSlot(int* slot, const CString& text) REQUIRES(lock_);
+  // Before a write: the file mapped, a slot taken for *slot when it is -1,
+  // and that slot reserved and within the table. 1, or 0 with the error set.
+  int startWrite(int* slot) REQUIRES(lock_);
+  // Grows the table to hold index when needed; false (error set) when the
+  // growth failed or did not reach it.
+  bool reachSlot(int index) REQUIRES(lock_);
   int _ReadStringSlot(int slot, CString* text) REQUIRES(lock_);
   int _DeleteStringSlot(int slot, int wholeChain) REQUIRES(lock_);
   void freeListAppend(int index) REQUIRES(lock_);

@@ -1,0 +1,373 @@
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "kordll/record/AZeusDB.h"
+#include "kordll/record/AZeusDBInternal.h"
+#include "kordll/record/DBTaskItem.h"
+#include "kordll/record/FieldInfo.h"
+#include "kordll/record/SlotFile.h"
+#include "kordll/record/SubTableMap.h"
+
+namespace kordll {
+
+using namespace azeus;
+
+namespace {
+
+constexpr int Digits(int n) { return n < 10 ? 1 : 1 + Digits(n / 10); }
+
+// The line "[id:40:size:fields:relation]" of the largest sub-table id still
+// leaves room in its record for a slot size, a field count and a relation of
+// eight digits each (a sign included). writeEmptySubTable refuses a line that
+// would not fit rather than cut it.
+static_assert(1 + Digits(KdbFormat::kMaxSubTableID) + 1 + Digits(kSlotsPer) + 3 * (1 + 8) + 1 <=
+              kLine);
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Sub-tables
+
+int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info, int fieldsHint) {
+  const int64_t file_size = file_->Size();
+  // The whole header comes in one read when its field count is the hint
+  // (that of the sub-table before, as it nearly always is); otherwise the
+  // lengths are read again once the line has told their size. Only the
+  // header is read: the slots are skipped by their computed size.
+  const size_t guess = KdbFormat::SubTableHeaderSize(kSlotsPer, std::max(fieldsHint, 1));
+  if (header_buffer_.size() < guess) header_buffer_.resize(guess);
+  uint32_t got = 0;
+  if (!file_->ReadExact(position, header_buffer_.data(), static_cast<uint32_t>(guess), &got) ||
+      got < static_cast<uint32_t>(kLine)) {
+    return kErrRead;
+  }
+  char line[kLine + 1];
+  std::memcpy(line, header_buffer_.data(), kLine);
+  line[kLine] = '\0';
+  int v[5];
+  if (KdbFormat::ScanInts(line, kLine, v, 5) != 5) return kErrRead;
+  const int id = v[0], slots = v[1], fields = v[3], relation = v[4];
+  if (slots != kSlotsPer || fields < 1) return kErrCorrupted;
+  if (id < 0 || id > KdbFormat::kMaxSubTableID || tables_->ById(id) != nullptr) {
+    return kErrCorrupted;
+  }
+  // Nothing is allocated for a header that the file cannot hold.
+  const int64_t header_size = KdbFormat::SubTableHeaderSize(slots, fields);
+  if (file_size < 0 || static_cast<int64_t>(position) + header_size > file_size) return kErrRead;
+  if (got < header_size) {
+    if (header_buffer_.size() < static_cast<size_t>(header_size)) {
+      header_buffer_.resize(header_size);
+    }
+    uint32_t rest = 0;
+    if (!file_->ReadExact(position + got, header_buffer_.data() + got,
+                          static_cast<uint32_t>(header_size - got), &rest) ||
+        got + rest < header_size) {
+      return kErrRead;
+    }
+  }
+
+  const char* states = header_buffer_.data() + kLine;
+  if (states[0] != '[' || states[slots + 1] != ']') return kErrCorrupted;
+
+  char* block = header_buffer_.data() + kLine + slots + 2;
+  const size_t block_size = 6 * static_cast<size_t>(fields) + 1;
+  if (block[0] != '[') return kErrCorrupted;
+  block[block_size - 1] = '\0';  // the newline; the text is terminated before the split
+  // Sub-tables of a file mostly repeat the lengths of the one before: the
+  // same bytes give the same lengths, which were checked then.
+  if (last_lengths_text_.size() != block_size ||
+      std::memcmp(last_lengths_text_.data(), block, block_size) != 0) {
+    last_lengths_text_.clear();
+    last_lengths_ = KdbFormat::ParseLengths(block, block_size);
+    if (static_cast<int>(last_lengths_.size()) != fields) return kErrCorrupted;
+    for (int l : last_lengths_) {
+      if (l < 0 || l > KdbFormat::kMaxFieldLength) return kErrCorrupted;
+    }
+    last_lengths_text_.assign(block, block + block_size);
+  }
+  const std::vector<int>& lengths = last_lengths_;
+
+  info->id = id;
+  info->slotCount = slots;
+  info->fieldCount = fields;
+  info->relation = relation;
+  info->slotSize = -1;
+  info->lengths.assign(lengths.begin(), lengths.end());
+  info->headFlags.assign(slots, 0);
+  info->continuationFlags.assign(slots, 0);
+  info->full = 1;
+  info->freePlaces = 0;
+  for (int i = 0; i < slots; ++i) {
+    const char c = states[1 + i];
+    if (c == '0') info->full = 0;
+    if (c == '1') info->headFlags[i] = 1;
+    if (c == '2') info->continuationFlags[i] = 1;
+    if (c != '1' && c != '2') ++info->freePlaces;
+  }
+  info->firstSlotPosition = position + static_cast<uint64_t>(header_size);
+  return 0;
+}
+
+int AZeusDB::mapDB() {
+  CSingleLock sl(slot_lock_);
+  if (mapped_) {
+    setError(kErrNone);
+    return 0;
+  }
+  uint64_t position = KdbFormat::kDBHeaderSize;
+  int fields_hint = 1;
+  int highest_id = -1;
+  for (;;) {
+    auto info = std::make_unique<_struct_SubTableInfo>();
+    const int r = readSubTable(position, info.get(), fields_hint);
+    if (r != 0) {
+      // Bytes behind the last sub-table that reads are a damaged sub-table:
+      // a new one written there would go over them, so the file is not
+      // written to.
+      const int64_t size = file_->Size();
+      if (size > static_cast<int64_t>(position)) damaged_ = r;
+      break;
+    }
+    position = info->firstSlotPosition +
+               static_cast<uint64_t>(info->slotCount) * static_cast<uint64_t>(info->GetSlotSize());
+    fields_hint = info->fieldCount;
+    highest_id = std::max(highest_id, info->id);
+    registerNewSubTableInfo(std::move(info));
+  }
+  last_lengths_text_.clear();
+  {
+    CSingleLock ol(open_lock_);
+    next_sub_table_id_ = std::max(next_sub_table_id_, highest_id + 1);
+  }
+  end_of_file_ = position;
+  mapped_ = 1;
+  setError(kErrNone);
+  return 0;
+}
+
+void AZeusDB::registerNewSubTableInfo(std::unique_ptr<_struct_SubTableInfo> info) {
+  tables_->Register(std::move(info));
+}
+
+int64_t AZeusDB::totalSlots() const { return tables_->TotalSlots(); }
+
+int AZeusDB::getNextAvailableSubTableID() {
+  CSingleLock ol(open_lock_);
+  if (next_sub_table_id_ > KdbFormat::kMaxSubTableID) return -1;
+  return next_sub_table_id_++;
+}
+
+int AZeusDB::writeEmptySubTable(_struct_SubTableInfo* info, int64_t position) {
+  // The line carries the slot size of the lengths as given; lengths above
+  // the largest that the format stores are then clamped, and the clamped
+  // lengths give the size of the free slots.
+  int64_t line_size = info->fieldCount + 28;
+  for (unsigned short l : info->lengths) line_size += l;
+  for (unsigned short& l : info->lengths) {
+    if (l > KdbFormat::kMaxFieldLength) l = KdbFormat::kMaxFieldLength;
+  }
+  info->slotSize = -1;
+  const int slot_size = info->GetSlotSize();
+  const int f = info->fieldCount;
+  const int n = info->slotCount;
+
+  std::string bytes;
+  const int line_values[5] = {info->id, n, static_cast<int>(line_size), f, info->relation};
+  std::string line = KdbFormat::FormatInts(line_values, 5);
+  if (line.size() > static_cast<size_t>(kLine)) return kErrWrite;
+  line.resize(kLine, '\0');
+  bytes += line;
+  bytes += '[';
+  bytes.append(n, '0');
+  bytes += ']';
+  std::string lengths = "[";
+  for (int i = 0; i < f; ++i) {
+    if (i > 0) lengths += ',';
+    lengths += std::to_string(info->lengths[i]);
+  }
+  lengths += ']';
+  if (lengths.size() > static_cast<size_t>(6 * f)) return kErrWrite;
+  lengths.resize(6 * f, '\0');
+  lengths += '\n';
+  bytes += lengths;
+  std::string slot(slot_size, '\0');
+  std::memcpy(slot.data(), "[-1:-1:-1:-1]", 13);
+  slot[slot_size - 1] = '\n';
+  for (int i = 0; i < n; ++i) bytes += slot;
+
+  // The sub-table goes where the mapped part of the file ends, so that the
+  // offsets in memory are those on disk also when a damaged tail was not
+  // mapped.
+  const uint64_t at = position >= 0 ? static_cast<uint64_t>(position) : end_of_file_.load();
+  // Within a batch the sub-table goes out with the records written into it.
+  if (!file_->WriteAt(at, bytes.data(), static_cast<uint32_t>(bytes.size())) ||
+      (!batch_ && !file_->Flush())) {
+    return kErrWrite;
+  }
+  info->firstSlotPosition = at + static_cast<uint64_t>(info->GetHeaderSize());
+  end_of_file_ = info->firstSlotPosition + static_cast<uint64_t>(n) * slot_size;
+  return 0;
+}
+
+void AZeusDB::getOptimumFieldLengths(RGDBTemplate* tmpl, std::vector<int>* lengths) {
+  const int f = tmpl->GetFieldCount();
+  lengths->assign(f, 0);
+  CSingleLock hl(header_lock_);
+  auto totals_it = length_totals_.find(tmpl->GetRelationID());
+  if (totals_it == length_totals_.end()) {
+    // Nothing is known of the relation (a reopened file restores the totals
+    // of one relation only): the catalogue's lengths hold any text that goes
+    // on into the new sub-table.
+    for (int i = 0; i < f; ++i) {
+      const FieldInfo* field = tmpl->GetField(i);
+      (*lengths)[i] = field == nullptr ? 0 : std::clamp(field->size, 0, 65500);
+    }
+    return;
+  }
+  const std::vector<int64_t>& totals = totals_it->second;
+  int64_t count = 1;
+  auto count_it = record_counts_.find(tmpl->GetRelationID());
+  if (count_it != record_counts_.end() && count_it->second != 0) count = count_it->second;
+  for (int i = 0; i < f; ++i) {
+    const FieldInfo* field = tmpl->GetField(i);
+    const int size = field == nullptr ? 0 : field->size;
+    if (size == 0) continue;
+    const int64_t total = i < static_cast<int>(totals.size()) ? totals[i] : 0;
+    const int64_t average = total / count;
+    int64_t length;
+    if (average != 0) {
+      length = average + KdbFormat::kLengthGranularity - (average % KdbFormat::kLengthGranularity);
+    } else if (total == 0 && size >= 8) {
+      length = 7;
+    } else {
+      length = size;
+    }
+    if (length >= 65535) length = 65500;
+    (*lengths)[i] = static_cast<int>(length);
+  }
+}
+
+int AZeusDB::expandTable(RGDBTemplate* tmpl) {
+  const int f = tmpl->GetFieldCount();
+  if (f <= 0) return -1;
+  auto info = std::make_unique<_struct_SubTableInfo>();
+  std::vector<int> lengths;
+  if (optimize_lengths_ == 0) {
+    lengths.assign(f, 0);
+    for (int i = 0; i < f; ++i) {
+      const FieldInfo* field = tmpl->GetField(i);
+      lengths[i] = field == nullptr ? 0 : field->size;
+    }
+  } else {
+    getOptimumFieldLengths(tmpl, &lengths);
+  }
+  info->lengths.resize(f);
+  for (int i = 0; i < f; ++i) {
+    info->lengths[i] = static_cast<unsigned short>(std::clamp(lengths[i], 0, 65535));
+  }
+  const int id = getNextAvailableSubTableID();
+  if (id < 0) return -1;
+  info->id = id;
+  info->relation = tmpl->GetRelationID();
+  info->slotCount = kSlotsPer;
+  info->fieldCount = f;
+  info->headFlags.assign(kSlotsPer, 0);
+  info->continuationFlags.assign(kSlotsPer, 0);
+  info->freePlaces = kSlotsPer;
+  const uint64_t old_end = end_of_file_;
+  _struct_SubTableInfo* raw = info.get();
+  if (writeEmptySubTable(raw, -1) != 0) {
+    // Nothing of the sub-table is in memory that is not on disk.
+    end_of_file_ = old_end;
+    CSingleLock ol(open_lock_);
+    if (next_sub_table_id_ == id + 1) next_sub_table_id_ = id;
+    return -1;
+  }
+  registerNewSubTableInfo(std::move(info));
+  // The header goes with every new sub-table. When it does not reach the
+  // file, the sub-table stays (it is in the file) and the save that needed
+  // it fails; the statistics are written again later.
+  openDB(0);
+  int header = writeDBHeader();
+  if (header == 0 && !batch_ && !file_->Flush()) {
+    setError(kErrWrite);
+    header = kErrWrite;
+  }
+  closeDB();
+  if (header != 0) {
+    CSingleLock hl(header_lock_);
+    header_dirty_ = 1;
+    return -1;
+  }
+  return id;
+}
+
+void AZeusDB::resetTable() {
+  CSingleLock sl(slot_lock_);
+  {
+    CSingleLock hl(header_lock_);
+    length_totals_.clear();
+  }
+  tables_->Clear();
+}
+
+_struct_SubTableInfo* AZeusDB::getSubTable(int slot) {
+  if (slot < 0) return nullptr;
+  return tables_->Get(slot);
+}
+
+uint64_t AZeusDB::getSlotBytePosition(_struct_SubTableInfo* info, int place, int afterHeader,
+                                      int afterStatus) {
+  uint64_t position = info->firstSlotPosition + static_cast<uint64_t>(info->GetSlotSize()) * place;
+  if (afterHeader) position += kSlotHeader;
+  if (afterStatus) position += info->fieldCount + 2;
+  return position;
+}
+
+int64_t AZeusDB::getSlotBytePosition_bySlotIndex(int slot, int afterHeader, int afterStatus) {
+  _struct_SubTableInfo* info = getSubTable(slot);
+  if (info == nullptr) return -1;
+  return static_cast<int64_t>(
+      getSlotBytePosition(info, slot % kSlotsPer, afterHeader, afterStatus));
+}
+
+int AZeusDB::findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,
+                           const std::vector<FieldPlan>* plans, int* place) {
+  // A sub-table laid out for another field count cannot take the record.
+  const int f = tmpl->GetFieldCount();
+  const int found = tables_->FindFree(
+      tmpl->GetRelationID(),
+      [f, plans](const _struct_SubTableInfo& candidate) {
+        return candidate.fieldCount == f && Suits(candidate, plans);
+      },
+      info, place);
+  if (found >= 0) return found;
+  const int id = expandTable(tmpl);
+  if (id < 0) return -1;
+  _struct_SubTableInfo* fresh = tables_->ById(id);
+  for (int p = 0; p < fresh->slotCount; ++p) {
+    if (!fresh->headFlags[p] && !fresh->continuationFlags[p]) {
+      *info = fresh;
+      *place = p;
+      return kSlotsPer * id + p;
+    }
+  }
+  return -1;
+}
+
+int AZeusDB::findNextActiveSlot(_struct_SubTableInfo** info, int* place, DBTaskItem* task) {
+  int id = 0;
+  int start = 0;
+  if (task != nullptr && task->slotPosition >= 0) {
+    id = task->slotPosition / kSlotsPer;
+    start = task->slotPosition % kSlotsPer + 1;
+    if (start >= kSlotsPer) {
+      ++id;
+      start = 0;
+    }
+  }
+  return tables_->NextHead(id, start, info, place);
+}
+
+}  // namespace kordll
