@@ -1,6 +1,6 @@
 // The record object through the entry points of the record core: saves,
-// loads and deletes without a database, what a save answers when the disk
-// fails under it, presentation, opening, broadcasting and the finders.
+// loads and deletes without a database, presentation, opening, broadcasting
+// and the finders.
 
 #include <gtest/gtest.h>
 
@@ -44,48 +44,6 @@ TEST_F(FocusableTest, SavesLoadsAndDeletesWithoutDatabaseFailPlainly) {
 }
 
 // --- Entry points -----------------------------------------------------------------------
-
-TEST_F(FocusableTest, ASaveCutShortInAFieldWriteAnswersOneAndTheNextSaveRetries) {
-  test::TempRoot root;
-  RGDBTemplate layout(4);
-  layout.AddField(0, 20, 4, CString(), CString(u"guid"), 0, 0);
-  layout.AddField(4, 40, 4, CString(), CString(u"title"), 0, 0);
-  RelationsEntryPoints::SetTemplate(4, &layout);
-  {
-    AZeusDB db(root.DataRoot(), CString(u"posts"), 0, 0);
-    Focusable post(4, &db);
-    post.SetGUID(CString(u"R3_G1"));
-    post.SetPostTitle(CString(u"first"));
-    ASSERT_EQ(post.SaveFocusable(), 1);
-    post.SetPostTitle(CString(u"second"));
-    // While a reader holds the file open for reading only, the save's field
-    // write fails. The store answers that with its error code, which a save
-    // takes as done; the marks stay, so nothing is lost.
-    db.openDB(1);
-    const int saved = post.SaveFocusable();
-    const int error = db.GetLastDBErrorMsgCode();
-    db.closeDB();
-    EXPECT_EQ(saved, 1);
-    EXPECT_EQ(error, 8);
-    EXPECT_EQ(post.NeedToSave(), 1);
-    EXPECT_EQ(post.IsItemChanged(4, 0), 1);
-    ASSERT_EQ(post.SaveFocusable(), 1);
-    EXPECT_EQ(post.NeedToSave(), 0);
-    Focusable check(4, &db);
-    check.SetDBSlotIndex(post.GetDBSlotIndex());
-    ASSERT_EQ(check.LoadFocusable(nullptr), 1);
-    EXPECT_EQ(check.GetPostTitle(), CString(u"second"));
-
-    // A record never stored reads its status and dates from itself only:
-    // the file is not scanned and no stored record's slot is taken over.
-    Focusable fresh(4, &db);
-    EXPECT_EQ(fresh.GetFocusableStatus(), 0);
-    EXPECT_EQ(fresh.GetReceiveDateTime().GetStatus(), COleDateTime::invalid);
-    EXPECT_EQ(fresh.GetDBSlotIndex(), -1);
-    EXPECT_EQ(fresh.GetGUID(), CString());
-  }
-  RelationsEntryPoints::ClearTemplates();
-}
 
 TEST_F(FocusableTest, DefaultEntryPointsAnswerAsNoOwner) {
   RegistryEntryPoints* registry = RegistryEntryPoints::Get();

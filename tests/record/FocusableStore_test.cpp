@@ -152,6 +152,40 @@ TEST_F(FocusableStoreTest, DeletedRecordsAreNeitherReadNorWritten) {
   EXPECT_EQ(gone.LoadFocusable(nullptr), 0);
 }
 
+TEST_F(FocusableStoreTest, ASaveCutShortInAFieldWriteAnswersOneAndTheNextSaveRetries) {
+  Focusable post(4, db_.get());
+  post.SetGUID(CString(u"R3_G1"));
+  post.SetPostTitle(CString(u"first"));
+  post.SetFocusableStatus(2);
+  post.SetReceiveDateTime(COleDateTime(2007, 5, 6, 7, 8, 0));
+  ASSERT_EQ(post.SaveFocusable(), 1);
+  post.SetPostTitle(CString(u"second"));
+  // While a reader holds the file open for reading only, the save's field
+  // write fails. The store answers that with its error code, which a save
+  // takes as done; the marks stay, so nothing is lost.
+  db_->openDB(1);
+  const int saved = post.SaveFocusable();
+  const int error = db_->GetLastDBErrorMsgCode();
+  db_->closeDB();
+  EXPECT_EQ(saved, 1);
+  EXPECT_EQ(error, 8);
+  EXPECT_EQ(post.NeedToSave(), 1);
+  EXPECT_EQ(post.IsItemChanged(4, 0), 1);
+  ASSERT_EQ(post.SaveFocusable(), 1);
+  EXPECT_EQ(post.NeedToSave(), 0);
+  Focusable check(4, db_.get());
+  check.SetDBSlotIndex(post.GetDBSlotIndex());
+  ASSERT_EQ(check.LoadFocusable(nullptr), 1);
+  EXPECT_EQ(check.GetPostTitle(), CString(u"second"));
+  // A record never stored reads its status and dates from itself only: the
+  // file is not scanned and no stored record's slot is taken over.
+  Focusable fresh(4, db_.get());
+  EXPECT_EQ(fresh.GetFocusableStatus(), 0);
+  EXPECT_EQ(fresh.GetReceiveDateTime().GetStatus(), COleDateTime::invalid);
+  EXPECT_EQ(fresh.GetDBSlotIndex(), -1);
+  EXPECT_EQ(fresh.GetGUID(), CString());
+}
+
 TEST_F(FocusableStoreTest, WithoutATemplateLoadsAndSavesFailPlainly) {
   Focusable orphan(19, db_.get());
   orphan.SetValueStr(4, CString(u"nowhere"), 1);
