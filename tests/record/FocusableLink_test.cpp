@@ -224,18 +224,7 @@ TEST_F(FocusableLinkTest, ReleaseThroughTheLinkNeverTellsAndForgetsADestroyedTar
   EXPECT_EQ(link.GetFocusableStatus(), 0);
 }
 
-TEST_F(FocusableLinkTest, ALinkNeverTakesALinkAsItsTarget) {
-  CountedRecord* post = HeldPost(u"R3_G11");
-  FocusableLink first(post, 1);
-  FocusableLink second(&first, 1);
-  EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
-  EXPECT_EQ(second.GetGUID(), CString());
-  EXPECT_EQ(second.SetLinkedFocusable(&first), 0);
-  EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
-  EXPECT_EQ(post->ReleaseHeader(3), 1);
-}
-
-TEST_F(FocusableLinkTest, CopiesShareTheLinkState) {
+TEST_F(FocusableLinkTest, CopiesShareTheLinkStateAndALinkNeverTakesALinkAsItsTarget) {
   CountedRecord* post = HeldPost(u"R3_G12");
   FocusableLink link(post, 1);
   FocusableLink copy(link);
@@ -244,23 +233,12 @@ TEST_F(FocusableLinkTest, CopiesShareTheLinkState) {
   FocusableLink assigned;
   assigned = copy;
   EXPECT_EQ(assigned.GetLinkedFocusable(), post);
+  FocusableLink second(&link, 1);
+  EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
+  EXPECT_EQ(second.GetGUID(), CString());
+  EXPECT_EQ(second.SetLinkedFocusable(&link), 0);
+  EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
   EXPECT_EQ(post->ReleaseHeader(3), 1);
-}
-
-TEST_F(FocusableLinkTest, TheDatabaseReadsFieldsInPieces) {
-  FocusableLink link;
-  link.SetValue(0, 4, u"R3_", 1, 1, 0);
-  link.SetValue(0, 4, u"G5", 1, 0, 1);
-  EXPECT_EQ(link.GetGUID(), CString(u"R3_G5"));
-  link.SetValue(1, 0, u"10", 1, 1, 0);
-  link.SetValue(2, 0, u"4", 1, 1, 0);
-  link.SetValue(1, 0, u"4", 1, 0, 1);
-  EXPECT_EQ(link.GetFieldString(1, 1), CString(u"104"));
-  link.SetValue(2, 0, u"2", 1, 0, 1);
-  EXPECT_EQ(link.GetFieldString(2, 1), CString(u"42"));
-  EXPECT_EQ(link.SetValue(4, 4, u"x", 0, 0, 1), 0);
-  link.SetValue_wStr(2, 0, CString(u"17"));
-  EXPECT_EQ(link.GetFieldString(2, 1), CString(u"17"));
 }
 
 TEST_F(FocusableLinkTest, ALinkIsStoredReadBackAndBroughtToLife) {

@@ -57,24 +57,25 @@ TEST(MarkedTextDecodeTest, BlockDecoderMatchesTheByteRules) {
   std::mt19937 rng(5);
   // Long plain runs (the widened blocks), every kind of lead, stray
   // continuation bytes, NUL bytes and groups of zero bits.
-  const std::vector<std::string> parts = {"plain text run ",
-                                          "a",
-                                          "\xC3\xA9",
-                                          "\xE2\x82\xAC",
-                                          "\x80",
-                                          "\xF5",
-                                          std::string("\0", 1),
-                                          "\xC0\x80",
-                                          "\xE0\x80\x80",
-                                          "\xC3",
-                                          "\xE2\x82",
-                                          "0123456789abcdefXYZ"};
+  using namespace std::string_literals;
+  const std::string parts[] = {"plain text run ",
+                               "a",
+                               "\xC3\xA9",
+                               "\xE2\x82\xAC",
+                               "\x80",
+                               "\xF5",
+                               "\0"s,
+                               "\xC0\x80",
+                               "\xE0\x80\x80",
+                               "\xC3",
+                               "\xE2\x82",
+                               "0123456789abcdefXYZ"};
   for (int round = 0; round < 4000; ++round) {
     std::string s;
     const int pieces = static_cast<int>(rng() % 24);
     for (int k = 0; k < pieces; ++k) {
       // NUL bytes are rare, so that most areas decode to their end.
-      const size_t p = rng() % parts.size();
+      const size_t p = rng() % std::size(parts);
       if (p == 6 && rng() % 8 != 0) continue;
       s += parts[p];
     }
@@ -131,15 +132,25 @@ TEST(PieceSetterTest, LengthAwarePieceKeepsU0000AndTerminatedTextStopsThere) {
 TEST(PieceSetterTest, LinkTakesPiecesThroughEitherRoad) {
   FocusableLink link;
   Focusable& base = link;
-  // The database number in two pieces: read when the last one comes.
-  ASSERT_EQ(1, base.SetValue(1, 0, u"1", 1, 1, 0));
-  ASSERT_EQ(1, base.SetValuePiece(1, 0, u"7", 1, 0, 1));
-  EXPECT_EQ(CString(u"17"), link.GetFieldString(1, 1));
+  // Each field is read when its last piece comes, whatever came between.
+  ASSERT_EQ(1, base.SetValue(0, 4, u"R3_", 1, 1, 0));
+  ASSERT_EQ(1, base.SetValuePiece(0, 4, u"G5", 1, 0, 1));
+  EXPECT_EQ(CString(u"R3_G5"), link.GetGUID());
+  ASSERT_EQ(1, base.SetValue(1, 0, u"10", 1, 1, 0));
+  ASSERT_EQ(1, base.SetValuePiece(2, 0, u"4", 1, 1, 0));
+  ASSERT_EQ(1, base.SetValue(1, 0, u"4", 1, 0, 1));
+  EXPECT_EQ(CString(u"104"), link.GetFieldString(1, 1));
+  ASSERT_EQ(1, base.SetValuePiece(2, 0, u"2", 1, 0, 1));
+  EXPECT_EQ(CString(u"42"), link.GetFieldString(2, 1));
   ASSERT_EQ(1, base.SetValuePiece(2, 0, u"33", 0, 1, 1));
   EXPECT_EQ(CString(u"33"), link.GetFieldString(2, 1));
   ASSERT_EQ(1, base.SetValue(0, 4, u"R3_G9", 0, 1, 1));
   EXPECT_EQ(CString(u"R3_G9"), link.GetFieldString(0, 1));
+  ASSERT_EQ(1, link.SetValue_wStr(2, 0, CString(u"17")));
+  EXPECT_EQ(CString(u"17"), link.GetFieldString(2, 1));
+  // A link has no field 4 of its own.
   EXPECT_EQ(0, base.SetValuePiece(4, 4, u"x", 0, 1, 1));
+  EXPECT_EQ(0, base.SetValue(4, 4, u"x", 0, 0, 1));
 }
 
 // Many records, scanned by the owner that just wrote them (its cache holds
