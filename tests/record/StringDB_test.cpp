@@ -114,27 +114,24 @@ TEST_F(StringDBTest, FarIndexGrowsTableButFails) {
   EXPECT_EQ(1, db.WriteStringSlot(&slot, CString("near")));
 }
 
-TEST_F(StringDBTest, MissingFileReadLeavesHeaderOnlyFile) {
+// A read of a missing or deleted database makes its file anew (header
+// only), so the read finds no slot.
+TEST_F(StringDBTest, MissingOrDeletedFileIsMadeAnewHeaderOnly) {
   StringDB db(root_.root(), "texts", 30, 8);
-  CString text;
-  EXPECT_EQ(0, db.ReadStringSlot(0, text));
-  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
-  EXPECT_EQ(20u, Bytes().size());
-}
-
-TEST_F(StringDBTest, DeletedDatabaseIsMadeAnewByTheNextOpen) {
-  StringDB db(root_.root(), "texts", 30, 8);
-  int slot = -1;
-  ASSERT_EQ(1, db.WriteStringSlot(&slot, CString("x")));
-  db.deleteDB();
-  EXPECT_FALSE(FileSystem::Exists(root_.Path("texts.sdb")));
-  // Opening a deleted database makes its file anew (header only), so a read
-  // finds no slot.
-  CString text;
-  EXPECT_EQ(0, db.ReadStringSlot(0, text));
-  EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
-  EXPECT_EQ(20u, Bytes().size());
-  EXPECT_EQ(1, db.IsDBExist());
+  for (int deleted : {0, 1}) {
+    SCOPED_TRACE(deleted);
+    if (deleted) {
+      int slot = -1;
+      ASSERT_EQ(1, db.WriteStringSlot(&slot, CString("x")));
+      db.deleteDB();
+      EXPECT_FALSE(FileSystem::Exists(root_.Path("texts.sdb")));
+    }
+    CString text;
+    EXPECT_EQ(0, db.ReadStringSlot(0, text));
+    EXPECT_EQ(3, db.GetLastDBErrorMsgCode());
+    EXPECT_EQ(20u, Bytes().size());
+    EXPECT_EQ(1, db.IsDBExist());
+  }
 }
 
 TEST_F(StringDBTest, FreshObjectAsksForAFreeSlotFirst) {
@@ -170,10 +167,9 @@ TEST_F(StringDBTest, NamesThatLeaveTheFolderAreRefused) {
     db.clearDB();
     EXPECT_EQ(0, db.IsDBExist());
   }
-  EXPECT_FALSE(FileSystem::Exists(root_.Path("x.sdb")));
-  EXPECT_FALSE(FileSystem::Exists(root_.Path("in.sdb")));
-  EXPECT_FALSE(FileSystem::Exists(root_.Path("in/.sdb")));
-  EXPECT_FALSE(FileSystem::Exists(root_.Path("in/a/b.sdb")));
+  for (const char* made : {"x.sdb", "in.sdb", "in/.sdb", "in/a/b.sdb"}) {
+    EXPECT_FALSE(FileSystem::Exists(root_.Path(made))) << made;
+  }
 }
 
 TEST_F(StringDBTest, HeaderWritesThatFailAreReported) {
