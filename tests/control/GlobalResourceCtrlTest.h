@@ -1,7 +1,7 @@
 // What the registry tests share: a fresh registry per test with an
-// application, a login and a clock of its own, controllers that register
-// themselves and end as concrete controllers do, and panels that note what
-// they hear.
+// application, a login and a clock of its own; controllers that register
+// themselves and end as concrete controllers do; panels that note what they
+// hear.
 
 #ifndef KORDLL_TESTS_CONTROL_GLOBALRESOURCECTRLTEST_H_
 #define KORDLL_TESTS_CONTROL_GLOBALRESOURCECTRLTEST_H_
@@ -24,40 +24,30 @@
 namespace kordll {
 namespace test {
 
-inline int* g_talks = nullptr;
-inline std::vector<std::vector<int>> g_progress;
-
 // Registers itself; closing de-registers and releases it.
 struct Ctrl : ResourceController {
   explicit Ctrl(int id, int type = -1) {
-    SetResourceControllerID(id), SetResourceControllerType(type);
-    Live().insert(this);
+    SetResourceControllerID(id), SetResourceControllerType(type), Live().insert(this);
     GlobalResourceCtrl::RegisterResourceCtrl(this);
   }
   ~Ctrl() override { Live().erase(this); }
   static Ctrl* Dynamic(const CString& parent) {
     Ctrl* c = new Ctrl(-1, 1);
-    c->SetParentGUID(parent);
-    return c;
+    return c->SetParentGUID(parent), c;
   }
   static std::set<Ctrl*>& Live() {
     static std::set<Ctrl*> live;
     return live;
   }
-  void CloseResourceCtrl() override {
-    ++closes;
-    GlobalResourceCtrl::DeRegisterResourceCtrl(this);
-    Release();
-  }
+  void CloseResourceCtrl() override { GlobalResourceCtrl::DeRegisterResourceCtrl(this), Release(); }
   int InterpretGUICommand(PANELVIEWMESSAGE* m, int* result) override {
-    ++offered;
-    return m->message == handles ? (*result = GetResourceControllerID(), 1) : 0;
+    return ++offered, m->message == handles ? (*result = GetResourceControllerID(), 1) : 0;
   }
   void LateLoadResource(CString) override { ++lateLoads; }
-  int closes = 0, offered = 0, handles = -1, lateLoads = 0;
+  int offered = 0, handles = -1, lateLoads = 0;
 };
 
-// Notes {message, kind, controller} of each message, and what it was told.
+// Notes {message, kind, controller} of what it hears, and what it is told.
 struct Panel : IIPanel {
   CWnd* GetPanelWnd() override { return &wnd; }
   long OnSendPanelMessage(unsigned message, unsigned, intptr_t l) override {
@@ -67,8 +57,7 @@ struct Panel : IIPanel {
       heard.push_back({int(message), m != nullptr ? m->message : -1, m != nullptr ? m->rcID : -1});
     }
     if (onMessage) onMessage(message);
-    PANELVIEWMESSAGE::DeleteHeapMessage(m);
-    return 1;
+    return PANELVIEWMESSAGE::DeleteHeapMessage(m), 1;
   }
   void AddRegisteredResource(int id) override { added.push_back(id); }
   int RemoveRegisteredResource(int id) override { return removed.push_back(id), 1; }
@@ -84,27 +73,21 @@ struct Settings : SettingsEntryPoints {
     return field == kLastDBIDField ? lastDBID : 0;
   }
   int SetCurrentPreferencesIntValue(int field, int value) override {
-    if (!canStore || field != kLastDBIDField) return 0;
-    return lastDBID = value, 1;
+    return canStore && field == kLastDBIDField ? (lastDBID = value, 1) : 0;
   }
   CString GetCurrentLogin() override { return "ann"; }
   CString GetCurrentPreferencesSection() override { return "User-ann"; }
-  int lastDBID = 0;
-  bool canStore = true;
+  int lastDBID = 0, canStore = 1;
 };
 
 class RegistryTest : public TempRootTest {
  protected:
   RegistryTest() : app_("Tidrel", "Test") {
-    SettingsEntryPoints::Install(&settings_);
-    GlobalResourceCtrl::GetGlobalResourceCtrl();
+    SettingsEntryPoints::Install(&settings_), GlobalResourceCtrl::GetGlobalResourceCtrl();
   }
-  ~RegistryTest() override {
-    End();
-    SettingsEntryPoints::Install(nullptr);
-  }
-  // Closes the registry as the log-off does, ends every controller left, and
-  // deletes the registry.
+  ~RegistryTest() override { End(), SettingsEntryPoints::Install(nullptr); }
+  // Closes and sweeps the registry as the log-off does, ends every
+  // controller left, and deletes the registry.
   void End() {
     GlobalResourceCtrl::SetGlobalResourceClosed(1);
     GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
@@ -115,10 +98,6 @@ class RegistryTest : public TempRootTest {
       }
     }
     GlobalResourceCtrl::DeleteGlobalResourceCtrl();
-  }
-  void Restart() {
-    End();
-    GlobalResourceCtrl::GetGlobalResourceCtrl();
   }
   ScopedManualClock clock_;
   CWinApp app_;
