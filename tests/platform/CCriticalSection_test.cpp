@@ -20,38 +20,25 @@ int TryLockFromOtherThread(CCriticalSection& cs) {
   return entered;
 }
 
+// The owner enters again (Lock, TryLock, nested CSingleLocks) and must leave
+// as often; until then another thread is kept out.
 TEST(CCriticalSectionTest, OwnerEntersAgainAndMustLeaveAsOften) {
   CCriticalSection cs;
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));
   cs.Lock();
   cs.Lock();
   EXPECT_EQ(1, cs.TryLock());  // a third entry by the owner
   cs.Unlock();
   cs.Unlock();
-  // Still held once: another thread is kept out.
-  EXPECT_EQ(0, TryLockFromOtherThread(cs));
+  EXPECT_EQ(0, TryLockFromOtherThread(cs));  // still held once
   cs.Unlock();
   EXPECT_EQ(1, TryLockFromOtherThread(cs));
-}
-
-TEST(CCriticalSectionTest, TryLockFailsWhileAnotherThreadHoldsIt) {
-  CCriticalSection cs;
-  EXPECT_EQ(1, TryLockFromOtherThread(cs));
-  {
-    CSingleLock hold(cs);
-    EXPECT_EQ(0, TryLockFromOtherThread(cs));
-  }
-  // The scope's end left it.
-  EXPECT_EQ(1, TryLockFromOtherThread(cs));
-}
-
-TEST(CCriticalSectionTest, SingleLockNestsOnOneThread) {
-  CCriticalSection cs;
   {
     CSingleLock outer(cs);
     CSingleLock inner(cs);
     EXPECT_EQ(0, TryLockFromOtherThread(cs));
   }
-  EXPECT_EQ(1, TryLockFromOtherThread(cs));
+  EXPECT_EQ(1, TryLockFromOtherThread(cs));  // the scopes' ends left it
 }
 
 TEST(CCriticalSectionConcurrencyTest, ExcludesOtherThreads) {

@@ -20,31 +20,46 @@ std::string Parts(const COleDateTime& d) {
 
 // ---- Construction and the day count ----------------------------------------
 
-TEST(COleDateTimeTest, DayCountMatchesKnownDates) {
+// Parts, the day count (negative before day 0 with the time fraction still
+// counting forward), weekday (Sunday = 1) and day of the year, both ways.
+TEST(COleDateTimeTest, KnownDatesAcrossTheRange) {
+  const struct {
+    int y, mo, d, h, mi, s;
+    double date;
+    int dow, doy;
+  } rows[] = {{1899, 12, 30, 0, 0, 0, 0.0, 7, 364},
+              {1900, 1, 1, 0, 0, 0, 2.0, 2, 1},
+              {2000, 1, 1, 0, 0, 0, 36526.0, 7, 1},
+              {2005, 11, 7, 12, 0, 0, 38663.5, 2, 311},
+              {2005, 11, 6, 0, 0, 0, 38662.0, 1, 310},
+              {2004, 12, 31, 0, 0, 0, 38352.0, 6, 366},
+              {1899, 12, 29, 6, 0, 0, -1.25, 6, 363},
+              {1899, 12, 29, 23, 59, 59, -1.999988426, 6, 363},
+              {1899, 12, 30, 0, 0, 1, 0.000011574, 7, 364},
+              {100, 1, 1, 0, 0, 0, -657434.0, 6, 1},
+              {1600, 2, 29, 23, 59, 59, -109512.999988426, 3, 60},
+              {2038, 1, 19, 3, 14, 8, 50424.134814815, 3, 19},
+              {9999, 12, 31, 23, 59, 59, 2958465.999988426, 6, 365}};
+  for (const auto& r : rows) {
+    const std::string want =
+        CString::Formatted("%04d-%02d-%02d %02d:%02d:%02d", r.y, r.mo, r.d, r.h, r.mi, r.s)
+            .ToUtf8();
+    SCOPED_TRACE(want);
+    COleDateTime d(r.y, r.mo, r.d, r.h, r.mi, r.s);
+    ASSERT_EQ(COleDateTime::valid, d.GetStatus());
+    EXPECT_NEAR(r.date, d.GetDATE(), 1e-8);
+    EXPECT_EQ(want, Parts(d));
+    EXPECT_EQ(want, Parts(COleDateTime(r.date)));
+    EXPECT_EQ(r.dow, d.GetDayOfWeek());
+    EXPECT_EQ(r.doy, d.GetDayOfYear());
+  }
   COleDateTime zero;
   EXPECT_EQ(COleDateTime::valid, zero.GetStatus());
   EXPECT_EQ("1899-12-30 00:00:00", Parts(zero));
-  EXPECT_EQ(2.0, COleDateTime(1900, 1, 1, 0, 0, 0).GetDATE());
-  EXPECT_EQ(36526.0, COleDateTime(2000, 1, 1, 0, 0, 0).GetDATE());
-  EXPECT_DOUBLE_EQ(38663.5, COleDateTime(2005, 11, 7, 12, 0, 0).GetDATE());
-  // Before day 0 the day is negative and the time fraction stays positive.
-  EXPECT_DOUBLE_EQ(-1.25, COleDateTime(1899, 12, 29, 6, 0, 0).GetDATE());
-  EXPECT_EQ("1899-12-29 06:00:00", Parts(COleDateTime(-1.25)));
-}
-
-TEST(COleDateTimeTest, PartsRoundTripAcrossTheRange) {
-  const int dates[][6] = {{100, 1, 1, 0, 0, 0},    {1600, 2, 29, 23, 59, 59},
-                          {1899, 12, 30, 0, 0, 1}, {1899, 12, 29, 23, 59, 59},
-                          {1970, 1, 1, 0, 0, 0},   {2004, 2, 29, 12, 34, 56},
-                          {2038, 1, 19, 3, 14, 8}, {9999, 12, 31, 23, 59, 59}};
-  for (const auto& p : dates) {
-    COleDateTime d(p[0], p[1], p[2], p[3], p[4], p[5]);
-    ASSERT_EQ(COleDateTime::valid, d.GetStatus()) << p[0];
-    EXPECT_EQ(
-        CString::Formatted("%04d-%02d-%02d %02d:%02d:%02d", p[0], p[1], p[2], p[3], p[4], p[5])
-            .ToUtf8(),
-        Parts(d));
-  }
+  // Parts are read to the nearest second: 10:00 is no exact fraction of a day.
+  COleDateTime ten(2005, 11, 7, 10, 0, 0);
+  EXPECT_EQ("2005-11-07 10:00:00", Parts(ten));
+  EXPECT_EQ("2005-11-07 10:00:00", Parts(COleDateTime(ten.GetDATE() - 0.4 / 86400)));
 }
 
 TEST(COleDateTimeTest, SetDateTimeRefusesPartsOutsideTheCalendar) {
@@ -70,21 +85,6 @@ TEST(COleDateTimeTest, SetDateTimeRefusesPartsOutsideTheCalendar) {
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(NAN).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(INFINITY).GetStatus());
   EXPECT_EQ(COleDateTime::valid, COleDateTime(2958465.5).GetStatus());
-}
-
-TEST(COleDateTimeTest, DayOfWeekAndDayOfYear) {
-  COleDateTime monday(2005, 11, 7, 0, 0, 0);
-  EXPECT_EQ(2, monday.GetDayOfWeek());
-  EXPECT_EQ(311, monday.GetDayOfYear());
-  EXPECT_EQ(1, COleDateTime(2005, 11, 6, 0, 0, 0).GetDayOfWeek());   // Sunday
-  EXPECT_EQ(7, COleDateTime(1899, 12, 30, 0, 0, 0).GetDayOfWeek());  // Saturday
-  EXPECT_EQ(366, COleDateTime(2004, 12, 31, 0, 0, 0).GetDayOfYear());
-  EXPECT_EQ(1, COleDateTime(2005, 1, 1, 23, 0, 0).GetDayOfYear());
-  // Parts are read to the nearest second: 10:00 is no exact fraction of a day.
-  COleDateTime d(2005, 11, 7, 10, 0, 0);
-  EXPECT_EQ("2005-11-07 10:00:00", Parts(d));
-  COleDateTime almost(d.GetDATE() - 0.4 / 86400);
-  EXPECT_EQ("2005-11-07 10:00:00", Parts(almost));
 }
 
 // ---- Arithmetic and comparison ---------------------------------------------

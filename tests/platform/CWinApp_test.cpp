@@ -42,18 +42,12 @@ TEST_F(CWinAppTest, ProfileIsTheApplicationKeyWithSectionsAsSubkeys) {
       Registry::Current()->KeyExists(RegHive::kCurrentUser, "Software\\Korlan\\Tidrel\\User-ann"));
   // A section written with a leading "\" is the same section.
   EXPECT_EQ(app.GetProfileInt("\\User-ann\\IDRolls", "lrid-3", -1), 120);
-}
-
-TEST_F(CWinAppTest, DefaultsWhenMissingOrOfTheOtherType) {
-  CWinApp app("Korlan", "Tidrel");
+  // Defaults when missing or of the other type.
   EXPECT_EQ(app.GetProfileInt("Nowhere", "x", -1), -1);
   EXPECT_EQ(app.GetProfileString("Nowhere", "x", "dflt"), CString("dflt"));
   EXPECT_EQ(app.GetProfileString("Nowhere", "x"), CString());
-  ASSERT_EQ(app.WriteProfileInt("S", "Number", 5), 1);
-  ASSERT_EQ(app.WriteProfileString("S", "Text", "5"), 1);
-  EXPECT_EQ(app.GetProfileString("S", "Number", "dflt"), CString("dflt"));
-  EXPECT_EQ(app.GetProfileInt("S", "Text", -7), -7);
-  EXPECT_EQ(app.GetProfileInt("S", "Number", -7), 5);
+  EXPECT_EQ(app.GetProfileString("User-ann\\IDRolls", "LRID-3", "dflt"), CString("dflt"));
+  EXPECT_EQ(app.GetProfileInt("", "Users", -7), -7);
 }
 
 TEST_F(CWinAppTest, ValuesSurviveARestart) {
@@ -70,14 +64,6 @@ TEST_F(CWinAppTest, ValuesSurviveARestart) {
   EXPECT_EQ(app.GetProfileString("User-ann", "UserPassword").str(), secret);
   EXPECT_EQ(app.GetProfileString("User-ann", "SkinName", "dflt"), CString())
       << "a stored empty string is a value, not a missing one";
-}
-
-TEST_F(CWinAppTest, ApplicationsOfTheFamilyKeepApart) {
-  CWinApp tidrel("Korlan", "Tidrel");
-  CWinApp marsek("Korlan", "Marsek");
-  ASSERT_EQ(tidrel.WriteProfileInt("", "UseGecko", 1), 1);
-  EXPECT_EQ(marsek.GetProfileInt("", "UseGecko", 0), 0);
-  EXPECT_EQ(tidrel.GetProfileInt("", "UseGecko", 0), 1);
 }
 
 TEST_F(CWinAppTest, DeletingEntriesAndSections) {
@@ -110,13 +96,18 @@ TEST_F(CWinAppTest, CurrentApplication) {
   EXPECT_EQ(AfxGetApp(), nullptr);
 }
 
-TEST_F(CWinAppTest, OwnRegistryInsteadOfTheProcessOne) {
+TEST_F(CWinAppTest, OwnRegistryAndOtherApplicationsKeepApart) {
   Registry own(root_.Path("elsewhere").ToUtf8());
   CWinApp app("Korlan", "Tidrel", &own);
   ASSERT_EQ(app.WriteProfileInt("S", "n", 4), 1);
   EXPECT_EQ(app.GetProfileInt("S", "n", 0), 4);
   CWinApp plain("Korlan", "Tidrel");
   EXPECT_EQ(plain.GetProfileInt("S", "n", 0), 0);
+  // Applications of the family keep apart.
+  CWinApp marsek("Korlan", "Marsek");
+  ASSERT_EQ(plain.WriteProfileInt("", "UseGecko", 1), 1);
+  EXPECT_EQ(marsek.GetProfileInt("", "UseGecko", 0), 0);
+  EXPECT_EQ(plain.GetProfileInt("", "UseGecko", 0), 1);
 }
 
 }  // namespace
