@@ -43,12 +43,10 @@ TEST_F(PluginLoaderTest, EntryPointRunsAndTheLibraryStays) {
   EXPECT_EQ(box->text, CString("LoadResources ran"));
   EXPECT_EQ(box->caption, CString("TestPlugin"));
   EXPECT_TRUE(PluginLoader::IsLoaded(path));
-}
-
-TEST_F(PluginLoaderTest, BareNameIsLookedUpInTheProgramFolder) {
+  // A bare name is looked up in the program folder.
   Install("TestPlugin.DLL", "Second.DLL");
   ASSERT_EQ(PluginLoader::LoadPlugin("Second.DLL"), PluginLoader::kLoaded);
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 2);
 }
 
 TEST_F(PluginLoaderTest, LibraryWithoutEntryPointIsClosedAgain) {
@@ -74,49 +72,37 @@ TEST_F(PluginLoaderTest, LoadLibraryAndGetProcAddress) {
   EXPECT_EQ(PluginLoader::FreeLibrary(nullptr), 0);
 }
 
-TEST_F(PluginLoaderTest, FilesOutsideTheProgramFolderAreRefused) {
-  // The built plug-in itself lies outside this test's program folder.
-  CString error;
-  EXPECT_EQ(PluginLoader::LoadPlugin(kPluginDir + "/TestPlugin.DLL", &error),
-            PluginLoader::kRefused);
-  EXPECT_FALSE(error.IsEmpty());
-  EXPECT_EQ(PluginLoader::LoadLibrary(kPluginDir + "/TestPlugin.DLL"), nullptr);
-
-  // Nor may a sub-folder, a way out through "..", or a relative path serve.
-  ASSERT_EQ(FileSystem::CreateDirectory(root_.ProgramFolder() + "/sub"), 1);
-  ASSERT_EQ(FileSystem::CopyFile(kPluginDir + "/TestPlugin.DLL",
-                                 root_.ProgramFolder() + "/sub/Deep.DLL", 1),
-            1);
-  EXPECT_EQ(PluginLoader::LoadPlugin(root_.ProgramFolder() + "/sub/Deep.DLL"),
-            PluginLoader::kRefused);
+// Only regular files directly in the program folder load: the built plug-in
+// itself (outside it), a sub-folder, a way out through "..", relative paths,
+// missing files, folders and names with U+0000 are refused before anything
+// runs; a file that is no library is told apart.
+TEST_F(PluginLoaderTest, NamesOutsideTheProgramFolderOrNoLoadableFileAreRefused) {
+  const CString program = root_.ProgramFolder();
+  ASSERT_EQ(FileSystem::CreateDirectory(program + "/sub"), 1);
+  ASSERT_EQ(FileSystem::CreateDirectory(program + "/Folder.DLL"), 1);
+  ASSERT_EQ(FileSystem::CopyFile(kPluginDir + "/TestPlugin.DLL", program + "/sub/Deep.DLL", 1), 1);
   ASSERT_EQ(FileSystem::CopyFile(kPluginDir + "/TestPlugin.DLL", root_.Path("Outside.DLL"), 1), 1);
-  EXPECT_EQ(PluginLoader::LoadPlugin(root_.ProgramFolder() + "/../Outside.DLL"),
-            PluginLoader::kRefused);
-  EXPECT_EQ(PluginLoader::LoadPlugin("sub/Deep.DLL"), PluginLoader::kRefused);
+  for (const CString& name :
+       {kPluginDir + "/TestPlugin.DLL", program + "/sub/Deep.DLL", program + "/../Outside.DLL",
+        CString("sub/Deep.DLL"), CString("Missing.DLL"), CString(), program + "/.",
+        CString(u"A\u0000.DLL", 6), CString("Folder.DLL")}) {
+    CString error;
+    EXPECT_EQ(PluginLoader::LoadPlugin(name, &error), PluginLoader::kRefused) << name.ToUtf8();
+    EXPECT_FALSE(error.IsEmpty()) << name.ToUtf8();
+  }
+  EXPECT_EQ(PluginLoader::LoadLibrary(kPluginDir + "/TestPlugin.DLL"), nullptr);
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0) << "nothing ran";
-
-  // The same file inside the program folder loads.
-  Locations::SetProgramFolder(kPluginDir);
-  EXPECT_EQ(PluginLoader::LoadPlugin("TestPlugin.DLL"), PluginLoader::kLoaded);
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
-}
-
-TEST_F(PluginLoaderTest, NamesThatAreNoLoadableFile) {
-  EXPECT_EQ(PluginLoader::LoadPlugin("Missing.DLL"), PluginLoader::kRefused);
-  EXPECT_EQ(PluginLoader::LoadPlugin(""), PluginLoader::kRefused);
-  EXPECT_EQ(PluginLoader::LoadPlugin(root_.ProgramFolder() + "/."), PluginLoader::kRefused);
-  EXPECT_EQ(PluginLoader::LoadPlugin(CString(u"A\u0000.DLL", 6)), PluginLoader::kRefused);
-  ASSERT_EQ(FileSystem::CreateDirectory(root_.ProgramFolder() + "/Folder.DLL"), 1);
-  EXPECT_EQ(PluginLoader::LoadPlugin("Folder.DLL"), PluginLoader::kRefused);
-
-  // A regular file that is no library: the loader says why, nothing crashes.
-  ASSERT_EQ(FileSystem::WriteWholeFile(root_.ProgramFolder() + "/Broken.DLL",
+  ASSERT_EQ(FileSystem::WriteWholeFile(program + "/Broken.DLL",
                                        "\x7F"
-                                       "ELF but not really a library"),
+                                       "ELF but not a library"),
             1);
   CString error;
   EXPECT_EQ(PluginLoader::LoadPlugin("Broken.DLL", &error), PluginLoader::kOpenFailed);
   EXPECT_FALSE(error.IsEmpty());
+  // The same file inside the program folder loads.
+  Locations::SetProgramFolder(kPluginDir);
+  EXPECT_EQ(PluginLoader::LoadPlugin("TestPlugin.DLL"), PluginLoader::kLoaded);
+  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 1);
 }
 
 }  // namespace

@@ -202,12 +202,6 @@ TEST_F(RegistryTest, UnusableFilesAreSetAsideUnchangedAndTheHostHears) {
          ASSERT_GT(bytes->size(), 48u);
          bytes->replace(44, 4, std::string("\0\0\0\x09", 4));
          ASSERT_EQ(FileSystem::WriteWholeFile(file, *bytes), 1);
-         sqlite3* db = nullptr;
-         ASSERT_EQ(sqlite3_open(file.ToUtf8().c_str(), &db), SQLITE_OK);
-         EXPECT_EQ(sqlite3_exec(db, "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr),
-                   SQLITE_ERROR);
-         EXPECT_STREQ(sqlite3_errmsg(db), "unsupported file format");
-         sqlite3_close(db);
        }},
       // Every page but the first (the header and schema) overwritten with noise.
       {"damaged pages inside a real registry",
@@ -399,11 +393,9 @@ TEST_F(RegistryTest, Win32IntegersAccessRightsAndEnumeration) {
   }
   ASSERT_EQ(RegSetValueEx(key, "Count", 0, REG_DWORD, four, 4), ERROR_SUCCESS);
   CString name;
-  ASSERT_EQ(RegEnumKeyEx(key, 0, &name), ERROR_SUCCESS);
-  EXPECT_EQ(name, CString("alpha"));
-  ASSERT_EQ(RegEnumKeyEx(key, 1, &name), ERROR_SUCCESS);
-  EXPECT_EQ(name, CString("Beta"));
-  EXPECT_EQ(RegEnumKeyEx(key, 2, &name), ERROR_NO_MORE_ITEMS);
+  std::vector<CString> names;
+  for (uint32_t i = 0; RegEnumKeyEx(key, i, &name) == ERROR_SUCCESS; ++i) names.push_back(name);
+  EXPECT_EQ(names, (std::vector<CString>{"alpha", "Beta"}));
   ASSERT_EQ(RegEnumValue(key, 0, &name, &type), ERROR_SUCCESS);
   EXPECT_EQ(name, CString("Count"));
   EXPECT_EQ(type, REG_DWORD);

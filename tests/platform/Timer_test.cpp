@@ -94,54 +94,43 @@ std::vector<MSG> DrainTimers() {
   return out;
 }
 
+// A timer's message reaches its thread once a period, carrying its id and the
+// clock's time when it fired; periods missed at once give one message and
+// the next period counts from that firing.
 TEST(TimerTest, MessageReachesTheOwningThreadOnlyEachPeriodWithoutCatchUp) {
   ScopedManualClock clock;
   TimerThread owner({100});
-  TimerThread other({});
   std::vector<unsigned> ids = owner.Start();
   ASSERT_EQ(1u, ids.size());
   ASSERT_NE(0u, ids[0]);
-  ASSERT_TRUE(other.Start().empty());
-  const intptr_t id = ids[0];
-
-  clock.Advance(99);
-  ASSERT_TRUE(owner.Sync());
-  EXPECT_TRUE(owner.Timers().empty());
-
-  clock.Advance(1);  // t = 100
-  ASSERT_TRUE(owner.Sync());
-  std::vector<MSG> seen = owner.Timers();
-  ASSERT_EQ(1u, seen.size());
-  EXPECT_EQ(id, seen[0].wParam);
-  EXPECT_EQ(100, seen[0].lParam);  // the clock's time when it fired
-
-  clock.Advance(100);  // t = 200
-  ASSERT_TRUE(owner.Sync());
-  ASSERT_EQ(2u, owner.Timers().size());
-  EXPECT_EQ(200, owner.Timers()[1].lParam);
-
-  // Three periods at once give one message, and the next period counts from
-  // that firing.
-  clock.Advance(250);  // t = 450
-  ASSERT_TRUE(owner.Sync());
-  ASSERT_EQ(3u, owner.Timers().size());
-  EXPECT_EQ(450, owner.Timers()[2].lParam);
-  clock.Advance(99);  // t = 549
-  ASSERT_TRUE(owner.Sync());
-  EXPECT_EQ(3u, owner.Timers().size());
-  clock.Advance(1);  // t = 550
-  ASSERT_TRUE(owner.Sync());
-  EXPECT_EQ(4u, owner.Timers().size());
-
-  ASSERT_TRUE(other.Sync());
-  EXPECT_TRUE(other.Timers().empty());
+  const struct {
+    int64_t advance;
+    size_t messages;
+    intptr_t fired_at;  // of the last message
+  } steps[] = {{99, 0, 0}, {1, 1, 100}, {100, 2, 200}, {250, 3, 450}, {99, 3, 450}, {1, 4, 550}};
+  for (const auto& step : steps) {
+    clock.Advance(step.advance);
+    ASSERT_TRUE(owner.Sync());
+    std::vector<MSG> seen = owner.Timers();
+    ASSERT_EQ(step.messages, seen.size()) << "at " << step.fired_at;
+    if (seen.empty()) continue;
+    EXPECT_EQ(static_cast<intptr_t>(ids[0]), seen.back().wParam);
+    EXPECT_EQ(step.fired_at, seen.back().lParam);
+  }
   owner.Stop();
-  other.Stop();
 }
 
+// The period is clamped between 10 ms and INT_MAX; a timer set on one clock
+// keeps what is left of its period when a test installs its own clock.
 TEST(TimerTest, PeriodIsClampedBetweenTenMillisecondsAndIntMax) {
   std::thread plain([] {
+    unsigned carried = SetTimer(1000);
     ScopedManualClock clock;
+    clock.Advance(1000);
+    std::vector<MSG> first = DrainTimers();
+    ASSERT_EQ(1u, first.size());
+    EXPECT_EQ(static_cast<intptr_t>(carried), first[0].wParam);
+    KillTimer(carried);
     struct Case {
       std::int64_t asked;
       std::int64_t used;
@@ -166,33 +155,22 @@ TEST(TimerTest, PeriodIsClampedBetweenTenMillisecondsAndIntMax) {
   plain.join();
 }
 
-TEST(TimerTest, NoSecondMessageWhileOneIsStillQueued) {
-  std::thread plain([] {
-    ScopedManualClock clock;
-    unsigned id = SetTimer(10);
-    unsigned other = SetTimer(10);
-    for (int i = 0; i < 5; ++i) clock.Advance(10);
-    std::vector<MSG> seen = DrainTimers();
-    // One of each timer, though five periods passed.
-    ASSERT_EQ(2u, seen.size());
-    EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
-    EXPECT_EQ(static_cast<intptr_t>(other), seen[1].wParam);
-    // Once taken, the next period queues again.
-    clock.Advance(10);
-    EXPECT_EQ(2u, DrainTimers().size());
-    KillTimer(id);
-    KillTimer(other);
-  });
-  plain.join();
-}
-
-TEST(TimerTest, KillTimerStopsItButLeavesAQueuedMessage) {
+// A timer queues no second message while one is still waiting; killing it
+// stops it but leaves the queued message.
+TEST(TimerTest, OneQueuedMessageAtATimeAndKillingLeavesIt) {
   std::thread plain([] {
     ScopedManualClock clock;
     int before = TimerTable::Instance().Count();
     unsigned id = SetTimer(100);
-    EXPECT_EQ(before + 1, TimerTable::Instance().Count());
-    clock.Advance(100);  // one message queued
+    unsigned other = SetTimer(10);
+    EXPECT_EQ(before + 2, TimerTable::Instance().Count());
+    for (int i = 0; i < 10; ++i) clock.Advance(10);  // one message each queued
+    ASSERT_EQ(1, KillTimer(other));
+    std::vector<MSG> both = DrainTimers();
+    ASSERT_EQ(2u, both.size());
+    EXPECT_EQ(static_cast<intptr_t>(other), both[0].wParam);
+    EXPECT_EQ(static_cast<intptr_t>(id), both[1].wParam);
+    clock.Advance(100);  // once taken, the next period queues again
     EXPECT_EQ(1, KillTimer(id));
     EXPECT_EQ(0, KillTimer(id));
     EXPECT_EQ(0, KillTimer(0));
@@ -203,14 +181,18 @@ TEST(TimerTest, KillTimerStopsItButLeavesAQueuedMessage) {
     EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
     clock.Advance(1000);
     EXPECT_TRUE(DrainTimers().empty());
+    EXPECT_TRUE(DrainTimers().empty());
   });
   plain.join();
 }
 
+// A timer set for another thread goes to that thread; the timers of a thread
+// that ends are removed.
 TEST(TimerTest, TimerSetForAnotherThreadGoesToThatThread) {
   ScopedManualClock clock;
-  TimerThread target({});
-  ASSERT_TRUE(target.Start().empty());
+  const int before = TimerTable::Instance().Count();
+  TimerThread target({100, 200});
+  ASSERT_EQ(2u, target.Start().size());
   std::vector<MSG> on_caller;
   std::thread caller([&] {
     unsigned id = SetTimer(&target, 50);
@@ -228,36 +210,11 @@ TEST(TimerTest, TimerSetForAnotherThreadGoesToThatThread) {
   caller.join();
   EXPECT_TRUE(on_caller.empty());
   EXPECT_EQ(0u, SetTimer(nullptr, 50));
-  target.Stop();
-  EXPECT_EQ(0u, SetTimer(&target, 50));  // it has ended
-}
-
-TEST(TimerTest, TimersOfAnEndedThreadAreRemoved) {
-  ScopedManualClock clock;
-  int before = TimerTable::Instance().Count();
-  TimerThread owner({100, 200});
-  ASSERT_EQ(2u, owner.Start().size());
   EXPECT_EQ(before + 2, TimerTable::Instance().Count());
-  owner.Stop();
+  target.Stop();
   EXPECT_EQ(before, TimerTable::Instance().Count());
-  clock.Advance(1000);  // nothing to deliver to, nothing breaks
-}
-
-TEST(TimerTest, TimersCarryOverWhenAnotherClockIsInstalled) {
-  // A timer set on one clock keeps what is left of its period when a test
-  // installs its own clock, instead of waiting for the old count.
-  std::thread plain([] {
-    unsigned id = SetTimer(1000);
-    {
-      ScopedManualClock clock;
-      clock.Advance(1000);
-      std::vector<MSG> seen = DrainTimers();
-      ASSERT_EQ(1u, seen.size());
-      EXPECT_EQ(static_cast<intptr_t>(id), seen[0].wParam);
-    }
-    KillTimer(id);
-  });
-  plain.join();
+  EXPECT_EQ(0u, SetTimer(&target, 50));  // it has ended
+  clock.Advance(1000);                   // nothing to deliver to, nothing breaks
 }
 
 TEST(TimerTest, MachineClockTimerWakesAWaitingThread) {
