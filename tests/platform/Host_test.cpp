@@ -93,52 +93,6 @@ TEST(HostTest, HeadlessIsTheDefaultAndAnswersAsAUserWhoClosesEverything) {
   EXPECT_FALSE(window->IsVisible());
 }
 
-TEST(HostTest, TestHostRecordsCallsAndAnswersItsScript) {
-  TestHost host;
-  host.QueueMenuChoice(29303);
-  host.QueueMessageBoxAnswer(IDYES);
-  host.QueueShellExecuteAnswer(2);
-  host.QueuePlaySoundAnswer(1);
-  host.QueueSaveFile(IDOK, "/tmp/out.mp3");
-
-  std::vector<HostMenuItem> menu = {HostMenuItem::Command(29303, "Cancel Download"),
-                                    HostMenuItem::Separator(),
-                                    HostMenuItem::Command(29305, "Delete Entry")};
-  EXPECT_EQ(host.TrackPopupMenu(menu, TPM_RIGHTALIGN, 10, 20, 77), 29303);
-  EXPECT_EQ(host.TrackPopupMenu(menu, 0, 0, 0, 0), 0) << "script used up: nothing chosen";
-  EXPECT_EQ(host.MessageBox("Error 0x00000001", "Error Loading XML", MB_ICONEXCLAMATION), IDYES);
-  EXPECT_EQ(host.MessageBox("again", "t", MB_OK), IDOK);
-  EXPECT_EQ(host.ShellExecute("open", "/x", "", "", SW_SHOW), 2);
-  EXPECT_EQ(host.PlaySound("a.wav", SND_FILENAME | SND_ASYNC), 1);
-  CString path;
-  HostFileDialog file_dialog;
-  file_dialog.fileName = "song.mp3";
-  file_dialog.flags = OFN_HIDEREADONLY | OFN_OVERWRITEPROMPT;
-  EXPECT_EQ(host.GetSaveFileName(file_dialog, &path), IDOK);
-  EXPECT_EQ(path, CString("/tmp/out.mp3"));
-  host.HideMainWindow();
-
-  // Every call is recorded in order, with what it was given and answered.
-  std::vector<TestHost::Call> calls = host.calls();
-  ASSERT_EQ(calls.size(), 8u);
-  const Kind kinds[] = {Kind::kTrackPopupMenu,  Kind::kTrackPopupMenu, Kind::kMessageBox,
-                        Kind::kMessageBox,      Kind::kShellExecute,   Kind::kPlaySound,
-                        Kind::kGetSaveFileName, Kind::kHideMainWindow};
-  for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].kind, kinds[i]) << i;
-  ASSERT_EQ(calls[0].menu.size(), 3u);
-  EXPECT_TRUE(calls[0].menu[1].separator);
-  EXPECT_EQ(calls[0].flags, TPM_RIGHTALIGN);
-  EXPECT_EQ(calls[0].owner, 77);
-  EXPECT_EQ(calls[0].answer, 29303);
-  EXPECT_EQ(calls[2].caption, CString("Error Loading XML"));
-  EXPECT_EQ(calls[4].text, CString("/x"));
-  EXPECT_EQ(calls[6].fileDialog.fileName, CString("song.mp3"));
-
-  EXPECT_EQ(host.CountOf(Kind::kMessageBox), 2);
-  host.ClearCalls();
-  EXPECT_TRUE(host.calls().empty());
-}
-
 TEST(HostTest, TestHostDialogsFollowTheScriptUntilTheHandlerCloses) {
   TestHost host;
   host.QueueMenuChoice(29753);
@@ -174,37 +128,6 @@ TEST(HostTest, TestHostDialogsFollowTheScriptUntilTheHandlerCloses) {
   host.QueueDialog({TestHost::Press(2)});
   host.DoModal(dialog, &stubborn);
   EXPECT_EQ(stubborn.heard, (std::vector<int>{2, 3}));
-}
-
-TEST(HostTest, TestHostProgressWindows) {
-  TestHost host;
-  Client client;
-  auto window = host.CreateProgressWindow(&client);
-  ASSERT_NE(window, nullptr);
-  EXPECT_EQ(host.ProgressWindowCount(), 1);
-  window->Show();
-  EXPECT_TRUE(window->IsVisible());
-  EXPECT_TRUE(host.IsProgressWindowVisible(0));
-  window->Invalidate(ProgressPart::kBar);
-  EXPECT_TRUE(host.ClickProgressButton(0, 1));
-  EXPECT_EQ(client.clicks, std::vector<int>{1});
-  window->Hide();
-  EXPECT_FALSE(host.IsProgressWindowVisible(0));
-  window.reset();
-  EXPECT_FALSE(host.IsProgressWindowAlive(0));
-  EXPECT_FALSE(host.ClickProgressButton(0, 1)) << "a destroyed window takes no clicks";
-  EXPECT_EQ(client.clicks.size(), 1u);
-
-  auto invalidate = host.LastOf(Kind::kProgressInvalidate);
-  ASSERT_TRUE(invalidate.has_value());
-  EXPECT_EQ(invalidate->part, ProgressPart::kBar);
-  EXPECT_EQ(host.CountOf(Kind::kProgressShow), 1);
-  EXPECT_EQ(host.CountOf(Kind::kProgressHide), 1);
-  EXPECT_EQ(host.CountOf(Kind::kProgressDestroy), 1);
-
-  host.SetProgressWindowsFail(true);
-  EXPECT_EQ(host.CreateProgressWindow(&client), nullptr);
-  EXPECT_EQ(host.ProgressWindowCount(), 1);
 }
 
 // ---- DesktopHost ---------------------------------------------------------------

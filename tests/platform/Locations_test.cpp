@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "kordll/platform/FileSystem.h"
 #include "tests/support/TempRoot.h"
 
@@ -30,40 +32,37 @@ TEST_F(LocationsTest, RootGivesConfigDataAndDownloads) {
   EXPECT_EQ(root_.DataRoot(), Locations::GetDataRoot());
 }
 
-TEST_F(LocationsTest, DownloadFolderRules) {
-  // An explicit download folder wins over the root.
+// Without a root the XDG variables decide, then the home folder; an explicit
+// download folder wins over everything. Empty or relative values count as unset.
+TEST_F(LocationsTest, WithoutARootXdgThenHomeDecide) {
   Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("/srv/dl"));
-  EXPECT_EQ("/srv/dl", Locations::GetDownloadFolder());
-  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", std::nullopt);
-  EXPECT_EQ(P("downloads"), Locations::GetDownloadFolder());
-
-  WithoutRoot();
-  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", CString("/media/dl"));
-  EXPECT_EQ("/media/dl/Tidrel Downloads", Locations::GetDownloadFolder());
-  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", std::nullopt);
-  EXPECT_EQ("/home/someone/Downloads/Tidrel Downloads", Locations::GetDownloadFolder());
-  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("/srv/dl"));
-  EXPECT_EQ("/srv/dl", Locations::GetDownloadFolder());
-}
-
-TEST_F(LocationsTest, EmptyOrRelativeVariablesCountAsUnset) {
-  WithoutRoot();
-  Locations::SetVariableForTesting("KORDLL_ROOT", CString(""));
-  Locations::SetVariableForTesting("KORDLL_DOWNLOAD_DIR", CString("relative/dl"));
-  Locations::SetVariableForTesting("XDG_DOWNLOAD_DIR", CString(""));
-  Locations::SetVariableForTesting("XDG_DATA_HOME", CString("data"));
-  EXPECT_EQ("/home/someone/Downloads/Tidrel Downloads", Locations::GetDownloadFolder());
-  EXPECT_EQ("/home/someone/.local/share/kordll", Locations::GetDataRoot());
-}
-
-TEST_F(LocationsTest, ProfileAndDataFollowXdgThenHome) {
-  WithoutRoot();
-  EXPECT_EQ("/home/someone/.config/kordll", Locations::GetProfileFolder());
-  EXPECT_EQ("/home/someone/.local/share/kordll", Locations::GetDataRoot());
-  Locations::SetVariableForTesting("XDG_CONFIG_HOME", CString("/x/conf"));
-  Locations::SetVariableForTesting("XDG_DATA_HOME", CString("/x/share/"));
-  EXPECT_EQ("/x/conf/kordll", Locations::GetProfileFolder());
-  EXPECT_EQ("/x/share/kordll", Locations::GetDataRoot());
+  EXPECT_EQ("/srv/dl", Locations::GetDownloadFolder()) << "over the root too";
+  const char* kDl = "/home/someone/Downloads/Tidrel Downloads";
+  const char* kData = "/home/someone/.local/share/kordll";
+  const char* kProfile = "/home/someone/.config/kordll";
+  const struct {
+    const char *root, *download_dir, *xdg_download, *xdg_data, *xdg_config;
+    const char *dl, *data, *profile;
+  } rows[] = {{nullptr, nullptr, nullptr, nullptr, nullptr, kDl, kData, kProfile},
+              {"", "relative/dl", "", "data", "", kDl, kData, kProfile},
+              {nullptr, nullptr, "/media/dl", "/x/share/", "/x/conf", "/media/dl/Tidrel Downloads",
+               "/x/share/kordll", "/x/conf/kordll"},
+              {nullptr, "/srv/dl", "/media/dl", nullptr, nullptr, "/srv/dl", kData, kProfile}};
+  auto set = [](const char* name, const char* value) {
+    Locations::SetVariableForTesting(name,
+                                     value ? std::optional<CString>(CString(value)) : std::nullopt);
+  };
+  for (const auto& row : rows) {
+    WithoutRoot();
+    set("KORDLL_ROOT", row.root);
+    set("KORDLL_DOWNLOAD_DIR", row.download_dir);
+    set("XDG_DOWNLOAD_DIR", row.xdg_download);
+    set("XDG_DATA_HOME", row.xdg_data);
+    set("XDG_CONFIG_HOME", row.xdg_config);
+    EXPECT_EQ(row.dl, Locations::GetDownloadFolder()) << row.dl;
+    EXPECT_EQ(row.data, Locations::GetDataRoot()) << row.data;
+    EXPECT_EQ(row.profile, Locations::GetProfileFolder()) << row.profile;
+  }
 }
 
 TEST(LocationsAfterTest, NothingReachesTheRealHomeOnceATestRootIsGone) {
@@ -91,20 +90,6 @@ TEST_F(LocationsTest, ProgramFolderIsTheExecutablesUnlessSet) {
   EXPECT_EQ(P("program"), Locations::GetProgramFolder());
   Locations::SetProgramFolder(CString());
   EXPECT_EQ(exe_folder, Locations::GetProgramFolder());
-}
-
-TEST(LocationsTempRootTest, TempRootSetsAndRestoresTheProgramFolder) {
-  CString before = Locations::GetProgramFolder();
-  CString root;
-  {
-    test::TempRoot temp(test::TempRoot::kWithProgramFolder);
-    root = temp.root();
-    EXPECT_EQ(temp.ProgramFolder(), Locations::GetProgramFolder());
-    EXPECT_TRUE(FileSystem::IsFolder(temp.ProgramFolder()));
-    EXPECT_TRUE(FileSystem::IsFolder(temp.DownloadFolder()));
-  }
-  EXPECT_EQ(before, Locations::GetProgramFolder());
-  EXPECT_FALSE(FileSystem::Exists(root));
 }
 
 TEST(LocationsPathTest, JoinParentNameAndNormalizeAreLexical) {
