@@ -1,7 +1,9 @@
+// Threads, their message queues and the targets (windows) they own.
 #include "kordll/platform/CWinThread.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -22,7 +24,8 @@ namespace {
 // under test is broken (a lost message would otherwise hang the test).
 constexpr auto kPatience = std::chrono::seconds(20);
 
-// What a thread saw, readable from the test thread.
+// What a thread saw, readable from the test thread: entries and handled
+// messages in one order, messages as "message w l".
 class Journal {
  public:
   void Add(std::string entry) {
@@ -33,7 +36,7 @@ class Journal {
   void AddMsg(unsigned message, intptr_t w, intptr_t l) {
     std::lock_guard<std::mutex> lock(mu_);
     msgs_.push_back(MSG{0, message, w, l});
-    cv_.notify_all();
+    entries_.push_back(std::to_string(message) + " " + std::to_string(w) + " " + std::to_string(l));
   }
   bool WaitForEntry(const std::string& entry) {
     std::unique_lock<std::mutex> lock(mu_);
@@ -60,7 +63,8 @@ class Journal {
 };
 
 // Records every thread message; message 500 asks it to quit from inside a
-// handler, message 501 pumps the waiting messages from inside a handler.
+// handler, message 501 pumps the waiting messages from inside a handler,
+// message 502 throws.
 class RecordingThread : public CWinThread {
  public:
   explicit RecordingThread(Journal* journal, int init_answer = 1)
@@ -82,6 +86,7 @@ class RecordingThread : public CWinThread {
     journal_->AddMsg(message, w, l);
     if (message == 500) PostQuitMessage(static_cast<int>(w));
     if (message == 501) journal_->Add(PumpWaitingMessages() ? "pumped" : "pump saw quit");
+    if (message == 502) throw std::runtime_error("x");
     return 1;
   }
   void OnDiscardedMessage(const MSG& msg) override {
@@ -100,45 +105,122 @@ std::unique_ptr<RecordingThread> Kept(Journal* journal, int init_answer = 1) {
   return thread;
 }
 
-// Posts each {message, wParam} in turn; every post must be taken.
-void Post(CWinThread* thread, std::initializer_list<std::pair<unsigned, intptr_t>> msgs) {
-  for (const auto& [message, w] : msgs) ASSERT_EQ(1, thread->PostThreadMessage(message, w, 0));
+// Posts each {message, wParam} in turn (lParam is -wParam); every post must be taken.
+void Post(CWinThread* thread, const std::vector<std::pair<unsigned, intptr_t>>& msgs) {
+  for (const auto& [message, w] : msgs) ASSERT_EQ(1, thread->PostThreadMessage(message, w, -w));
 }
 
-TEST(CWinThreadTest, PostedMessagesArriveInOrder) {
-  Journal journal;
-  auto thread = Kept(&journal);
-  // Messages posted before the thread runs wait for it.
-  for (int i = 0; i < 50; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
-  ASSERT_EQ(thread.get(), AfxBeginThread(thread.get()));
-  for (int i = 50; i < 500; ++i) ASSERT_EQ(1, thread->PostThreadMessage(1000 + i, i, -i));
-  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 3, 0));
-  ASSERT_EQ(1, thread->WaitForExit(20000));
-  EXPECT_EQ(3u, thread->GetExitCode());
+struct Seen {
+  unsigned thread_id;
+  unsigned message;
+  intptr_t wParam;
+};
 
-  std::vector<MSG> msgs = journal.msgs();
-  ASSERT_EQ(500u, msgs.size());
-  for (int i = 0; i < 500; ++i) {
-    EXPECT_EQ(static_cast<unsigned>(1000 + i), msgs[i].message);
-    EXPECT_EQ(i, msgs[i].wParam);
-    EXPECT_EQ(-i, msgs[i].lParam);
+// A target that records what reaches it and on which thread. Message 900
+// sends message 901 to the handle in wParam and answers that result + 1;
+// message 901 answers lParam * 2; message 666 throws.
+class RecordingWnd : public CWnd {
+ public:
+  intptr_t WindowProc(unsigned message, intptr_t w, intptr_t l) override {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      seen_.push_back(Seen{GetCurrentThreadId(), message, w});
+    }
+    cv_.notify_all();
+    if (message == 666) throw std::runtime_error("x");
+    if (message == 900) return kordll::SendMessage(static_cast<HWND>(w), 901, 0, l) + 1;
+    if (message == 901) return l * 2;
+    return w + 1000;
   }
-  std::vector<std::string> entries = journal.entries();
-  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit"}), entries);
-}
+  void OnDiscardedMessage(const MSG& msg) override {
+    std::lock_guard<std::mutex> lock(mu_);
+    discarded_.push_back(msg.message);
+  }
+  bool WaitForCount(size_t n) {
+    std::unique_lock<std::mutex> lock(mu_);
+    return cv_.wait_for(lock, kPatience, [&] { return seen_.size() >= n; });
+  }
+  std::vector<Seen> seen() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return seen_;
+  }
+  std::vector<unsigned> discarded() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return discarded_;
+  }
 
-TEST(CWinThreadTest, QuitEndsTheLoopAndLaterMessagesAreHandedBack) {
-  Journal journal;
-  auto thread = Kept(&journal);
-  Post(thread.get(), {{1, 0}, {kMsgQuit, 9}, {2, 0}});  // 2 is behind the quit: never handled
-  ASSERT_EQ(1, thread->CreateThread());
-  ASSERT_EQ(1, thread->WaitForExit(20000));
-  EXPECT_EQ(9u, thread->GetExitCode());
-  std::vector<MSG> msgs = journal.msgs();
-  ASSERT_EQ(1u, msgs.size());
-  EXPECT_EQ(1u, msgs[0].message);
-  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 2"}), journal.entries());
-  EXPECT_EQ(0, thread->CreateThread());  // a thread runs once
+ private:
+  std::mutex mu_;
+  std::condition_variable cv_;
+  std::vector<Seen> seen_;
+  std::vector<unsigned> discarded_;
+};
+
+// A thread owning one RecordingWnd from InitInstance to ExitInstance.
+class WindowThread : public CWinThread {
+ public:
+  WindowThread() { m_bAutoDelete = 0; }
+  int InitInstance() override {
+    wnd.Create();
+    ready_.set_value(wnd.GetSafeHwnd());
+    return 1;
+  }
+  int ExitInstance() override {
+    wnd.DestroyWindow();
+    return CWinThread::ExitInstance();
+  }
+  // Starts the thread and answers its target's handle.
+  HWND Start() {
+    std::future<HWND> hwnd = ready_.get_future();
+    if (!CreateThread()) return 0;
+    return hwnd.wait_for(kPatience) == std::future_status::ready ? hwnd.get() : 0;
+  }
+  void Stop() {
+    PostThreadMessage(kMsgQuit, 0, 0);
+    WaitForExit(20000);
+  }
+
+  RecordingWnd wnd;
+
+ private:
+  std::promise<HWND> ready_;
+};
+
+// Messages posted before the thread runs wait for it and arrive in order with
+// their parameters; a quit ends the loop with its code and whatever is behind
+// it is handed back; a handler that throws ends the thread quietly, without
+// ExitInstance; an InitInstance that refuses skips the loop; a pump
+// inside a handler runs the waiting messages and puts a quit it meets back
+// behind every posted message.
+TEST(CWinThreadTest, ScriptedPostsRunInOrderUntilTheQuit) {
+  struct Row {
+    int init_answer;
+    std::vector<std::pair<unsigned, intptr_t>> posts;
+    std::vector<std::string> seen;
+    unsigned exit_code;
+  } rows[] = {
+      {1,
+       {{1, 5}, {2, 0}, {3, -7}, {kMsgQuit, 9}, {4, 0}},
+       {"init on thread", "1 5 -5", "2 0 0", "3 -7 7", "exit", "discarded 4"},
+       9},
+      {0, {{5, 0}}, {"init on thread", "exit", "discarded 5"}, 0},
+      {1, {{502, 1}, {6, 0}}, {"init on thread", "502 1 -1", "discarded 6"}, 0xFFFFFFFFu},
+      {1,
+       {{501, 0}, {20, 0}, {21, 0}, {kMsgQuit, 6}, {22, 0}},
+       {"init on thread", "501 0 0", "20 0 0", "21 0 0", "pump saw quit", "22 0 0", "exit"},
+       6},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.seen.back());
+    Journal journal;
+    auto thread = Kept(&journal, row.init_answer);
+    Post(thread.get(), row.posts);
+    ASSERT_EQ(1, thread->CreateThread());
+    ASSERT_EQ(1, thread->WaitForExit(20000));
+    EXPECT_EQ(row.seen, journal.entries());
+    EXPECT_EQ(row.exit_code, thread->GetExitCode());
+    EXPECT_EQ(0, thread->CreateThread());  // a thread runs once
+  }
 }
 
 TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
@@ -150,8 +232,8 @@ TEST(CWinThreadTest, AutoDeleteHappensOnItsOwnThreadAfterTheLoop) {
   ASSERT_TRUE(journal.WaitForEntry("dtor"));
   // The object was deleted after its last handler and after ExitInstance,
   // by the thread itself once it no longer counted as a CWinThread.
-  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "dtor"}), journal.entries());
-  EXPECT_EQ(2u, journal.msgs().size());
+  EXPECT_EQ((std::vector<std::string>{"init on thread", "7 0 0", "500 4 -4", "exit", "dtor"}),
+            journal.entries());
   EXPECT_EQ(0, PostThreadMessage(id, 1, 0, 0)) << "its id is refused once it deleted itself";
 }
 
@@ -183,35 +265,11 @@ TEST(CWinThreadTest, PostToAnEndedThreadAnswersZero) {
   EXPECT_TRUE(unstarted_journal.msgs().empty());
 }
 
-TEST(CWinThreadTest, InitInstanceRefusingSkipsTheLoop) {
-  Journal journal;
-  auto thread = Kept(&journal, 0);
-  ASSERT_EQ(1, thread->PostThreadMessage(5, 0, 0));
-  ASSERT_EQ(1, thread->CreateThread());
-  ASSERT_EQ(1, thread->WaitForExit(20000));
-  EXPECT_TRUE(journal.msgs().empty());
-  EXPECT_EQ((std::vector<std::string>{"init on thread", "exit", "discarded 5"}), journal.entries());
-}
-
-TEST(CWinThreadTest, PumpInsideAHandlerRunsWaitingMessagesAndKeepsTheQuit) {
-  Journal journal;
-  auto thread = Kept(&journal);
-  // 501 pumps: it runs 20 and 21 from inside its handler, then meets the
-  // quit, puts it back and stops. A put-back quit comes after every posted
-  // message, so the loop still runs 22 before it ends.
-  Post(thread.get(), {{501, 0}, {20, 0}, {21, 0}, {kMsgQuit, 6}, {22, 0}});
-  ASSERT_EQ(1, thread->CreateThread());
-  ASSERT_EQ(1, thread->WaitForExit(20000));
-  std::vector<unsigned> order;
-  for (const MSG& m : journal.msgs()) order.push_back(m.message);
-  EXPECT_EQ((std::vector<unsigned>{501, 20, 21, 22}), order);
-  EXPECT_EQ((std::vector<std::string>{"init on thread", "pump saw quit", "exit"}),
-            journal.entries());
-  EXPECT_EQ(6u, thread->GetExitCode());
-}
-
-TEST(CWinThreadTest, PlainThreadHasNoQueueAndSimplyWaits) {
-  int pumped = -1, peeked = -1, got = -1, waited = -1, pump_one = -1;
+// A thread that is no CWinThread has no queue until it peeks (pumping and
+// waiting do not wait for ever on a queue nobody can post to); its queue
+// closes when the thread ends.
+TEST(CWinThreadTest, PlainThreadGetsAQueueOnlyByPeekingAndLosesItAtItsEnd) {
+  int pumped = -1, peeked = -1, got = -1, waited = -1, pump_one = -1, own = -1;
   unsigned id = 1, id_after_pumping = 1, id_after_peek = 0;
   CWinThread* current = reinterpret_cast<CWinThread*>(1);
   std::thread plain([&] {
@@ -220,13 +278,15 @@ TEST(CWinThreadTest, PlainThreadHasNoQueueAndSimplyWaits) {
     pumped = PumpWaitingMessages();
     pump_one = PumpMessage();
     MSG msg;
-    got = GetMessage(&msg);  // would never return on a queue nobody can post to
+    got = GetMessage(&msg);
     waited = WaitForMessages(1);
     PostQuitMessage(0);  // nothing to post to: ignored
     id_after_pumping = GetCurrentThreadId();
-    // Peeking is how a thread asks for a queue.
     peeked = PeekMessage(&msg, kPeekRemove);
     id_after_peek = GetCurrentThreadId();
+    // The plain thread takes its own message like any loop would.
+    own = PostThreadMessage(id_after_peek, 77, 0, 0);
+    own += GetMessage(&msg) == 1 && msg.message == 77 ? 10 : 0;
   });
   plain.join();
   EXPECT_EQ(nullptr, current);
@@ -238,79 +298,35 @@ TEST(CWinThreadTest, PlainThreadHasNoQueueAndSimplyWaits) {
   EXPECT_EQ(0u, id_after_pumping);
   EXPECT_EQ(0, peeked);
   EXPECT_NE(0u, id_after_peek);
-}
-
-TEST(CWinThreadTest, PlainThreadQueueClosesWhenTheThreadEnds) {
-  unsigned id = 0;
-  int posted_while_alive = -1;
-  std::thread plain([&] {
-    MSG msg;
-    PeekMessage(&msg, kPeekNoRemove);
-    id = GetCurrentThreadId();
-    posted_while_alive = PostThreadMessage(id, 77, 0, 0);
-    // The plain thread takes its own message like any loop would.
-    posted_while_alive += GetMessage(&msg) == 1 && msg.message == 77 ? 10 : 0;
-  });
-  plain.join();
-  EXPECT_EQ(11, posted_while_alive);
-  EXPECT_EQ(0, PostThreadMessage(id, 78, 0, 0));
+  EXPECT_EQ(11, own);
+  EXPECT_EQ(0, PostThreadMessage(id_after_peek, 78, 0, 0));
 }
 
 TEST(CWinThreadTest, WorkerThreadRunsItsFunctionAndGetsAQueueOnlyWhenItNeedsOne) {
-  std::mutex mu;
-  std::condition_variable cv;
-  int step = 0;  // guarded by mu
-  int posted_before = -1;
+  std::promise<void> started, go, peeked;
   auto* worker = new CWinThread([&]() -> unsigned {
-    {
-      std::unique_lock<std::mutex> lock(mu);
-      step = 1;
-      cv.notify_all();
-      cv.wait(lock, [&] { return step == 2; });
-    }
+    started.set_value();
+    go.get_future().wait();
     // Needing a queue (here: to peek) gives the worker one.
     MSG msg;
     PeekMessage(&msg, kPeekNoRemove);
-    {
-      std::unique_lock<std::mutex> lock(mu);
-      step = 3;
-      cv.notify_all();
-    }
-    MSG got;
-    return GetMessage(&got) ? static_cast<unsigned>(got.message) : 0u;
+    peeked.set_value();
+    return GetMessage(&msg) ? static_cast<unsigned>(msg.message) : 0u;
   });
   worker->m_bAutoDelete = 0;
+  std::future<void> has_started = started.get_future(), has_peeked = peeked.get_future();
   ASSERT_EQ(worker, AfxBeginThread(worker));
-  {
-    std::unique_lock<std::mutex> lock(mu);
-    ASSERT_TRUE(cv.wait_for(lock, kPatience, [&] { return step == 1; }));
-    posted_before = worker->PostThreadMessage(40, 0, 0);
-    EXPECT_EQ(0u, worker->GetThreadId());
-    step = 2;
-    cv.notify_all();
-    ASSERT_TRUE(cv.wait_for(lock, kPatience, [&] { return step == 3; }));
-  }
-  EXPECT_EQ(0, posted_before);
+  ASSERT_EQ(std::future_status::ready, has_started.wait_for(kPatience));
+  EXPECT_EQ(0, worker->PostThreadMessage(40, 0, 0));
+  EXPECT_EQ(0u, worker->GetThreadId());
+  go.set_value();
+  ASSERT_EQ(std::future_status::ready, has_peeked.wait_for(kPatience));
   EXPECT_NE(0u, worker->GetThreadId());
   EXPECT_EQ(1, worker->PostThreadMessage(41, 0, 0));
   ASSERT_EQ(1, worker->WaitForExit(20000));
   EXPECT_EQ(41u, worker->GetExitCode());
   EXPECT_EQ(0, worker->PostThreadMessage(42, 0, 0));
   delete worker;
-}
-
-TEST(CWinThreadTest, HandlerExceptionEndsTheThreadQuietly) {
-  class Throwing : public CWinThread {
-   public:
-    int OnThreadMessage(unsigned, intptr_t, intptr_t) override { throw std::runtime_error("x"); }
-  };
-  auto thread = std::make_unique<Throwing>();
-  thread->m_bAutoDelete = 0;
-  ASSERT_EQ(1, thread->CreateThread());
-  ASSERT_EQ(1, thread->PostThreadMessage(1, 0, 0));
-  ASSERT_EQ(1, thread->WaitForExit(20000));
-  EXPECT_EQ(0xFFFFFFFFu, thread->GetExitCode());
-  EXPECT_EQ(0, thread->PostThreadMessage(2, 0, 0));
 }
 
 // On a thread of the application's own (no CWinThread), a handler that
@@ -324,30 +340,9 @@ TEST(CWinThreadTest, HandlerExceptionsStayInsideOnAPlainThread) {
       throw std::runtime_error("x");
     }
   };
-  // A window on a CWinThread that, asked with 5, sends 2 back to `target`
-  // while its sender waits for the reply.
-  class Echo : public CWnd {
-   public:
-    std::atomic<HWND> target{0};
-    intptr_t WindowProc(unsigned message, intptr_t, intptr_t) override {
-      return message == 5 ? kordll::SendMessage(target.load(), 2, 0, 0) + 7 : 0;
-    }
-  };
-  class EchoOwner : public CWinThread {
-   public:
-    EchoOwner() { m_bAutoDelete = 0; }
-    int InitInstance() override {
-      echo.Create();
-      ready.set_value(echo.GetSafeHwnd());
-      return 1;
-    }
-    Echo echo;
-    std::promise<HWND> ready;
-  };
-  EchoOwner owner;
-  std::future<HWND> echo_hwnd = owner.ready.get_future();
-  ASSERT_EQ(1, owner.CreateThread());
-  const HWND echo = echo_hwnd.get();
+  WindowThread owner;  // its 900 sends 901 back while its sender waits
+  const HWND echo = owner.Start();
+  ASSERT_NE(0, echo);
 
   std::promise<HWND> made;
   std::future<HWND> made_hwnd = made.get_future();
@@ -375,10 +370,9 @@ TEST(CWinThreadTest, HandlerExceptionsStayInsideOnAPlainThread) {
     EXPECT_NO_THROW(EXPECT_EQ(0, DispatchMessage(msg)));
     EXPECT_NO_THROW(EXPECT_EQ(0, wnd.SendMessage(4, 0, 0)));
     // A message sent to this thread while it waits for its own reply.
-    owner.echo.target = wnd.GetSafeHwnd();
     intptr_t echoed = -1;
-    EXPECT_NO_THROW(echoed = SendMessage(echo, 5, 0, 0));
-    EXPECT_EQ(7, echoed);
+    EXPECT_NO_THROW(echoed = SendMessage(echo, 900, wnd.GetSafeHwnd(), 0));
+    EXPECT_EQ(1, echoed);  // 901 answered 0, plus 1
   });
   const HWND hwnd = made_hwnd.get();
   sender = std::thread([&] {
@@ -394,31 +388,127 @@ TEST(CWinThreadTest, HandlerExceptionsStayInsideOnAPlainThread) {
   ASSERT_EQ(1, owner.WaitForExit(20000));
 }
 
-TEST(CWinThreadConcurrencyTest, EachSendersOrderIsKept) {
-  Journal journal;
-  auto thread = Kept(&journal);
-  ASSERT_EQ(1, thread->CreateThread());
-  constexpr int kSenders = 4;
-  constexpr int kEach = 2000;
-  std::vector<std::thread> senders;
-  for (int s = 0; s < kSenders; ++s) {
-    senders.emplace_back([&thread, s] {
-      for (int i = 0; i < kEach; ++i) thread->PostThreadMessage(2000 + s, i, 0);
-    });
-  }
-  for (std::thread& t : senders) t.join();
-  ASSERT_EQ(1, thread->PostThreadMessage(kMsgQuit, 0, 0));
-  ASSERT_EQ(1, thread->WaitForExit(60000));
-  std::vector<MSG> msgs = journal.msgs();
-  ASSERT_EQ(static_cast<size_t>(kSenders * kEach), msgs.size());
-  std::vector<intptr_t> next(kSenders, 0);
-  for (const MSG& m : msgs) {
-    int s = static_cast<int>(m.message) - 2000;
-    ASSERT_GE(s, 0);
-    ASSERT_LT(s, kSenders);
-    EXPECT_EQ(next[s], m.wParam);
-    next[s] = m.wParam + 1;
-  }
+// On its own thread a target takes a send as a direct call, ahead of what was
+// posted; destroyed, it refuses messages and hands back what was queued;
+// deleted, its handle stays dead and is not reused.
+TEST(CWndTest, TargetOnItsOwnThreadFromCreationToDeletion) {
+  RecordingWnd wnd;
+  EXPECT_EQ(0, wnd.IsWindow());
+  EXPECT_EQ(0, wnd.PostMessage(1, 0, 0));  // not created yet
+  ASSERT_EQ(1, wnd.Create());
+  EXPECT_EQ(0, wnd.Create());
+  HWND hwnd = wnd.GetSafeHwnd();
+  EXPECT_EQ(1, wnd.IsWindow());
+  EXPECT_EQ(&wnd, FromHandle(hwnd));
+  ASSERT_EQ(1, wnd.PostMessage(20, 0, 0));
+  EXPECT_EQ(1007, wnd.SendMessage(21, 7, 0));
+  ASSERT_EQ(1u, wnd.seen().size());
+  EXPECT_EQ(21u, wnd.seen()[0].message);
+  PumpWaitingMessages();
+  ASSERT_EQ(2u, wnd.seen().size());
+  EXPECT_EQ(20u, wnd.seen()[1].message);
+
+  for (unsigned message : {11u, 12u, 13u}) ASSERT_EQ(1, wnd.PostMessage(message, 0, 0));
+  EXPECT_EQ(1, wnd.DestroyWindow());
+  EXPECT_EQ(0, wnd.DestroyWindow());
+  EXPECT_EQ((std::vector<unsigned>{11, 12, 13}), wnd.discarded());
+  EXPECT_EQ(0, wnd.IsWindow());
+  EXPECT_EQ(0, IsWindow(hwnd));
+  EXPECT_EQ(nullptr, FromHandle(hwnd));
+  EXPECT_EQ(0, wnd.PostMessage(14, 0, 0));
+  EXPECT_EQ(0, wnd.SendMessage(15, 0, 0));
+  EXPECT_EQ(0, wnd.Create());  // a target is made once
+  EXPECT_EQ(hwnd, wnd.GetSafeHwnd());
+  PumpWaitingMessages();
+  EXPECT_EQ(2u, wnd.seen().size());
+
+  HWND old_hwnd;
+  {
+    RecordingWnd gone;
+    ASSERT_EQ(1, gone.Create());
+    old_hwnd = gone.GetSafeHwnd();
+    ASSERT_EQ(1, gone.PostMessage(1, 0, 0));
+  }  // deleted while still a window, with a message queued
+  EXPECT_EQ(0, IsWindow(old_hwnd));
+  EXPECT_EQ(0, PostMessage(old_hwnd, 2, 0, 0));
+  EXPECT_EQ(1, PumpWaitingMessages());  // the queued message went with it
+  RecordingWnd next;
+  ASSERT_EQ(1, next.Create());
+  EXPECT_NE(old_hwnd, next.GetSafeHwnd());
+  EXPECT_NE(hwnd, next.GetSafeHwnd());
+  EXPECT_EQ(0, IsWindow(0));
+  EXPECT_EQ(0, PostMessage(0, 1, 0, 0));
+}
+
+TEST(CWndTest, ThreadsSendingToEachOtherDoNotDeadlock) {
+  // A sender thread sends 900 to a target of thread A; A's handler sends 901
+  // back to a target of the sender, which must run on the sender's thread
+  // while that thread is still waiting for A's answer.
+  WindowThread a;
+  HWND hwnd_a = a.Start();
+  ASSERT_NE(0, hwnd_a);
+
+  intptr_t result = 0;
+  std::vector<Seen> seen_here;
+  unsigned sender_id = 0;
+  std::thread sender([&] {
+    RecordingWnd here;  // a target of the sending thread
+    here.Create();
+    sender_id = GetCurrentThreadId();
+    // A's handler of 900 sends 901 to `here`, on the thread now waiting.
+    result = SendMessage(hwnd_a, 900, here.GetSafeHwnd(), 21);
+    seen_here = here.seen();
+  });
+  sender.join();
+  EXPECT_EQ(43, result);  // 21 * 2 + 1
+  ASSERT_EQ(1u, seen_here.size());
+  EXPECT_EQ(901u, seen_here[0].message);
+  EXPECT_EQ(sender_id, seen_here[0].thread_id);
+  a.Stop();
+}
+
+TEST(CWndTest, SendToATargetWhoseThreadEndsUnansweredGivesZero) {
+  // The owner never pumps and then ends; the send, whether it arrives before
+  // or after the end, must return 0 rather than wait for ever.
+  std::promise<HWND> made;
+  std::promise<void> gate;
+  std::shared_future<void> open = gate.get_future().share();
+  auto* worker = new CWinThread([&]() -> unsigned {
+    RecordingWnd wnd;
+    wnd.Create();
+    made.set_value(wnd.GetSafeHwnd());
+    open.wait();
+    // Leaves without pumping; the target goes with the thread.
+    return static_cast<unsigned>(wnd.seen().size());
+  });
+  worker->m_bAutoDelete = 0;
+  std::future<HWND> hwnd_future = made.get_future();
+  ASSERT_EQ(worker, AfxBeginThread(worker));
+  HWND hwnd = hwnd_future.get();
+  intptr_t result = -1;
+  std::thread sender([&] { result = SendMessage(hwnd, 40, 1, 0); });
+  gate.set_value();
+  sender.join();
+  EXPECT_EQ(0, result);
+  ASSERT_EQ(1, worker->WaitForExit(20000));
+  EXPECT_EQ(0u, worker->GetExitCode());
+  delete worker;
+}
+
+TEST(CWndTest, SenderIsAnsweredWhenTheHandlerThrows) {
+  WindowThread owner;
+  HWND hwnd = owner.Start();
+  ASSERT_NE(0, hwnd);
+  intptr_t result = -1;
+  std::thread sender([&] { result = SendMessage(hwnd, 666, 0, 0); });
+  sender.join();
+  EXPECT_EQ(0, result);
+  // The exception ended the owner's thread (without ExitInstance), and with
+  // it the target.
+  ASSERT_EQ(1, owner.WaitForExit(20000));
+  EXPECT_EQ(0xFFFFFFFFu, owner.GetExitCode());
+  EXPECT_EQ(0, owner.wnd.IsWindow());
+  EXPECT_EQ(0, owner.PostThreadMessage(2, 0, 0));
 }
 
 TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
@@ -442,6 +532,78 @@ TEST(CWinThreadConcurrencyTest, PostsRacingTheEndAreEitherHandledOrRefused) {
     for (const std::string& e : journal.entries())
       if (e.rfind("discarded", 0) == 0) ++discarded;
     EXPECT_EQ(static_cast<size_t>(accepted.load()), journal.msgs().size() + discarded);
+  }
+}
+
+// Posts and sends from other threads run on the owning thread, each send
+// waits for its answer, and once that thread has ended the handle is dead.
+TEST(CWndConcurrencyTest, ManySendersPostingAndSendingKeepTheirOrder) {
+  WindowThread owner;
+  HWND hwnd = owner.Start();
+  ASSERT_NE(0, hwnd);
+  EXPECT_EQ(1, IsWindow(hwnd));
+  EXPECT_EQ(owner.GetThreadId(), owner.wnd.GetOwnerThreadId());
+  constexpr int kSenders = 4;
+  constexpr int kEach = 1000;
+  std::atomic<int> wrong_answers{0};
+  std::vector<std::thread> senders;
+  for (int s = 0; s < kSenders; ++s) {
+    senders.emplace_back([&, s] {
+      for (int i = 0; i < kEach; ++i) {
+        if (i % 10 == 0) {
+          if (SendMessage(hwnd, 500 + s, i, 0) != i + 1000) ++wrong_answers;
+        } else {
+          PostMessage(hwnd, 500 + s, i, 0);
+        }
+      }
+    });
+  }
+  for (std::thread& t : senders) t.join();
+  ASSERT_TRUE(owner.wnd.WaitForCount(kSenders * kEach));
+  EXPECT_EQ(0, wrong_answers.load());
+  // Posted messages keep each sender's order. A sent message runs ahead of
+  // posted ones, so it may overtake its sender's earlier posts, but nothing
+  // its sender did after the send can come before it.
+  std::vector<intptr_t> last_posted(kSenders, -1);
+  std::vector<intptr_t> highest(kSenders, -1);
+  size_t count = 0;
+  for (const Seen& seen : owner.wnd.seen()) {
+    int s = static_cast<int>(seen.message) - 500;
+    ASSERT_GE(s, 0);
+    ASSERT_LT(s, kSenders);
+    EXPECT_EQ(owner.GetThreadId(), seen.thread_id);
+    if (seen.wParam % 10 == 0) {
+      EXPECT_LT(highest[s], seen.wParam);
+    } else {
+      EXPECT_LT(last_posted[s], seen.wParam);
+      last_posted[s] = seen.wParam;
+    }
+    highest[s] = std::max(highest[s], seen.wParam);
+    ++count;
+  }
+  EXPECT_EQ(static_cast<size_t>(kSenders * kEach), count);
+  owner.Stop();
+  EXPECT_EQ(0, IsWindow(hwnd));
+  EXPECT_EQ(0, PostMessage(hwnd, 1, 0, 0));
+  EXPECT_EQ(0, SendMessage(hwnd, 1, 0, 0));
+}
+
+TEST(CWndConcurrencyTest, PostsRacingDestructionAreHandledOrHandedBackOnce) {
+  for (int round = 0; round < 20; ++round) {
+    WindowThread owner;
+    HWND hwnd = owner.Start();
+    ASSERT_NE(0, hwnd);
+    std::atomic<int> accepted{0};
+    std::vector<std::thread> senders;
+    for (int s = 0; s < 3; ++s) {
+      senders.emplace_back([&] {
+        for (int i = 0; i < 300; ++i) accepted += PostMessage(hwnd, 600, i, 0);
+      });
+    }
+    owner.Stop();  // destroys the target on its thread while posts go on
+    for (std::thread& t : senders) t.join();
+    EXPECT_EQ(static_cast<size_t>(accepted.load()),
+              owner.wnd.seen().size() + owner.wnd.discarded().size());
   }
 }
 
