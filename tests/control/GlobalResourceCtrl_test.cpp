@@ -117,6 +117,11 @@ TEST_F(GlobalResourceCtrlTest, PanelsGetIdsListenOnceHearLoadedAndMayLeaveWhileT
   EXPECT_TRUE(fixed.heard.empty());
   EXPECT_EQ(a.removed, std::vector<int>({7}));
   EXPECT_EQ(G::GetPanel(1), nullptr);
+  Focusable record(4, nullptr);
+  record.ReserveHeader(99);
+  CArray<Focusable*, Focusable*> records{&record};
+  EXPECT_EQ(G::PostRC2PanelMessage_Multi(c, 1056, 4, &records), 1);  // b has no window:
+  EXPECT_EQ(record.GetReferenceCount(), 0);  // the message is ended here, its hold released
 }
 
 TEST_F(GlobalResourceCtrlTest, CommandsGoToTheControllersInSlotOrderUntilOneHandlesIt) {
