@@ -321,7 +321,7 @@ int AZeusDB::commitSave() {
   // The save is made when its journal goes: only then is the record told.
   // The writes that follow (none, unless a batch goes on) form a change of
   // their own, which the caller's Commit ends.
-  if (ok && !file_->Commit()) ok = false;
+  if (!file_->Commit()) ok = false;
   file_->Begin();
   return ok ? 1 : 0;
 }

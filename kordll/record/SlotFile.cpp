@@ -226,6 +226,8 @@ int SlotFile::ReadAt(uint64_t offset, void* buffer, uint32_t count, uint32_t* go
   std::lock_guard<std::mutex> lock(mu_);
   if (got != nullptr) *got = 0;
   if (!open_) return 0;
+  // What a failed change left is undone before it is read.
+  if (hot_ && writable_ && !changing_) RecoverLocked();
   if (static_cast<int64_t>(offset) >= size_ || count == 0) return 1;
   uint64_t left = std::min<uint64_t>(count, static_cast<uint64_t>(size_) - offset);
   unsigned char* out = static_cast<unsigned char*>(buffer);
@@ -275,6 +277,7 @@ int SlotFile::ReadExact(uint64_t offset, void* buffer, uint32_t count, uint32_t*
   std::lock_guard<std::mutex> lock(mu_);
   if (got != nullptr) *got = 0;
   if (!open_) return 0;
+  if (hot_ && writable_ && !changing_) RecoverLocked();
   if (static_cast<int64_t>(offset) >= size_ || count == 0) return 1;
   const uint64_t end = offset + std::min<uint64_t>(count, static_cast<uint64_t>(size_) - offset);
   const uint64_t disk_end = static_cast<uint64_t>(disk_size_);
@@ -432,6 +435,7 @@ int SlotFile::FlushLocked() {
 void SlotFile::Begin() {
   std::lock_guard<std::mutex> lock(mu_);
   ++depth_;
+  if (hot_ && open_ && writable_ && !changing_) RecoverLocked();
 }
 
 int SlotFile::Commit() {

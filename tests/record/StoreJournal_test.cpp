@@ -1,0 +1,181 @@
+// The rollback journal of both stores, on files in memory: a save that the
+// disk cuts off half way is undone (also when undoing it had to wait for the
+// next opening), a journal that cannot be written keeps the file as it was,
+// one that cannot be removed is emptied and undoes nothing, and a journal
+// that holds no whole header is passed over.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kordll/platform/FileSystem.h"
+#include "kordll/record/AZeusDB.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/record/RGDBTemplate.h"
+#include "kordll/record/RelationsEntryPoints.h"
+#include "kordll/record/StringDB.h"
+#include "tests/support/FaultEnv.h"
+#include "tests/support/MemEnv.h"
+
+namespace kordll {
+namespace {
+
+using Fault = test::FaultEnv;
+
+const std::string kOld(60, 'o');  // over many slots
+const std::string kNew = std::string(25, 'n') + "new";
+
+class StoreJournalTest : public ::testing::Test {
+ protected:
+  StoreJournalTest() {
+    tmpl_.AddField(0, 20, 4, "", "guid", 0, 0);
+    tmpl_.AddField(4, 10, 4, "", "title", 0, 0);
+    RelationsEntryPoints::SetTemplate(4, &tmpl_);
+  }
+  ~StoreJournalTest() override { RelationsEntryPoints::ClearTemplates(); }
+
+  std::string Bytes(const char* name) {
+    std::string bytes;
+    EXPECT_EQ(1, FileSystem::ReadWholeFile(CString("/tmp/") + name, &bytes));
+    return bytes;
+  }
+  // Saves text as record 0 (made on the first call) and answers the result.
+  int Save(AZeusDB* db, const std::string& text) {
+    Focusable record(4, nullptr);
+    record.SetDBSlotIndex(slot_);
+    record.SetValueStr(4, CString(text.c_str()), 1);
+    const int result = db->writeFocusableSlot(&record, nullptr, nullptr);
+    slot_ = record.GetDBSlotIndex();
+    need_to_save_ = record.NeedToSave();
+    return result;
+  }
+  std::string Title(AZeusDB* db) {
+    Focusable record(-1, nullptr);
+    record.SetDBSlotIndex(slot_);
+    if (!db->readFocusableSlot(&record, nullptr, nullptr)) return "<unreadable>";
+    return record.GetFieldString(4, 0).ToUtf8();
+  }
+
+  RGDBTemplate tmpl_{4};
+  test::MemEnv mem_;
+  Fault faults_{&mem_};
+  ScopedEnv use_{&faults_};
+  int slot_ = -1;
+  int need_to_save_ = 0;
+};
+
+TEST_F(StoreJournalTest, SaveCutOffHalfWayIsUndoneAtTheNextOpening) {
+  {
+    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    ASSERT_EQ(1, Save(&db, kOld));
+  }
+  const std::string before = Bytes("j.kdb");
+  {
+    // The journal goes out whole; the writes of the save and of its undo
+    // stop half way, as if the process had been killed there.
+    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
+    EXPECT_NE(1, Save(&db, kNew));
+    EXPECT_EQ(1, need_to_save_);
+  }
+  faults_.DisarmAll();
+  ASSERT_TRUE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  // Whatever the cut-off writes left in the slots goes with the undo.
+  std::string garbled = Bytes("j.kdb");
+  garbled.replace(1100, 900, 900, 'x');
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(CString("/tmp/j.kdb"), garbled + "tail"));
+  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  EXPECT_EQ(kOld, Title(&db));
+  EXPECT_EQ(before, Bytes("j.kdb"));
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  EXPECT_EQ(1, Save(&db, kNew));
+  EXPECT_EQ(kNew, Title(&db));
+}
+
+TEST_F(StoreJournalTest, SameStoreUndoesAFailedSaveBeforeItsNextOne) {
+  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  ASSERT_EQ(1, Save(&db, kOld));
+  db.openDB(0);  // the file stays open: no opening can undo it
+  const std::string before = Bytes("j.kdb");
+  faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
+  EXPECT_NE(1, Save(&db, kNew));
+  faults_.DisarmAll();
+  EXPECT_EQ(1, Save(&db, kNew + "!"));
+  EXPECT_EQ(kNew + "!", Title(&db));
+  db.closeDB();
+  EXPECT_NE(before, Bytes("j.kdb"));
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+}
+
+TEST_F(StoreJournalTest, JournalThatCannotBeWrittenLeavesTheFileAsItWas) {
+  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  ASSERT_EQ(1, Save(&db, kOld));
+  const std::string before = Bytes("j.kdb");
+  for (Fault::Kind kind : {Fault::kOpen, Fault::kWrite, Fault::kShortWrite}) {
+    SCOPED_TRACE(kind);
+    faults_.Arm(kind, 0, Fault::kForever, "-journal");
+    EXPECT_NE(1, Save(&db, kNew));
+    EXPECT_EQ(1, need_to_save_);
+    EXPECT_GT(faults_.Injected(kind), 0);
+    faults_.DisarmAll();
+    EXPECT_EQ(before, Bytes("j.kdb"));
+    EXPECT_EQ(kOld, Title(&db));
+  }
+  EXPECT_EQ(1, Save(&db, kNew));
+  EXPECT_EQ(kNew, Title(&db));
+}
+
+TEST_F(StoreJournalTest, JournalThatCannotBeRemovedIsEmptied) {
+  {
+    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    ASSERT_EQ(1, Save(&db, kOld));
+    faults_.Arm(Fault::kDelete, 0, Fault::kForever, "-journal");
+    EXPECT_EQ(1, Save(&db, kNew));
+    EXPECT_GT(faults_.Injected(Fault::kDelete), 0);
+  }
+  EXPECT_EQ("", Bytes("j.kdb-journal"));
+  faults_.DisarmAll();
+  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  EXPECT_EQ(kNew, Title(&db));
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+}
+
+TEST_F(StoreJournalTest, JournalWithoutAWholeHeaderIsPassedOver) {
+  {
+    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    ASSERT_EQ(1, Save(&db, kOld));
+  }
+  const std::string before = Bytes("j.kdb");
+  for (const std::string& journal : {std::string("KORJRNL1"), std::string(64, 'x')}) {
+    ASSERT_EQ(1, FileSystem::WriteWholeFile(CString("/tmp/j.kdb-journal"), journal));
+    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    EXPECT_EQ(kOld, Title(&db));
+    EXPECT_EQ(before, Bytes("j.kdb"));
+    EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  }
+}
+
+TEST_F(StoreJournalTest, TextWriteCutOffHalfWayIsUndoneAtTheNextOpening) {
+  int slot = -1;
+  {
+    StringDB db(CString("/tmp"), "j", 10, 2);
+    ASSERT_GT(db.WriteStringSlot(&slot, CString(kOld.c_str())), 3);
+  }
+  const std::string before = Bytes("j.sdb");
+  {
+    StringDB db(CString("/tmp"), "j", 10, 2);
+    faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
+    int same = slot;
+    EXPECT_EQ(0, db.WriteStringSlot(&same, CString(kNew.c_str())));
+    faults_.DisarmAll();
+  }
+  EXPECT_NE(before, Bytes("j.sdb"));
+  StringDB db(CString("/tmp"), "j", 10, 2);
+  CString text;
+  EXPECT_GT(db.ReadStringSlot(slot, text), 3);
+  EXPECT_EQ(kOld, text.ToUtf8());
+  EXPECT_EQ(before, Bytes("j.sdb"));
+}
+
+}  // namespace
+}  // namespace kordll
