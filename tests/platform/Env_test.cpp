@@ -108,8 +108,9 @@ TEST_P(EnvFilesTest, FoldersAndNamesAnswerAsWin32) {
 INSTANTIATE_TEST_SUITE_P(MachineAndMemory, EnvFilesTest, ::testing::Bool());
 
 // A thread waiting for a point in clock time wakes when a test moves the
-// clock there, not when the machine's time gets there.
-TEST(EnvClockTest, MovingAManualClockWakesATimedWait) {
+// clock there, not when the machine's time gets there; the waits of the
+// message queue and of a thread's end are measured on the same clock.
+TEST(EnvClockTest, MovingAManualClockEndsTimedMessageAndThreadWaits) {
   ScopedManualClock clock;
   std::mutex mu;
   std::condition_variable cv;
@@ -126,16 +127,11 @@ TEST(EnvClockTest, MovingAManualClockWakesATimedWait) {
   clock.Advance(1);
   waiter.join();
   EXPECT_TRUE(woke);
-}
 
-// The waits of the message queue and of a thread's end are measured on the
-// same clock: moving it ends them, though no real time has passed.
-TEST(EnvClockTest, MovingAManualClockEndsMessageAndThreadWaits) {
-  ScopedManualClock clock;
   std::atomic<int> waited{-1};
-  std::thread waiter([&] { waited = MessageQueue::Current(true)->Wait(60000); });
+  std::thread queue_waiter([&] { waited = MessageQueue::Current(true)->Wait(60000); });
   while (waited == -1) clock.Advance(1000);
-  waiter.join();
+  queue_waiter.join();
   EXPECT_EQ(0, waited);
 
   CWinThread* thread = new CWinThread();  // runs its loop until told

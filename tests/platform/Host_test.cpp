@@ -17,14 +17,10 @@ using Kind = TestHost::CallKind;
 // A dialog handler that closes on a chosen button and remembers what it heard.
 class Handler : public HostDialogHandler {
  public:
-  explicit Handler(int closing_button, Host* host = nullptr)
-      : closing_button_(closing_button), host_(host) {}
-  bool OnDialogButton(int button, int check, int x, int y) override {
+  explicit Handler(int closing_button) : closing_button_(closing_button) {}
+  bool OnDialogButton(int button, int check, int, int) override {
     heard.push_back(button);
     checks.push_back(check);
-    // The second button of the talk dialog opens a menu at its corner and
-    // keeps the dialog open.
-    if (button == 2 && host_ != nullptr) menu_answer = host_->TrackPopupMenu({}, 0, x, y, 0);
     return button == closing_button_;
   }
   bool OnDialogCommand(int command, int check) override {
@@ -34,11 +30,9 @@ class Handler : public HostDialogHandler {
   }
   std::vector<int> heard;
   std::vector<int> checks;
-  int menu_answer = -1;
 
  private:
   int closing_button_;
-  Host* host_;
 };
 
 class Client : public HostProgressClient {
@@ -91,43 +85,6 @@ TEST(HostTest, HeadlessIsTheDefaultAndAnswersAsAUserWhoClosesEverything) {
   EXPECT_TRUE(window->IsVisible());
   window->Hide();
   EXPECT_FALSE(window->IsVisible());
-}
-
-TEST(HostTest, TestHostDialogsFollowTheScriptUntilTheHandlerCloses) {
-  TestHost host;
-  host.QueueMenuChoice(29753);
-  host.QueueDialog({TestHost::Press(2), TestHost::PressWithCheck(1, 1), TestHost::Press(3)});
-  HostDialog dialog;
-  dialog.title = "System Talks :: Downloaded";
-  dialog.text = "Downloaded : a.mp3";
-  dialog.checkText = "Do not ask again";
-  Handler handler(/*closing_button=*/1, &host);
-  EXPECT_EQ(host.DoModal(dialog, &handler), IDOK);
-  EXPECT_EQ(handler.heard, (std::vector<int>{2, 1})) << "the press after closing is not made";
-  EXPECT_EQ(handler.checks, (std::vector<int>{0, 1}));
-  EXPECT_EQ(handler.menu_answer, 29753);
-
-  // The dialog is recorded before the menu its second button opened.
-  std::vector<TestHost::Call> calls = host.calls();
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0].kind, Kind::kDoModal);
-  EXPECT_EQ(calls[0].caption, CString("System Talks :: Downloaded"));
-  EXPECT_EQ(calls[0].dialog.checkText, CString("Do not ask again"));
-  ASSERT_EQ(calls[0].presses.size(), 2u);
-  EXPECT_EQ(calls[1].kind, Kind::kTrackPopupMenu);
-
-  // A command of the application's range.
-  host.QueueDialog({TestHost::ChooseCommand(30001)});
-  Handler second(/*closing_button=*/3);
-  host.DoModal(dialog, &second);
-  EXPECT_EQ(second.heard, std::vector<int>{-30001});
-
-  // Without a script, or with one that leaves it open, the third button
-  // closes it, so no test can hang in a dialog.
-  Handler stubborn(/*closing_button=*/0);
-  host.QueueDialog({TestHost::Press(2)});
-  host.DoModal(dialog, &stubborn);
-  EXPECT_EQ(stubborn.heard, (std::vector<int>{2, 3}));
 }
 
 // ---- DesktopHost ---------------------------------------------------------------
