@@ -133,6 +133,16 @@ TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
   EXPECT_EQ(COleDateTimeSpan::invalid, (valid_date - invalid_date).GetStatus());
   EXPECT_EQ(COleDateTimeSpan::null, (null_date - invalid_date).GetStatus());
   EXPECT_EQ(0, (valid_date - invalid_date).GetDays());
+  // Comparisons order valid dates only; invalid dates equal each other.
+  COleDateTime late(2005, 1, 1, 0, 0, 1), invalid_b;
+  EXPECT_TRUE(valid_date < late && late > valid_date && valid_date <= valid_date);
+  EXPECT_TRUE(valid_date >= valid_date && valid_date == COleDateTime(2005, 1, 1, 0, 0, 0));
+  EXPECT_FALSE(late < valid_date);
+  invalid_b.SetDateTime(2005, 2, 30, 0, 0, 0);
+  EXPECT_TRUE(invalid_date == invalid_b);
+  EXPECT_FALSE(invalid_date == valid_date);
+  EXPECT_FALSE(invalid_date < valid_date);
+  EXPECT_FALSE(valid_date < invalid_date);
 }
 
 TEST(COleDateTimeTest, SpanPartsCarryTheSignAndSurviveRounding) {
@@ -144,21 +154,6 @@ TEST(COleDateTimeTest, SpanPartsCarryTheSignAndSurviveRounding) {
   EXPECT_EQ((std::vector<long>{0, 1, 30, 0}), parts(a - b));
   EXPECT_EQ((std::vector<long>{0, -1, -30, 0}), parts(b - a));
   EXPECT_EQ((std::vector<long>{401, 2, 2, 1}), parts(COleDateTimeSpan(400, 25, 61, 61)));
-}
-
-TEST(COleDateTimeTest, ComparisonsOrderValidDatesOnly) {
-  COleDateTime early(2005, 1, 1, 0, 0, 0);
-  COleDateTime late(2005, 1, 1, 0, 0, 1);
-  EXPECT_TRUE(early < late && late > early && early <= early && early >= early);
-  EXPECT_FALSE(late < early);
-  EXPECT_TRUE(early == COleDateTime(2005, 1, 1, 0, 0, 0));
-  COleDateTime invalid_a, invalid_b;
-  invalid_a.SetStatus(COleDateTime::invalid);
-  invalid_b.SetDateTime(2005, 2, 30, 0, 0, 0);
-  EXPECT_TRUE(invalid_a == invalid_b);
-  EXPECT_FALSE(invalid_a == early);
-  EXPECT_FALSE(invalid_a < early);
-  EXPECT_FALSE(early < invalid_a);
 }
 
 // ---- Format ----------------------------------------------------------------

@@ -64,13 +64,15 @@ TEST(RuntimeScan, CountsAssignedFieldsAndStopsAtMismatch) {
   EXPECT_EQ(swscanf(CString(u"   "), CString(u"%d"), {&a}), -1);
   // A literal does not skip white space: a mismatch, not the end of input.
   EXPECT_EQ(swscanf(CString(u"  ["), CString(u"[%d"), {&a}), 0);
-}
-
-TEST(RuntimeScan, BlankMatchesAnyRunOfWhiteSpaceIncludingNone) {
-  int a = 0, b = 0;
+  // A blank matches any run of white space, including none.
   EXPECT_EQ(swscanf(CString(u"1,2"), CString(u"%d ,%d"), {&a, &b}), 2);
   EXPECT_EQ(swscanf(CString(u"1 \t\n ,  2"), CString(u"%d ,%d"), {&a, &b}), 2);
   EXPECT_EQ(b, 2);
+  // Conversions beyond the destinations given are not counted.
+  a = -1;
+  EXPECT_EQ(swscanf(CString(u"12 34 x"), CString(u"%d %d %s"), {&a}), 1);
+  EXPECT_EQ(a, 12);
+  EXPECT_EQ(sscanf("key=value", "%[^=]=%s", {}), 0);
 }
 
 TEST(RuntimeScan, StringReadsAWholeWordWithoutLimit) {
@@ -138,13 +140,6 @@ TEST(RuntimeScan, RealIntoIntegerDestinationKeepsWholePartWithinRange) {
   unsigned u = 1;
   EXPECT_EQ(sscanf("infinity", "%lf", {&u}), 1);
   EXPECT_EQ(u, static_cast<unsigned>(LLONG_MAX));
-}
-
-TEST(RuntimeScan, ConversionsBeyondTheDestinationsAreNotCounted) {
-  int a = -1;
-  EXPECT_EQ(swscanf(CString(u"12 34 x"), CString(u"%d %d %s"), {&a}), 1);
-  EXPECT_EQ(a, 12);
-  EXPECT_EQ(sscanf("key=value", "%[^=]=%s", {}), 0);
 }
 
 // Every token wcstok gives for `text` split at ";".
