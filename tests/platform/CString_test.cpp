@@ -10,7 +10,7 @@
 namespace kordll {
 namespace {
 
-TEST(CStringText, KeepsLoneSurrogatesAndNulUnits) {
+TEST(CStringText, KeepsLoneSurrogatesAndNulUnitsAndRoundTripsUtf8) {
   std::u16string raw = {u'a', 0xD800, u'\0', u'b'};
   CString s{raw};
   EXPECT_EQ(s.GetLength(), 4);
@@ -18,10 +18,8 @@ TEST(CStringText, KeepsLoneSurrogatesAndNulUnits) {
   EXPECT_EQ(s[2], u'\0');
   // Only the UTF-8 view replaces the lone surrogate.
   EXPECT_EQ(s.ToUtf8(), std::string("a\xEF\xBF\xBD\0b", 6));
-}
-
-TEST(CStringText, Utf8RoundTripIncludingSupplementaryPlane) {
-  CString s("Grüße \xF0\x9F\x93\xB0");  // a newspaper emoji, two units
+  // UTF-8 round trip, supplementary planes included.
+  s = CString("Grüße \xF0\x9F\x93\xB0");  // a newspaper emoji, two units
   EXPECT_EQ(s.GetLength(), 8);
   EXPECT_EQ(s.ToUtf8(), "Grüße \xF0\x9F\x93\xB0");
   EXPECT_EQ(CString::FromUtf8("a\xFF"
@@ -30,7 +28,7 @@ TEST(CStringText, Utf8RoundTripIncludingSupplementaryPlane) {
             u"a\uFFFDb");
 }
 
-TEST(CStringExtraction, ClampsLikeMfc) {
+TEST(CStringExtraction, ExtractionAndSearchClampLikeMfc) {
   CString s(u"abcdef");
   EXPECT_EQ(s.Mid(2), u"cdef");
   EXPECT_EQ(s.Mid(-3, 2), u"ab");
@@ -42,10 +40,7 @@ TEST(CStringExtraction, ClampsLikeMfc) {
   EXPECT_EQ(s.Right(2), u"ef");
   EXPECT_EQ(s.Right(99), u"abcdef");
   EXPECT_EQ(s.GetAt(6), 0);
-}
-
-TEST(CStringSearch, FindRulesAtTheEdges) {
-  CString s(u"a,b,,c");
+  s = CString(u"a,b,,c");
   EXPECT_EQ(s.Find(u','), 1);
   EXPECT_EQ(s.Find(u',', 2), 3);
   EXPECT_EQ(s.Find(u',', 6), -1);
@@ -56,7 +51,7 @@ TEST(CStringSearch, FindRulesAtTheEdges) {
   EXPECT_EQ(s.FindOneOf(CString(u"cb")), 2);
 }
 
-TEST(CStringEditing, ReplaceRemoveInsertDelete) {
+TEST(CStringEditing, ReplaceRemoveInsertDeleteCaseAndTrim) {
   CString s(u"aaaa");
   EXPECT_EQ(s.Replace(CString(u"aa"), CString(u"b")), 2);  // left to right, no overlap
   EXPECT_EQ(s, u"bb");
@@ -68,10 +63,8 @@ TEST(CStringEditing, ReplaceRemoveInsertDelete) {
   EXPECT_EQ(t, u"abc!");
   EXPECT_EQ(t.Delete(1, 99), 1);
   EXPECT_EQ(t, u"a");
-}
-
-TEST(CStringCase, SimpleCaseMappingUnitByUnit) {
-  CString s(u"Über STRASSE ǅ");
+  // Simple case mapping, unit by unit.
+  s = CString(u"Über STRASSE ǅ");
   s.MakeLower();
   EXPECT_EQ(s, u"über strasse ǆ");
   s.MakeUpper();
@@ -79,14 +72,11 @@ TEST(CStringCase, SimpleCaseMappingUnitByUnit) {
   EXPECT_EQ(CString(u"Über").CompareNoCase(CString(u"üBER")), 0);
   EXPECT_LT(CString(u"abc").CompareNoCase(CString(u"ABD")), 0);
   EXPECT_GT(CString(u"b").Compare(CString(u"a")), 0);
-}
-
-TEST(CStringTrim, CLocaleWhiteSpaceOnly) {
-  CString s(u"\t\v\f\r\n x \u00A0");
+  s = CString(u"\t\v\f\r\n x \u00A0");
   s.Trim();
   // No-break space is not white space in the C locale.
   EXPECT_EQ(s, u"x \u00A0");
-  CString t(u"--x--");
+  t = CString(u"--x--");
   t.Trim(u'-');
   EXPECT_EQ(t, u"x");
 }
