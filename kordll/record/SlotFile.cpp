@@ -327,6 +327,9 @@ int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
   uint64_t left = count;
   uint32_t done = 0;
   while (left > 0) {
+    // A change outside Begin and Commit that could not start (an old
+    // journal that would not undo) is tried again by the next write.
+    if (failed_ && depth_ == 0) ResetChangeLocked();
     if (!changing_) StartChangeLocked();
     if (failed_) return 0;
     const uint64_t index = offset / kPageSize;
@@ -358,7 +361,12 @@ int SlotFile::Flush() {
 
 int SlotFile::FlushLocked() {
   if (!open_) return 1;
-  if (failed_) return 0;
+  if (failed_) {
+    // Outside Begin and Commit the failed change ends here, so that the
+    // next write tries again.
+    if (depth_ == 0) ResetChangeLocked();
+    return 0;
+  }
   if (dirty_.empty()) return depth_ == 0 && changing_ ? (EndChangeLocked() ? 1 : 0) : 1;
   std::sort(dirty_.begin(), dirty_.end());
   // Runs of consecutive dirty pages, joined where one ends at the page's end

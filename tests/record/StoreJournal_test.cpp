@@ -107,6 +107,21 @@ TEST_F(StoreJournalTest, SameStoreUndoesAFailedSaveBeforeItsNextOne) {
   EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
 }
 
+TEST_F(StoreJournalTest, WriteAfterAnUndoThatFailedTriesAgain) {
+  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  ASSERT_EQ(1, Save(&db, kOld));
+  db.openDB(0);
+  faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
+  EXPECT_NE(1, Save(&db, kNew));
+  db.SetDBID(120, 1);  // the undo still fails: the header is not written
+  faults_.DisarmAll();
+  db.SetDBID(121, 1);
+  db.closeDB();
+  AZeusDB again(CString("/tmp"), "j", 10, 0);
+  EXPECT_EQ(121, again.GetDBID());
+  EXPECT_EQ(kOld, Title(&again));
+}
+
 TEST_F(StoreJournalTest, JournalThatCannotBeWrittenLeavesTheFileAsItWas) {
   AZeusDB db(CString("/tmp"), "j", 10, 0);
   ASSERT_EQ(1, Save(&db, kOld));
