@@ -209,6 +209,14 @@ CString Locations::GetDownloadFolder() {
   return BelowHome("Downloads/Tidrel Downloads");
 }
 
+CString Locations::GetAutostartFolder() {
+  CString root = AbsoluteVariable("KORDLL_ROOT");
+  if (!root.IsEmpty()) return Join(root, "autostart");
+  CString xdg = AbsoluteVariable("XDG_CONFIG_HOME");
+  if (!xdg.IsEmpty()) return Join(xdg, "autostart");
+  return BelowHome(".config/autostart");
+}
+
 CString Locations::GetProgramFolder() {
   State& s = GetState();
   std::lock_guard<std::mutex> l(s.mu);

@@ -46,6 +46,11 @@ class Locations {
   static CString GetProfileFolder();
   static CString GetDataRoot();
   static CString GetDownloadFolder();
+  // The desktop's per-user list of programs started at log-in: with
+  // $KORDLL_ROOT set, $KORDLL_ROOT/autostart (a sandboxed run never reaches
+  // the real desktop); otherwise $XDG_CONFIG_HOME/autostart, default
+  // ~/.config/autostart.
+  static CString GetAutostartFolder();
 
   // The program folder. SetProgramFolder is for the application and tests,
   // before start-up; an empty text goes back to the executable's folder.
