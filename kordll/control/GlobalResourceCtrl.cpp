@@ -13,6 +13,7 @@
 #include "kordll/control/TidrelManager.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/Clock.h"
+#include "kordll/platform/Locations.h"
 #include "kordll/platform/Registry.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/RegistryEntryPoints.h"
@@ -298,7 +299,8 @@ int GlobalResourceCtrl::DeRegisterResourceCtrl(ResourceController* controller) {
 }
 
 int GlobalResourceCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int* result) {
-  GlobalResourceCtrl* self = ValidInstance();
+  // Also once closed: the controllers take commands until the sweep.
+  GlobalResourceCtrl* self = Instance();
   if (self == nullptr || message == nullptr) return 0;
   int ignored = 0;
   if (result == nullptr) result = &ignored;
@@ -424,14 +426,39 @@ CString ReadUserString(const CString& key, const CString& name, uint32_t bufferB
   return CString(text);
 }
 
+// Replaces each "%NAME%" of text by the value of the environment variable
+// NAME; a name that has no value, and a "%" without its closing one, stay as
+// written.
+CString ExpandEnvironmentStrings(const CString& text) {
+  CString expanded;
+  int at = 0;
+  while (at < text.GetLength()) {
+    const int open = text.Find('%', at);
+    const int close = open < 0 ? -1 : text.Find('%', open + 1);
+    if (close < 0) break;
+    expanded += text.Mid(at, open - at);
+    const CString name = text.Mid(open + 1, close - open - 1);
+    const CString value =
+        name.IsEmpty() ? CString() : Locations::GetVariable(name.ToUtf8().c_str());
+    if (value.IsEmpty()) {
+      // Not a variable: its "%" stays, and the closing one may open the next.
+      expanded += text.Mid(open, close - open);
+      at = close;
+    } else {
+      expanded += value;
+      at = close + 1;
+    }
+  }
+  return expanded + text.Mid(at);
+}
+
 }  // namespace
 
 CString GlobalResourceCtrl::GetMyDocumentsFolder() {
   // 520 bytes of value; the expanded folder keeps at most 260 characters.
-  // No environment variable is known here, so a "%NAME%" stays as written.
-  CString folder =
+  CString folder = ExpandEnvironmentStrings(
       ReadUserString("Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
-                     "Personal", 520);
+                     "Personal", 520));
   return folder.GetLength() > 260 ? folder.Left(260) : folder;
 }
 

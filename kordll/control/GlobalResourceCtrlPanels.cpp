@@ -154,6 +154,11 @@ int GlobalResourceCtrl::Post(ResourceController* controller, int message, int ki
                              Focusable* record, CArray<Focusable*, Focusable*>* records) {
   const int id = controller->GetResourceControllerID();
   for (IIPanel* panel : ListenersOf(id)) {
+    {
+      // A panel that left meanwhile (on another thread) is not posted to.
+      CSingleLock hold(registryLock_);
+      if (!IsListening(id, panel)) continue;
+    }
     auto* note = new PANELVIEWMESSAGE();
     note->heapAllocated = 1;
     note->rcID = id;

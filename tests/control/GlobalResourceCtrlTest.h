@@ -59,12 +59,17 @@ struct Panel : IIPanel {
     if (onMessage) onMessage(message);
     return PANELVIEWMESSAGE::DeleteHeapMessage(m), 1;
   }
+  long PostPanelMessage(unsigned message, unsigned w, intptr_t l) override {
+    return ++posts, onPost ? onPost() : void(), IIPanel::PostPanelMessage(message, w, l);
+  }
   void AddRegisteredResource(int id) override { added.push_back(id); }
   int RemoveRegisteredResource(int id) override { return removed.push_back(id), 1; }
   std::mutex mutex;
   std::vector<std::vector<int>> heard;
   std::vector<int> added, removed;
   std::function<void(unsigned)> onMessage;
+  std::function<void()> onPost;
+  int posts = 0;
   PanelWnd wnd{this};
 };
 

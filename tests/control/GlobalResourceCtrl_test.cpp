@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kordll/platform/Locations.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/RegistryEntryPoints.h"
@@ -122,6 +123,9 @@ TEST_F(GlobalResourceCtrlTest, PanelsGetIdsListenOnceHearLoadedAndMayLeaveWhileT
   CArray<Focusable*, Focusable*> records{&record};
   EXPECT_EQ(G::PostRC2PanelMessage_Multi(c, 1056, 4, &records), 1);  // b has no window:
   EXPECT_EQ(record.GetReferenceCount(), 0);  // the message is ended here, its hold released
+  G::RegisterPanel(&a, 7, 0);
+  b.onPost = [&] { G::DeRegisterPanel(&a, 7); };  // a panel that left meanwhile gets no post
+  EXPECT_EQ(G::PostRC2PanelMessage(c, 1041, 3, nullptr) + a.posts * 10, 1);
 }
 
 TEST_F(GlobalResourceCtrlTest, CommandsGoToTheControllersInSlotOrderUntilOneHandlesIt) {
@@ -137,6 +141,9 @@ TEST_F(GlobalResourceCtrlTest, CommandsGoToTheControllersInSlotOrderUntilOneHand
   }
   EXPECT_EQ(result, 9);
   EXPECT_EQ(low->offered * 100 + high->offered * 10 + dynamic->offered, 220);
+  G::SetGlobalResourceClosed(1);  // closed, the controllers take commands until they are swept
+  command.message = 1;
+  EXPECT_EQ(G::InterpretGUICommand(&command, &result), 1);
 }
 
 TEST_F(GlobalResourceCtrlTest, ClearingClosesReservedControllersButThreeAndStartsAgain) {
@@ -184,6 +191,12 @@ TEST_F(GlobalResourceCtrlTest, TheBrowserChoiceIsReadAtOneKeyAndWrittenAtAnother
     marsek.WriteProfileString("", "UseGecko", text);
     EXPECT_EQ(G::UseGecko(), text[1] == 0 ? 1 : 0);
   }
+  CWinApp("Microsoft\\Windows\\CurrentVersion\\Explorer", "User Shell Folders")
+      .WriteProfileString("", "Personal", "%DOCS%/Docs %NONE%");
+  CWinApp::SetCurrent(&app_);
+  Locations::SetVariableForTesting("DOCS", CString("/home/ann"));
+  Locations::SetVariableForTesting("NONE", std::nullopt);  // unknown names stay as written
+  EXPECT_EQ(G::GetMyDocumentsFolder(), CString("/home/ann/Docs %NONE%"));
 }
 
 }  // namespace
