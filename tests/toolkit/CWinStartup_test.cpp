@@ -65,11 +65,6 @@ TEST_F(CWinStartupTest, RegistryValueAndEntryGoTogether) {
 }
 
 TEST_F(CWinStartupTest, TheRunningProgramWithItsSwitch) {
-  struct Probe : CWinStartup {
-    static int Path(unsigned short* b, int n) { return GetCurrentAppPath(nullptr, b, n); }
-  };
-  unsigned short small[4];
-  EXPECT_EQ(0, Probe::Path(small, 4));
   EXPECT_EQ(1, CWinStartup::AddApp(nullptr, "Marsek", CWinStartup::kAllUsers, 1));
   CString value = RunValue(RegHive::kLocalMachine, "Marsek").value_or("");
   EXPECT_EQ(CString(" /deskbar"), value.Right(9));
