@@ -161,7 +161,8 @@ class GlobalResourceCtrl {
   static int DeRegisterResourceCtrl(ResourceController* controller);
   // Offers the command to the controllers in slot order (the first 50 at
   // most), each reserved for its call; stops at the first that handles it.
-  // 1 when one did, else 0 (also for null message).
+  // Also once the registry is closed: the controllers stand until OnClear.
+  // 1 when one did, else 0 (also for null message or without a registry).
   static int InterpretGUICommand(PANELVIEWMESSAGE* message, int* result);
 
   // --- Databases --------------------------------------------------------
@@ -244,8 +245,9 @@ class GlobalResourceCtrl {
   // The program's folder; "" without a registry.
   static CString GetGlobalKorPath();
   static void SetGlobalKorPath(CString path);
-  // The user's documents folder from the shell's folder settings ("" when
-  // they are not there).
+  // The user's documents folder from the shell's folder settings, each
+  // "%NAME%" replaced by the environment variable's value ("" when the
+  // settings are not there).
   static CString GetMyDocumentsFolder();
   // Reading and writing the browser choice are deliberately not symmetric:
   // UseGecko reads the fixed key "Software\Marsek\Marsek" (1 only for the
