@@ -80,6 +80,10 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
       << out_;
   EXPECT_TRUE(Has("while closing, a sent change is dropped: yes")) << out_;
   EXPECT_TRUE(Has("every controller closed: yes")) << out_;
+  // Paths taken apart, and this program registered to start at log-in and removed.
+  EXPECT_TRUE(Has("from Marsek's folder: ..\\Tidrel\\tidrel.exe")) << out_;
+  EXPECT_TRUE(Has("in the autostart folder, both with /background: yes")) << out_;
+  EXPECT_TRUE(Has("removed, value and entry both gone: yes")) << out_;
   EXPECT_TRUE(Has("All steps done.")) << out_;
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));
