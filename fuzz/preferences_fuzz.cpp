@@ -165,11 +165,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     // A login from the input: refused unless it can name a folder, and
-    // then its folder lies inside the data root.
+    // then its folder lies inside the program folder.
     const int taken = prefs.SetUserLogin(login);
     const CString userFolder = kordll::UserPreferences::GetUserFolder(login);
     Check(taken == (Locations::IsUsableLoginName(login) ? 1 : 0));
-    Check(taken == 1 ? Locations::IsPathInside(Locations::GetDataRoot(), userFolder)
+    Check(taken == 1 ? Locations::IsPathInside(Locations::GetProgramFolder(), userFolder)
                      : userFolder.IsEmpty());
     if (taken == 1 && login.GetLength() < 200)
       Check(prefs.GetSection() == CString("User-") + login);

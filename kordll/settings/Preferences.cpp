@@ -73,12 +73,16 @@ std::vector<int> ParseOrdering(const CString& text) {
   return numbers;
 }
 
-int BitOf(int word, int mask) { return (std::max(word, 0) & mask) != 0 ? 1 : 0; }
+// An old bit word as it is read: -1 stands for a word never written, any
+// other negative word has the bits it shows.
+int Bits(int word) { return word == -1 ? 0 : word; }
+
+int BitOf(int word, int mask) { return (Bits(word) & mask) != 0 ? 1 : 0; }
 
 // The first of bits that word has, as that number; otherwise all when any
 // bit of all is set; otherwise 0.
 int FirstOrAll(int word, std::initializer_list<int> bits, int all) {
-  word = std::max(word, 0);
+  word = Bits(word);
   for (int bit : bits) {
     if (word & bit) return bit;
   }
@@ -87,7 +91,7 @@ int FirstOrAll(int word, std::initializer_list<int> bits, int all) {
 
 // 0, 1 or 2 for the first of three bits that word has; 0 for none.
 int StateOf(int word, int bit0, int bit1, int bit2) {
-  word = std::max(word, 0);
+  word = Bits(word);
   if (word & bit0) return 0;
   if (word & bit1) return 1;
   if (word & bit2) return 2;
@@ -371,9 +375,8 @@ int Preferences::LoadUserPreferences(UserPreferences* old) {
   SetValueStr(44, old->GetProxyPassword(), 1);
   SetValueStr(48, old->GetProxyServer(), 1);
   SetValueInt(49, old->GetProxyPort(), 1);
-  // A login date that was never stored is not written as one.
-  const COleDateTime lastLogin = old->GetFieldDate(UserPreferences::kLastLoginDate);
-  if (lastLogin.GetStatus() == COleDateTime::valid) SetValueDate(45, lastLogin, 1);
+  // A login date never stored is written as no date.
+  SetValueDate(45, old->GetFieldDate(UserPreferences::kLastLoginDate), 1);
   SetValueStr(46, old->GetSkinName(), 1);
   SetValueBOOL(47, old->IsBuildInSkin(), 1);
   SetValueInt(kTotalReadPostCount, old->GetFieldInt(UserPreferences::kReadPostCount), 1);

@@ -4,9 +4,10 @@
 // Stored form: for each definition, in term order,
 //   part1!part2!part3!term!first!default!title!id|
 // where "!" inside a text is written "&77889" and "|" "&77890"; an empty
-// part 2, term or title is written "_NOENTRY_" and read back as empty; an
-// empty part 3 is written "?" and read back as "?". Empty pieces between
-// separators are kept, so a definition with an empty part 1 survives.
+// part 2, term or title is written "_NOENTRY_" and read back as empty (a
+// definition without a term is dropped); an empty part 3 is written "?"
+// and read back as "?". Empty pieces between separators are kept, so a
+// definition with an empty part 1 survives.
 
 #include <algorithm>
 #include <climits>
@@ -100,16 +101,15 @@ void Preferences::LoadMySearchEngineDefinitions() {
           break;
       }
     }
-    // A definition without a term cannot be reached and is dropped, as is
-    // a second one under a term already taken.
-    if (engine->term.IsEmpty() || engines_.count(engine->term) != 0) continue;
-    SearchEngine* added = engine.get();
-    engines_[engine->term] = std::move(engine);
-    if (added->defaultFlag != 0) {
-      // One default only: a later one takes the flag from an earlier one.
-      if (defaultEngine_ != nullptr) defaultEngine_->defaultFlag = 0;
-      defaultEngine_ = added;
-    }
+    // A definition without a term cannot be reached and is dropped.
+    if (engine->term.IsEmpty()) continue;
+    // A term met again: the later definition takes the place of the
+    // earlier one, which stops being the default if it was.
+    std::unique_ptr<SearchEngine>& slot = engines_[engine->term];
+    if (slot != nullptr && slot.get() == defaultEngine_) defaultEngine_ = nullptr;
+    slot = std::move(engine);
+    // Flags are read as stored; the last flagged definition is the default.
+    if (slot->defaultFlag != 0) defaultEngine_ = slot.get();
   }
 }
 
@@ -170,8 +170,9 @@ int Preferences::SetDefaultWebSearchEngineDefinition(CString term) {
 int Preferences::AddWebSearchEngineDefinition(CString title, CString part1, CString part2,
                                               CString part3, CString term, int firstFlag) {
   EnsureSearchEngines();
-  // An empty term could not be read back.
-  if (term.IsEmpty() || engines_.count(term) != 0) return 0;
+  // An empty term is taken; the stored form cannot hold it, so the next
+  // load drops that definition.
+  if (engines_.count(term) != 0) return 0;
   int highest = 0;
   for (const auto& entry : engines_) highest = std::max(highest, entry.second->id);
   auto engine = std::make_unique<SearchEngine>();
@@ -192,7 +193,7 @@ int Preferences::UpdateWebSearchEngineDefinition(CString oldTerm, CString title,
                                                  int firstFlag, int defaultFlag) {
   EnsureSearchEngines();
   auto found = engines_.find(oldTerm);
-  if (found == engines_.end() || newTerm.IsEmpty()) return 0;
+  if (found == engines_.end()) return 0;
   // Moving onto another definition's term would lose that definition.
   if (newTerm != oldTerm && engines_.count(newTerm) != 0) return 0;
   std::unique_ptr<SearchEngine> engine = std::move(found->second);

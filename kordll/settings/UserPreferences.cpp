@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <vector>
 
+#include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/Locations.h"
 
@@ -110,7 +111,10 @@ CString UserPreferences::GetUserPassword() { return GetFieldString(kPassword, 0)
 
 CString UserPreferences::GetUserFolder(CString login) {
   if (!Locations::IsUsableLoginName(login)) return CString();
-  const CString root = Locations::GetDataRoot();
+  // The global path once the platform has set it, else the program folder
+  // it is set from.
+  CString root = GlobalResourceCtrl::GetGlobalKorPath();
+  if (root.IsEmpty()) root = Locations::GetProgramFolder();
   if (root.IsEmpty()) return CString();
   return Locations::Join(root, login);
 }
@@ -119,15 +123,16 @@ CString UserPreferences::GetUserFolder(CString login) {
 
 int UserPreferences::ReadBits(int field) { return GetFieldInt(field); }
 
-int UserPreferences::CheckBits(int field, int mask) {
-  int bits = ReadBits(field);
-  if (bits == -1) {
-    // Never written: it is stored as 0 from now on.
-    SetValueInt(field, 0, 1);
-    bits = 0;
-  }
-  return (bits & mask) != 0 ? 1 : 0;
+int UserPreferences::Word(int field) {
+  const int bits = ReadBits(field);
+  if (bits != -1) return bits;
+  // Never written: it is stored as 0 from now on. Any other negative word
+  // is read with the bits it has.
+  SetValueInt(field, 0, 1);
+  return 0;
 }
+
+int UserPreferences::CheckBits(int field, int mask) { return (Word(field) & mask) != 0 ? 1 : 0; }
 
 int UserPreferences::CheckGeneralState(int mask) { return CheckBits(kGeneralState, mask); }
 int UserPreferences::CheckUpdateBehaviour(int mask) { return CheckBits(kUpdateBehaviour, mask); }
@@ -186,7 +191,7 @@ void UserPreferences::SetRankingBehaviour(int set, int clear) {
 
 int UserPreferences::NotifLevel(int field) {
   const int level = GetFieldInt(field);
-  if (level > 0) return level;
+  if (level != 0) return level;
   SetValueInt(field, 5, 1);
   return 5;
 }
@@ -207,9 +212,8 @@ int UserPreferences::GetUserReadPerformance() {
 // --- Rank mode and ranking values ---------------------------------------------------
 
 int UserPreferences::GetRankMode() {
-  const int bits = std::max(ReadBits(kGeneralState), 0);
-  if (bits & 0x10) return 1;
-  if (bits & 0x20) return 2;
+  if (CheckGeneralState(0x10)) return 1;
+  if (CheckGeneralState(0x20)) return 2;
   return 0;
 }
 
@@ -224,7 +228,7 @@ void UserPreferences::SetRankMode(int mode) {
 }
 
 int UserPreferences::GetLinkCheckingAutoRankingValue() {
-  const int bits = std::max(ReadBits(kRankingBehaviour), 0);
+  const int bits = Word(kRankingBehaviour);
   const int mode = GetRankMode();
   if (!(bits & 0x3F) || mode == 0) return 0;
   const int first = FirstOf(bits, {0x1, 0x2, 0x8, 0x10});
@@ -247,7 +251,7 @@ int UserPreferences::GetLinkCheckingAutoRankingValue() {
 }
 
 int UserPreferences::GetReadingItemAutoRankingValue() {
-  const int bits = std::max(ReadBits(kRankingBehaviour), 0);
+  const int bits = Word(kRankingBehaviour);
   if (!(bits & 0xFC0) || GetRankMode() == 0) return 0;
   switch (FirstOf(bits, {0x40, 0x80, 0x200, 0x400})) {
     case 0x40:
@@ -264,7 +268,7 @@ int UserPreferences::GetReadingItemAutoRankingValue() {
 }
 
 int UserPreferences::IsAutoDeleteRankingValueValid(int rank) {
-  const int bits = std::max(ReadBits(kRankingBehaviour), 0);
+  const int bits = Word(kRankingBehaviour);
   const int mode = GetRankMode();
   if (!(bits & 0x1F000) || mode == 0) return 0;
   if (mode == 1) return ((bits & 0x4000) && (rank & 0x200)) ? 1 : 0;

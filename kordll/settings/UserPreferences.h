@@ -94,8 +94,9 @@ class UserPreferences : public Focusable {
   // UserPreferences also the running path, proxy and melody held in memory.
   void SetUserPreferences(Focusable* source);
   // The set-up of a new user: 20 socket threads, reading page size 10,
-  // notification levels 5, melody "Notify.wav", virtual channel updates
-  // notified, author and category updates not, always update automatically.
+  // notification levels 5, melody "Notify.wav", notification bits 0x2,
+  // 0x8000, 0x40, 0x400 and 0x8 (virtual channel updates notified; channel,
+  // author and category updates too), always update automatically.
   void InitUserPreferences();
   // Saves the record in its store; 1 on success.
   int SaveUserPreferences();
@@ -112,9 +113,10 @@ class UserPreferences : public Focusable {
   // The folder of the user's own files, held in memory only.
   CString GetUserRunningPath() const { return runningPath_; }
   void SetUserRunningPath(CString path) { runningPath_ = std::move(path); }
-  // <data root>/<login>, or "" for a login that may not name a folder (empty,
-  // "." or "..", or holding "/", "\", U+0000 or a control character), so
-  // that no login ever leads to a folder outside the data root.
+  // <global path>/<login> (the program folder until the platform sets the
+  // global path), or "" for a login that may not name a folder (empty, "."
+  // or "..", or holding "/", "\", U+0000 or a control character), so that
+  // no login ever leads to a folder outside that folder.
   static CString GetUserFolder(CString login);
 
   // --- Bit fields -------------------------------------------------------------
@@ -163,8 +165,7 @@ class UserPreferences : public Focusable {
   void SetStartupUpdateConditionPriority(int level) {
     SetValueInt(kStartupConditionPriority, level, 1);
   }
-  // The level of the field, 5 (written) when it holds 0 or was never
-  // written.
+  // The level of the field, 5 (written) when it holds 0.
   int GetChannelNotifPriorityLevel() { return NotifLevel(kChannelNotifLevel); }
   int GetCategoryNotifPriorityLevel() { return NotifLevel(kCategoryNotifLevel); }
   int GetAuthorNotifPriorityLevel() { return NotifLevel(kAuthorNotifLevel); }
@@ -224,6 +225,8 @@ class UserPreferences : public Focusable {
  private:
   // The field as a bit word; -1 means never written.
   int ReadBits(int field);
+  // The bit word, a field never written being stored as 0 first.
+  int Word(int field);
   int CheckBits(int field, int mask);
   // Sets or clears bit (clearing alsoClear when setting); writes only if
   // the word changes.

@@ -150,6 +150,19 @@ TEST_F(PreferencesTest, AnOlderRecordIsCarriedOver) {
   EXPECT_EQ(prefs.LoadUserPreferences(nullptr), 0);
 }
 
+TEST_F(PreferencesTest, CarryOverReadsEveryBitOfTheOldWordsAndWritesEveryTarget) {
+  Put("LastLoginDate", RegValue::String(S("03/04/06@05:06")));
+  UserPreferences old;  // never logged in
+  old.SetUserLogin(S("ann"));
+  old.SetValueInt(UserPreferences::kGeneralState, -2, 1);  // all bits but 0x1
+  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
+  ASSERT_EQ(prefs.LoadUserPreferences(&old), 1);
+  EXPECT_EQ(prefs.GetFieldInt(Preferences::kRankMode), 1);
+  EXPECT_EQ(prefs.GetFieldBool(10), 1);
+  EXPECT_EQ(prefs.GetFieldBool(8), 0);
+  EXPECT_NE(prefs.GetFieldDate(45).GetStatus(), COleDateTime::valid);
+}
+
 TEST_F(PreferencesTest, SearchEnginesSurviveTheirStoredForm) {
   {
     Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
@@ -186,6 +199,24 @@ TEST_F(PreferencesTest, SearchEnginesSurviveTheirStoredForm) {
   EXPECT_EQ(terms, std::vector<CString>{S("k")});
   EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("t"), S(), S(), S(), S("n"), 0), 1);
   EXPECT_EQ(prefs.GetWebSearchEngine_wID(1, p1, p2, p3), 1);
+  // An empty term is taken for this session and dropped by the next load.
+  EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("e"), S(), S(), S(), S(), 0), 1);
+  EXPECT_EQ(prefs.IsShurtcutInUse(S()), 1);
+  EXPECT_EQ(prefs.RemoveWebSearchEngineDefinition(S()), 1);
+  EXPECT_EQ(prefs.UpdateWebSearchEngineDefinition(S("n"), S("t"), S(), S(), S(), S(), 0, 0), 1);
+  prefs.LoadMySearchEngineDefinitions();
+  EXPECT_EQ(prefs.IsShurtcutInUse(S()) + prefs.IsShurtcutInUse(S("n")), 0);
+  // A term stored twice: the later definition takes its place; each stored
+  // default flag is read as stored, the last one is the default.
+  prefs.SetValueStr(Preferences::kMySearchEngineDefinitions,
+                    S("j!!?!j!0!1!J!1|a!!?!k!0!0!A!2|b!!?!k!0!1!B!3|"), 1);
+  prefs.LoadMySearchEngineDefinitions();
+  ASSERT_EQ(prefs.GetWebSearchEngineDefinition(S("k"), title, p1, p2, p3, first, isDefault), 1);
+  EXPECT_EQ(title, S("B"));
+  ASSERT_EQ(prefs.GetWebSearchEngineDefinition(S("j"), title, p1, p2, p3, first, isDefault), 1);
+  EXPECT_EQ(isDefault, 1);
+  ASSERT_EQ(prefs.GetDefaultWebSearchEngineDefinition(p1, p2, p3, first), 1);
+  EXPECT_EQ(p1, S("b"));
 }
 
 TEST_F(PreferencesTest, AccountsOrderingsAndTheNotificationSound) {

@@ -19,7 +19,7 @@ namespace {
 
 using S = CString;
 
-class UserPreferencesTest : public test::TempRootTest {
+class UserPreferencesTest : public test::TempRootWithProgramTest {
  protected:
   UserPreferencesTest() { KordllProcessAttach(); }
   GlobalRelationsCtrl catalogue_;
@@ -102,6 +102,20 @@ TEST_F(UserPreferencesTest, RankingValuesFollowTheRankMode) {
   EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x200), 0);
 }
 
+TEST_F(UserPreferencesTest, OnlyMinusOneMeansAWordNeverWritten) {
+  // -2 holds every bit but 0x1, and is read with them.
+  UserPreferences user;
+  user.SetValueInt(UserPreferences::kGeneralState, -2, 1);
+  user.SetValueInt(UserPreferences::kRankingBehaviour, -2, 1);
+  EXPECT_EQ(user.GetRankMode(), 1);
+  EXPECT_EQ(user.GetLinkCheckingAutoRankingValue(), 512);
+  EXPECT_EQ(user.GetReadingItemAutoRankingValue(), 256);
+  EXPECT_EQ(user.IsAutoDeleteRankingValueValid(0x200), 1);
+  // A notification level is replaced by 5 only when it holds 0.
+  user.SetValueInt(UserPreferences::kChannelNotifLevel, -3, 1);
+  EXPECT_EQ(user.GetChannelNotifPriorityLevel(), -3);
+}
+
 TEST_F(UserPreferencesTest, MelodyAndProxyShareOnePackedField) {
   UserPreferences user;
   user.SetProxyServer(S("proxy.example"), 3128, S(), S("pw|x"));
@@ -175,8 +189,10 @@ TEST_F(UserPreferencesTest, ALoginThatCannotNameAFolderIsRefused) {
     EXPECT_EQ(user.SetUserLogin(login), 0) << login.ToUtf8();
   }
   EXPECT_EQ(user.GetUserLogin(), S());
-  EXPECT_EQ(UserPreferences::GetUserFolder(S("ann")), root_.DataRoot() + S("/ann"));
-  EXPECT_EQ(UserPreferences::GetUserFolder(S("Jürgen ..x")), root_.DataRoot() + S("/Jürgen ..x"));
+  // User folders lie below the program folder, beside the plug-ins.
+  EXPECT_EQ(UserPreferences::GetUserFolder(S("ann")), root_.ProgramFolder() + S("/ann"));
+  EXPECT_EQ(UserPreferences::GetUserFolder(S("Jürgen ..x")),
+            root_.ProgramFolder() + S("/Jürgen ..x"));
 }
 
 }  // namespace
