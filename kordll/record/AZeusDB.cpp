@@ -176,7 +176,10 @@ void AZeusDB::deleteDB() {
 }
 
 void AZeusDB::renameDB(CString name, CString directory) {
+  // No save or header write is under way while the file moves.
+  CSingleLock sl(slot_lock_);
   CSingleLock ol(open_lock_);
+  CSingleLock hl(header_lock_);
   // A name that would leave the folder is refused: nothing moves.
   if (!KdbFormat::IsSafeName(name.view())) {
     setError(kErrRead);
@@ -190,7 +193,9 @@ void AZeusDB::renameDB(CString name, CString directory) {
   // move (the target taken, say) leaves the old file where it was, and the
   // next open makes a new one at the new path.
   // A file under a refused name was never made, so there is nothing to move.
-  if (!bad_name_) FileSystem::MoveFile(path_, target);
+  // What a change cut off earlier left beside the file is undone first (or
+  // goes along with it), so that it never applies to another file.
+  if (!bad_name_) file_->MoveTo(path_, target);
   path_ = target;
   bad_name_ = false;
 }
@@ -198,6 +203,8 @@ void AZeusDB::renameDB(CString name, CString directory) {
 CString AZeusDB::GetDBFile() { return name_; }
 
 void AZeusDB::SetFlushToDisk(int flushToDisk) { file_->SetFlushToDisk(flushToDisk != 0); }
+
+void AZeusDB::SetJournal(int on) { file_->SetJournal(on != 0); }
 
 int AZeusDB::GetDBID() {
   {

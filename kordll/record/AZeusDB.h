@@ -126,6 +126,8 @@ class AZeusDB {
   // every later operation fails with error 14.
   void deleteDB();
   // Moves the file to directory + "//" + name + ".kdb" and keeps that path.
+  // A journal left beside the file by a change cut off earlier is undone
+  // first; one that cannot be undone moves along with the file.
   void renameDB(CString name, CString directory);
   // Recreates the file empty (header only). The sub-tables in memory are
   // dropped; the open count is left as it was.
@@ -170,13 +172,22 @@ class AZeusDB {
   // units; an empty result if the conversion fails. A null text gives "".
   static void ConvertCharToWString(char* text, std::u16string& out);
 
-  // Every save, delete and header write is one change of the file: if it is
-  // cut off (the process killed, a write failing), it is undone, at the
-  // latest when the file is next opened, through a journal beside the file
-  // (the file's name with "-journal" added). When a save returns, its bytes
-  // are written to the operating system. With flushToDisk not 0, each change
-  // also waits until the disk holds it, so that it survives a power loss;
-  // this costs time and is off by default.
+  // The rollback journal, the application's choice: off (0) by default.
+  // Without it a save or delete that stops half way (a write failing, the
+  // process killed) leaves the file as far as it got: the slots it reached
+  // carry its bytes, and the next save of the record takes the chain up
+  // from there. With it on, every save, delete and header write is one
+  // change of the file: a change that is cut off is undone, at once or at
+  // the latest when the file is next opened, through a journal beside the
+  // file (its name with "-journal" added), so that a record saved again and
+  // interrupted reads back as the save before. A journal left beside the
+  // file is undone at its opening (and before renameDB moves it) whatever
+  // the setting. Takes effect from the next change on.
+  void SetJournal(int on);
+  // With the journal on: when a save returns, its bytes are written to the
+  // operating system; with flushToDisk not 0, each change also waits until
+  // the disk holds it, so that it survives a power loss. This costs time
+  // and is off by default. Without the journal it has no effect.
   void SetFlushToDisk(int flushToDisk);
 
   // Diagnostics for tests and tools; they take the lock of what they read.

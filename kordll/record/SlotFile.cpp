@@ -5,6 +5,8 @@
 #include <set>
 #include <string>
 
+#include "kordll/platform/FileSystem.h"
+
 namespace kordll {
 
 namespace {
@@ -337,7 +339,8 @@ int SlotFile::WriteAt(uint64_t offset, const void* buffer, uint32_t count) {
     const uint64_t n = std::min<uint64_t>(left, kPageSize - in_page);
     // A page of the old file written for the first time in this change has
     // its old bytes journaled before the page goes out.
-    if (static_cast<int64_t>(index * kPageSize) < change_size_ && journaled_.count(index) == 0) {
+    if (journal_on_ && static_cast<int64_t>(index * kPageSize) < change_size_ &&
+        journaled_.count(index) == 0) {
       captured_.insert(index);
     }
     Page* page = GetPage(index, in_page == 0 && n == kPageSize);
@@ -463,9 +466,49 @@ void SlotFile::SetFlushToDisk(bool on) {
   to_disk_ = on;
 }
 
+void SlotFile::SetJournal(bool on) {
+  std::lock_guard<std::mutex> lock(mu_);
+  journal_wanted_ = on;
+}
+
+int SlotFile::MoveTo(const CString& from, const CString& target) {
+  std::lock_guard<std::mutex> lock(mu_);
+  // What a change cut off earlier left is undone before the file moves, by
+  // the open handle or by one of its own.
+  if (StoreJournal::Exists(from) && !IsChanging(from)) {
+    if (open_ && writable_ && path_ == from) {
+      RecoverLocked();
+    } else {
+      WinFile undo;
+      if (undo.Open(from, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                    OPEN_EXISTING)) {
+        const bool undone = StoreJournal::Recover(from, &undo, to_disk_, nullptr) != 0;
+        undo.Close();
+        if (undone && open_ && path_ == from) {
+          // The open (read-only) handle reads the file as it is now.
+          hot_ = false;
+          DropCacheLocked();
+          disk_size_ = std::max<int64_t>(0, file_.GetFileSize());
+          size_ = disk_size_;
+        }
+      }
+    }
+  }
+  if (!FileSystem::MoveFile(from, target)) return 0;
+  // A journal at the new place without its file is stale: it must not undo
+  // anything of this one. One that could not be undone here goes along.
+  StoreJournal::Discard(target);
+  if (StoreJournal::Exists(from) && !IsChanging(from)) {
+    FileSystem::MoveFile(StoreJournal::PathFor(from), StoreJournal::PathFor(target));
+  }
+  if (open_ && path_ == from) path_ = target;
+  return 1;
+}
+
 void SlotFile::StartChangeLocked() {
   changing_ = true;
   failed_ = false;
+  journal_on_ = journal_wanted_;
   // A journal that an earlier change could not undo is undone first; while
   // it stays, nothing may be written.
   if (hot_ && !RecoverLocked()) failed_ = true;
@@ -473,8 +516,11 @@ void SlotFile::StartChangeLocked() {
 }
 
 bool SlotFile::JournalLocked() {
-  // A file that was empty has nothing to keep.
-  if (change_size_ <= 0) return true;
+  // Without the journal, and for a file that was empty, nothing is kept.
+  if (!journal_on_ || change_size_ <= 0) {
+    captured_.clear();
+    return true;
+  }
   const bool started = journal_ != nullptr && journal_->Started();
   if (started && captured_.empty()) return true;
   // The file still holds the old bytes of these pages: nothing of them has

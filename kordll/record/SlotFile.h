@@ -16,15 +16,18 @@
 // is open and is bounded (kMaxCachedBytes); it assumes that nobody else
 // writes the file meanwhile, as the stores assume one writer.
 //
-// Changes are undone as a whole when they do not complete. Every Flush is a
-// change of its own, unless the store groups what it writes between Begin()
-// and Commit() into one (a save with all its slots and marks): before bytes
-// of the file are overwritten, their old contents go to a rollback journal
-// beside the file (see StoreJournal.h), which Commit removes. A change that
-// fails half way is undone at once from the journal, and the rest of its
-// writes are refused until Commit, which then answers 0; a change that was
-// cut off (the process killed) is undone when the file is next opened. A
-// file that was empty when a change began is not journaled.
+// Every Flush is a change of its own, unless the store groups what it writes
+// between Begin() and Commit() into one (a save with all its slots and
+// marks). A change that fails half way refuses the rest of its writes until
+// Commit, which then answers 0. By default that is all: the file keeps what
+// reached it. With SetJournal on, changes are also undone as a whole when
+// they do not complete: before bytes of the file are overwritten, their old
+// contents go to a rollback journal beside the file (see StoreJournal.h),
+// which Commit removes; a change that fails half way is undone at once from
+// the journal, and one that was cut off (the process killed) is undone when
+// the file is next opened. A file that was empty when a change began is not
+// journaled. A journal found beside the file when it is opened (left by a
+// run that had the journal on) is undone whatever the setting.
 //
 // Thread safety: every member is internally locked. Offsets are explicit,
 // so no caller depends on a shared position.
@@ -95,10 +98,21 @@ class SlotFile {
   // it did not reach the file (it is then undone, as far as the journal
   // could be written back).
   int Commit();
-  // With on set, each change also waits for the disk (the journal before
-  // the file is written, the file before the journal goes), for a power
-  // loss; off by default: the operating system holds what was handed to it.
+  // With on set, changes from the next one on are journaled; off by
+  // default.
+  void SetJournal(bool on);
+  // With on set, each journaled change also waits for the disk (the journal
+  // before the file is written, the file before the journal goes), for a
+  // power loss; off by default: the operating system holds what was handed
+  // to it. Without the journal it has no effect.
   void SetFlushToDisk(bool on);
+  // Moves the file from (its path) to target (the database is renamed), with what a change
+  // cut off earlier left beside it: that is undone first, and a journal
+  // that cannot be undone goes along with the file, to be undone at the
+  // next opening there. The open file, if any, goes on under the new name.
+  // Returns 1, or 0 when the file did not move. REQUIRES: no change under
+  // way (the caller holds the store's locks).
+  int MoveTo(const CString& from, const CString& target);
 
  private:
   struct Page {
@@ -162,11 +176,13 @@ class SlotFile {
   // The change under way.
   CString path_;
   bool to_disk_ = false;
-  int depth_ = 0;            // Begin calls without their Commit
-  bool changing_ = false;    // written since the change began
-  bool failed_ = false;      // the change failed and was undone: writes refused
-  bool hot_ = false;         // a journal that could not be undone lies beside the file
-  int64_t change_size_ = 0;  // the file's size when the change began
+  bool journal_wanted_ = false;  // SetJournal; taken up when a change starts
+  bool journal_on_ = false;      // the change under way is journaled
+  int depth_ = 0;                // Begin calls without their Commit
+  bool changing_ = false;        // written since the change began
+  bool failed_ = false;          // the change failed and was undone: writes refused
+  bool hot_ = false;             // a journal that could not be undone lies beside the file
+  int64_t change_size_ = 0;      // the file's size when the change began
   std::unique_ptr<StoreJournal> journal_;
   // Pages of the old file written in this change whose old bytes are not
   // journaled yet, and the old bytes of those that are.

@@ -158,6 +158,11 @@ void StringDB::SetFlushToDisk(int flushToDisk) {
   file_->SetFlushToDisk(flushToDisk != 0);
 }
 
+void StringDB::SetJournal(int on) {
+  CSingleLock lock(lock_);
+  file_->SetJournal(on != 0);
+}
+
 int StringDB::GetTotalSlotCount() {
   CSingleLock lock(lock_);
   return slot_count_;

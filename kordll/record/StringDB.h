@@ -85,13 +85,20 @@ class StringDB {
   // UTF-8 (code page 65001) to 16-bit units; invalid bytes become U+FFFD.
   static void ConvertCharToWString(char const* text, std::u16string& out);
 
-  // Every write, delete and growth is one change of the file: if it is
-  // cut off (the process killed, a write failing), it is undone, at the
-  // latest when the file is next opened, through a journal beside the file
-  // (the file's name with "-journal" added). When a save returns, its bytes
-  // are written to the operating system. With flushToDisk not 0, each change
-  // also waits until the disk holds it, so that it survives a power loss;
-  // this costs time and is off by default.
+  // The rollback journal, the application's choice: off (0) by default.
+  // Without it a write that stops half way (a write failing, the process
+  // killed) leaves the chain as far as it got. With it on, every write,
+  // delete and growth is one change of the file: a change that is cut off
+  // is undone, at once or at the latest when the file is next opened,
+  // through a journal beside the file (its name with "-journal" added), so
+  // that a text written again and interrupted reads back as the write
+  // before. A journal left beside the file is undone at its opening
+  // whatever the setting. Takes effect from the next change on.
+  void SetJournal(int on);
+  // With the journal on: when a write returns, its bytes are written to the
+  // operating system; with flushToDisk not 0, each change also waits until
+  // the disk holds it, so that it survives a power loss. This costs time
+  // and is off by default. Without the journal it has no effect.
   void SetFlushToDisk(int flushToDisk);
   // Diagnostics for tests and tools.
   int GetSlotDataSize();

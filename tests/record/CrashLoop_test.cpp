@@ -1,4 +1,5 @@
-// Both stores killed at random moments while they save: a child process
+// Both stores, with their journal on, killed at random moments while they
+// save: a child process
 // saves and re-saves records and texts of changing length (chains that grow
 // and shrink), reporting each save before it starts and after it returned;
 // the parent kills it with SIGKILL after a random number of reports, opens
@@ -57,6 +58,8 @@ struct Report {
   std::mt19937 random(seed);
   AZeusDB db(dir, "crash", 10, 0);
   StringDB texts(dir, "crash", 30, 4);
+  db.SetJournal(1);
+  texts.SetJournal(1);
   db.openDB(0);
   texts.openDB(0);
   for (;;) {
@@ -141,6 +144,8 @@ TEST(CrashLoopTest, EverySaveReadsBackAfterAKillAtAnyMoment) {
     // Opening undoes what the kill cut off.
     AZeusDB db(dir, "crash", 10, 0);
     StringDB texts(dir, "crash", 30, 4);
+    db.SetJournal(1);
+    texts.SetJournal(1);
     db.openDB(0);
     texts.openDB(0);
     std::string kdb, sdb;

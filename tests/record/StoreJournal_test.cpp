@@ -1,4 +1,5 @@
-// The rollback journal of the stores (the record file here; the crash loop
+// The rollback journal of the stores, when the application turns it on (the
+// record file here; the crash loop
 // test kills both stores), on files in memory: a save that the disk cuts off
 // half way is undone (also when undoing it had to wait for the next
 // opening), a journal that cannot be written keeps the file as it was,
@@ -24,6 +25,11 @@ using Fault = test::FaultEnv;
 
 const std::string kOld(60, 'o');  // over many slots
 const std::string kNew = std::string(25, 'n') + "new";
+
+// A record file with its journal on.
+struct JournaledDB : AZeusDB {
+  explicit JournaledDB(const char* name) : AZeusDB(CString("/tmp"), name, 10, 0) { SetJournal(1); }
+};
 
 class StoreJournalTest : public ::testing::Test {
  protected:
@@ -66,14 +72,14 @@ class StoreJournalTest : public ::testing::Test {
 
 TEST_F(StoreJournalTest, SaveCutOffHalfWayIsUndoneAtTheNextOpening) {
   {
-    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    JournaledDB db("j");
     ASSERT_EQ(1, Save(&db, kOld));
   }
   const std::string before = Bytes("j.kdb");
   {
     // The journal goes out whole; the writes of the save and of its undo
     // stop half way, as if the process had been killed there.
-    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    JournaledDB db("j");
     faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
     EXPECT_NE(1, Save(&db, kNew));
     EXPECT_EQ(1, need_to_save_);
@@ -84,7 +90,7 @@ TEST_F(StoreJournalTest, SaveCutOffHalfWayIsUndoneAtTheNextOpening) {
   std::string garbled = Bytes("j.kdb");
   garbled.replace(1100, 900, 900, 'x');
   ASSERT_EQ(1, FileSystem::WriteWholeFile(CString("/tmp/j.kdb"), garbled + "tail"));
-  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  JournaledDB db("j");
   EXPECT_EQ(kOld, Title(&db));
   EXPECT_EQ(before, Bytes("j.kdb"));
   EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
@@ -92,8 +98,52 @@ TEST_F(StoreJournalTest, SaveCutOffHalfWayIsUndoneAtTheNextOpening) {
   EXPECT_EQ(kNew, Title(&db));
 }
 
-TEST_F(StoreJournalTest, SameStoreUndoesAFailedSaveBeforeItsNextOne) {
+// Without the journal (the default) nothing is kept beside the file, and a
+// save that stops half way leaves the chain as far as it got: the front
+// slots hold the new text, the slots behind still the old. Saving again
+// completes it.
+TEST_F(StoreJournalTest, ByDefaultAFailedSaveStopsWhereItGot) {
   AZeusDB db(CString("/tmp"), "j", 10, 0);
+  faults_.Arm(Fault::kOpen, 0, Fault::kForever, "-journal");
+  ASSERT_EQ(1, Save(&db, kOld));
+  EXPECT_EQ(1, Save(&db, kOld + "!"));
+  EXPECT_EQ(0, faults_.Injected(Fault::kOpen));
+  faults_.Arm(Fault::kShortWrite, 0, Fault::kForever);
+  EXPECT_NE(1, Save(&db, kNew));
+  EXPECT_EQ(1, need_to_save_);
+  faults_.DisarmAll();
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  // The front slots reached the file, the old tail behind them did not.
+  EXPECT_EQ(kNew, Title(&db));
+  EXPECT_NE(std::string::npos, Bytes("j.kdb").find("oooo!"));
+  EXPECT_EQ(1, Save(&db, kNew));
+  EXPECT_EQ(std::string::npos, Bytes("j.kdb").find("oooo!"));
+  EXPECT_EQ(kNew, Title(&db));
+}
+
+// Renaming undoes what a cut-off save left, so that the journal never
+// applies to another file; a journal without its file at the new place is
+// dropped.
+TEST_F(StoreJournalTest, RenameUndoesALeftoverJournalFirst) {
+  {
+    JournaledDB db("j");
+    ASSERT_EQ(1, Save(&db, kOld));
+    faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
+    EXPECT_NE(1, Save(&db, kNew));
+  }
+  faults_.DisarmAll();
+  ASSERT_TRUE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(CString("/tmp/k.kdb-journal"), "stale"));
+  JournaledDB db("j");
+  db.renameDB(CString("k"), CString("/tmp"));
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
+  EXPECT_FALSE(FileSystem::Exists(CString("/tmp/k.kdb-journal")));
+  AZeusDB moved(CString("/tmp"), "k", 10, 0);
+  EXPECT_EQ(kOld, Title(&moved));
+}
+
+TEST_F(StoreJournalTest, SameStoreUndoesAFailedSaveBeforeItsNextOne) {
+  JournaledDB db("j");
   ASSERT_EQ(1, Save(&db, kOld));
   db.openDB(0);  // the file stays open: no opening can undo it
   const std::string before = Bytes("j.kdb");
@@ -108,7 +158,7 @@ TEST_F(StoreJournalTest, SameStoreUndoesAFailedSaveBeforeItsNextOne) {
 }
 
 TEST_F(StoreJournalTest, WriteAfterAnUndoThatFailedTriesAgain) {
-  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  JournaledDB db("j");
   ASSERT_EQ(1, Save(&db, kOld));
   db.openDB(0);
   faults_.Arm(Fault::kShortWrite, 1, Fault::kForever);
@@ -117,13 +167,13 @@ TEST_F(StoreJournalTest, WriteAfterAnUndoThatFailedTriesAgain) {
   faults_.DisarmAll();
   db.SetDBID(121, 1);
   db.closeDB();
-  AZeusDB again(CString("/tmp"), "j", 10, 0);
+  JournaledDB again("j");
   EXPECT_EQ(121, again.GetDBID());
   EXPECT_EQ(kOld, Title(&again));
 }
 
 TEST_F(StoreJournalTest, JournalThatCannotBeWrittenLeavesTheFileAsItWas) {
-  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  JournaledDB db("j");
   ASSERT_EQ(1, Save(&db, kOld));
   const std::string before = Bytes("j.kdb");
   for (Fault::Kind kind : {Fault::kOpen, Fault::kWrite, Fault::kShortWrite}) {
@@ -142,7 +192,7 @@ TEST_F(StoreJournalTest, JournalThatCannotBeWrittenLeavesTheFileAsItWas) {
 
 TEST_F(StoreJournalTest, JournalThatCannotBeRemovedIsEmptied) {
   {
-    AZeusDB db(CString("/tmp"), "j", 10, 0);
+    JournaledDB db("j");
     ASSERT_EQ(1, Save(&db, kOld));
     faults_.Arm(Fault::kDelete, 0, Fault::kForever, "-journal");
     EXPECT_EQ(1, Save(&db, kNew));
@@ -150,13 +200,13 @@ TEST_F(StoreJournalTest, JournalThatCannotBeRemovedIsEmptied) {
   }
   EXPECT_EQ("", Bytes("j.kdb-journal"));
   faults_.DisarmAll();
-  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  JournaledDB db("j");
   EXPECT_EQ(kNew, Title(&db));
   EXPECT_FALSE(FileSystem::Exists(CString("/tmp/j.kdb-journal")));
 }
 
 TEST_F(StoreJournalTest, WaitingForTheDiskIsTheApplicationsChoice) {
-  AZeusDB db(CString("/tmp"), "j", 10, 0);
+  JournaledDB db("j");
   ASSERT_EQ(1, Save(&db, kOld));
   faults_.Arm(Fault::kFlush, 0, Fault::kForever);
   EXPECT_EQ(1, Save(&db, kNew));  // by default nothing waits for the disk
