@@ -25,10 +25,11 @@ CString UpToNul(const CString& text) {
   return nul < 0 ? text : text.Left(nul);
 }
 
-// The position of the first blank outside double quotes, or -1.
-int FirstUnquotedBlank(const CString& text) {
+// The position of the first blank outside double quotes from `start` on,
+// or -1.
+int FirstUnquotedBlank(const CString& text, int start = 0) {
   bool quoted = false;
-  for (int i = 0; i < text.GetLength(); ++i) {
+  for (int i = start; i < text.GetLength(); ++i) {
     if (text[i] == u'"') quoted = !quoted;
     if (!quoted && IsBlank(text[i])) return i;
   }
@@ -312,16 +313,16 @@ CString CPath::GetExtName() const { return ext_; }
 void CPath::FillArgArray() const {
   if (args_filled_) return;
   arg_list_.clear();
-  CString rest = args_;
-  while (!rest.IsEmpty()) {
-    int start = 0;
-    while (start < rest.GetLength() && IsBlank(rest[start])) ++start;
-    rest = rest.Mid(start);
-    if (rest.IsEmpty()) break;
-    int end = FirstUnquotedBlank(rest);
+  const int length = args_.GetLength();
+  int start = 0;
+  while (start < length) {
+    while (start < length && IsBlank(args_[start])) ++start;
+    if (start >= length) break;
+    int end = FirstUnquotedBlank(args_, start);
+    if (end < 0) end = length;
     Argument arg;
-    arg.text = end < 0 ? rest : rest.Left(end);
-    rest = end < 0 ? CString() : rest.Mid(end);
+    arg.text = args_.Mid(start, end - start);
+    start = end;
     arg.flag = 0;
     if (arg.text.GetLength() >= 2 && (arg.text[0] == u'/' || arg.text[0] == u'-')) {
       arg.flag = arg.text[0];

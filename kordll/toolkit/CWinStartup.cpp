@@ -81,6 +81,7 @@ std::string ExecLine(const CString& command) {
     CString candidate;
     for (size_t i = 0; i < words.size(); ++i) {
       candidate += (i > 0 ? " " : "") + words[i];
+      if (candidate.GetLength() > kMaxProgramPath) break;  // no file has a longer name
       if (FileSystem::IsFile(CPath::ToSystemPath(candidate))) {
         program_words = i + 1;
         break;
