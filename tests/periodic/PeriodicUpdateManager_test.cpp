@@ -1,0 +1,262 @@
+// The scheduler on its own thread, driven by the test's clock: runs formed
+// at the heartbeat, calls per interval, batches, removal, items that go away
+// while pending, closing during a pass, and the timer table.
+
+#include "kordll/periodic/PeriodicUpdateManager.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "kordll/platform/TimerTable.h"
+#include "kordll/record/FocusableLink.h"
+#include "tests/control/GlobalResourceCtrlTest.h"
+
+namespace kordll {
+namespace {
+
+using G = GlobalResourceCtrl;
+using P = PeriodicUpdateManager;
+using Clock = std::chrono::steady_clock;
+
+// Every PerformMaintenance call, as "<name><kind>", and whether it came on
+// the scheduler thread.
+struct Log {
+  void Note(const std::string& name, int kind) {
+    std::lock_guard<std::mutex> hold(mu);
+    calls.push_back(name + std::to_string(kind));
+    offThread += AfxGetThread() != P::GetPeriodicUpdateManager() ? 1 : 0;
+  }
+  std::vector<std::string> Take() {
+    std::lock_guard<std::mutex> hold(mu);
+    return std::exchange(calls, {});
+  }
+  std::mutex mu;
+  std::vector<std::string> calls;
+  int offThread = 0;
+};
+Log g_log;
+
+struct Rec : Focusable {
+  explicit Rec(std::string n, bool held = true) : Focusable(4, nullptr), name(std::move(n)) {
+    if (held) ReserveHeader(99);
+  }
+  void PerformMaintenance(int kind) override {
+    g_log.Note(name, kind);
+    if (hook) hook();
+  }
+  std::string name;
+  std::function<void()> hook;
+};
+
+struct Job : test::Ctrl {
+  Job(int id, std::string n) : Ctrl(id), name(std::move(n)) {}
+  void PerformMaintenance(int kind) override {
+    g_log.Note(name, kind);
+    if (hook) hook(kind);
+  }
+  std::string name;
+  std::function<void(int)> hook;
+};
+
+template <class F>
+bool Until(F done) {
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  while (!done() && Clock::now() < deadline) std::this_thread::yield();
+  return done();
+}
+
+class PeriodicTest : public test::RegistryTest {
+ protected:
+  PeriodicTest() {
+    g_log.Take(), g_log.offThread = 0;
+    P::Start();
+    m_ = P::GetPeriodicUpdateManager();
+    Drain();
+  }
+  ~PeriodicTest() override { Stop(); }
+  // Returns once the scheduler has handled every message queued before:
+  // a timer message of a timer it does not know makes it end that timer.
+  void Drain() {
+    const unsigned probe = SetTimer(m_, INT_MAX);
+    m_->PostThreadMessage(kMsgTimer, probe, 0);
+    ASSERT_TRUE(Until([&] { return TimerTable::Instance().PeriodOf(probe) == 0; }));
+  }
+  void Step(int64_t ms) { clock_.Advance(ms), Drain(); }
+  // Log-off's order; returns once the thread has ended.
+  void Stop() {
+    if (m_ == nullptr) return;
+    const unsigned thread = m_->GetThreadId();
+    G::DeRegisterResourceCtrl(m_), m_->StartClosingResourceCtrl(), m_->CloseResourceCtrl();
+    m_ = nullptr;
+    EXPECT_TRUE(Until([&] { return MessageQueue::FromThreadId(thread) == nullptr; }));
+  }
+  P* m_;
+  Rec a_{"A"}, b_{"B"};
+};
+
+using Calls = std::vector<std::string>;
+
+TEST_F(PeriodicTest, EachPairIsServedOnceAtItsIntervalOnTheSchedulerThread) {
+  Job* c = new Job(20, "C");
+  FocusableLink link(&a_);
+  P::AddMaintenanceItem(&a_, 2, 1);
+  P::AddMaintenanceItem(&a_, 2, 1);  // the same pair: served once
+  P::AddMaintenanceItem(&a_, 2, 2);
+  P::AddMaintenanceItem(&link, 2, 9);  // a link serves its target
+  P::AddMaintenanceItem(&b_, 5, 1);
+  P::AddMaintenanceRCItem(c, 2, 3);
+  P::AddMaintenanceRCItem(c, 7, 3);  // the first registration of a pair wins
+  Step(99);
+  Step(1);  // the heartbeat forms the runs; nothing is called at once
+  EXPECT_EQ(g_log.Take(), Calls{});
+  Step(1999);
+  EXPECT_EQ(g_log.Take(), Calls{});
+  Step(1);
+  EXPECT_EQ(g_log.Take(), (Calls{"A1", "A2", "A9", "C3"}));
+  Step(2000);
+  EXPECT_EQ(g_log.Take(), (Calls{"A1", "A2", "A9", "C3"}));
+  Step(1000);  // 5 s after the heartbeat
+  EXPECT_EQ(g_log.Take(), (Calls{"B1"}));
+  EXPECT_EQ(g_log.offThread, 0);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&link, 9), 1);
+}
+
+TEST_F(PeriodicTest, AHundredItemsOfOneIntervalFormFourRunsAHeartbeatApart) {
+  std::vector<std::unique_ptr<Rec>> recs;
+  const int timers = TimerTable::Instance().Count();
+  for (int i = 0; i < 100; ++i) {
+    recs.push_back(std::make_unique<Rec>("r")), P::AddMaintenanceItem(recs.back().get(), 1, 0);
+  }
+  for (int beat = 1; beat <= 5; ++beat) {
+    Step(100);
+    EXPECT_EQ(TimerTable::Instance().Count() - timers, std::min(beat, 4)) << beat;
+  }
+  Step(600);  // one second after the first heartbeat
+  for (size_t served : {31u, 31u, 31u, 7u}) {
+    EXPECT_EQ(g_log.Take().size(), served);
+    Step(100);
+  }
+  Stop();  // before the records go
+}
+
+TEST_F(PeriodicTest, RemovingFindsOnlyRunsAndTheLastPairEndsTheRunsTimer) {
+  Job* c = new Job(21, "C");
+  P::AddMaintenanceItem(&a_, 1, 1);
+  P::AddMaintenanceItem(&b_, 1, 1);
+  P::AddMaintenanceRCItem(c, 1, 1);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 0);  // still pending
+  EXPECT_EQ(P::RemoveMaintenanceRCItem(c, 1), 1);  // pending controllers are found
+  P::AddMaintenanceRCItem(c, 1, 1);                // and their pair stays known
+  const int timers = TimerTable::Instance().Count();
+  Step(100);
+  EXPECT_EQ(TimerTable::Instance().Count(), timers + 1);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 1);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 0);
+  Step(1000);
+  EXPECT_EQ(g_log.Take(), (Calls{"B1"}));
+  EXPECT_EQ(P::RemoveMaintenanceItem(&b_, 1), 1);
+  EXPECT_EQ(TimerTable::Instance().Count(), timers);
+  Step(1000);
+  EXPECT_EQ(g_log.Take(), Calls{});
+}
+
+TEST_F(PeriodicTest, ARemovalDuringAPassServesTheRecordOnceMoreAndTheControllerNoMore) {
+  Job* c = new Job(22, "C");
+  Rec x{"X"};
+  x.hook = [&] { P::RemoveMaintenanceItem(&b_, 1); };
+  c->hook = [&](int kind) { kind == 0 ? P::RemoveMaintenanceRCItem(c, 1) : 0; };
+  P::AddMaintenanceItem(&x, 1, 1);
+  P::AddMaintenanceItem(&b_, 1, 1);
+  P::AddMaintenanceRCItem(c, 1, 0);
+  P::AddMaintenanceRCItem(c, 1, 1);
+  Step(100);
+  Step(1000);
+  EXPECT_EQ(g_log.Take(), (Calls{"X1", "B1", "C0"}));
+  Step(1000);
+  EXPECT_EQ(g_log.Take(), (Calls{"X1", "C0"}));
+  Stop();
+}
+
+TEST_F(PeriodicTest, ItemsWhoseLastHolderLeftWhilePendingAreTakenOut) {
+  Rec* gone = new Rec("G", false);  // held by nobody but the scheduler
+  Rec unloaded{"U"};
+  unloaded.SetFocusableStatus(2);  // its release unloads the body, the record lives
+  Job* c = new Job(23, "C");
+  P::AddMaintenanceItem(gone, 1, 1);
+  P::AddMaintenanceItem(&unloaded, 1, 1);
+  P::AddMaintenanceRCItem(c, 1, 1);
+  c->Release();  // the scheduler's reservation is the last
+  const int timers = TimerTable::Instance().Count();
+  Step(100);
+  EXPECT_EQ(test::Ctrl::Live().count(c), 0u);
+  EXPECT_EQ(TimerTable::Instance().Count(), timers + 1);
+  Job* again = new Job(23, "D");  // the same id and kind are welcome again
+  P::AddMaintenanceRCItem(again, 1, 1);
+  Step(100);
+  Step(1000);
+  EXPECT_EQ(g_log.Take(), (Calls{"U1", "D1"}));
+  Stop();
+}
+
+TEST_F(PeriodicTest, ClosingStopsThePassAfterTheCurrentCallAndRefusesRegistration) {
+  std::promise<void> inPass, closed;
+  a_.hook = [&] { inPass.set_value(), closed.get_future().wait(); };
+  P::AddMaintenanceItem(&a_, 1, 1);
+  P::AddMaintenanceItem(&b_, 1, 1);
+  Step(100);
+  clock_.Advance(1000);
+  inPass.get_future().wait();
+  P* m = m_;
+  const unsigned thread = m->GetThreadId();
+  G::DeRegisterResourceCtrl(m), m->StartClosingResourceCtrl();
+  P::AddMaintenanceItem(&b_, 1, 2);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 0);
+  EXPECT_EQ(P::GetPeriodicUpdateManager(), nullptr);
+  closed.set_value();
+  m->CloseResourceCtrl();  // waits for the pass
+  EXPECT_EQ(g_log.Take(), (Calls{"A1"}));
+  m_ = nullptr;
+  EXPECT_TRUE(Until([&] { return MessageQueue::FromThreadId(thread) == nullptr; }));
+  P::Start();  // a new login starts a new scheduler
+  m_ = P::GetPeriodicUpdateManager();
+  EXPECT_NE(m_, nullptr);
+}
+
+// A worker that notes the timer messages it receives.
+struct TimerThread : CWinThread {
+  TimerThread() { m_bAutoDelete = 0, CreateThread(); }
+  int OnThreadMessage(unsigned message, intptr_t w, intptr_t) override {
+    if (message != kMsgTimer || !ids.empty()) return 0;
+    const auto now = Clock::now();
+    ids.push_back(unsigned(w)), P::RemoveTimer(unsigned(w)), first.set_value(now);
+    return 1;
+  }
+  std::vector<unsigned> ids;
+  std::promise<Clock::time_point> first;
+};
+
+TEST(PeriodicTimerTest, ATimerOfAnyThreadFiresOnTheRealClock) {
+  test::TempRoot root;
+  G::GetGlobalResourceCtrl();
+  TimerThread worker;
+  const auto start = Clock::now();
+  const unsigned id = P::AddTimer(50, &worker);
+  ASSERT_NE(id, 0u);
+  auto fired = worker.first.get_future();
+  ASSERT_EQ(fired.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_GE(fired.get() - start, std::chrono::milliseconds(40));
+  EXPECT_EQ(P::RemoveTimer(id), 0);  // the worker ended it
+  worker.PostThreadMessage(kMsgQuit, 0, 0), worker.WaitForExit();
+  EXPECT_EQ(worker.ids, std::vector<unsigned>{id});
+  G::SetGlobalResourceClosed(1);
+  EXPECT_EQ(P::AddTimer(50, &worker), 0u);
+  G::GetGlobalResourceCtrl()->OnClear(nullptr), G::DeleteGlobalResourceCtrl();
+}
+
+}  // namespace
+}  // namespace kordll
