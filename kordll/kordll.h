@@ -73,6 +73,9 @@
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 
 // Text, time and XML tools.
+#include "kordll/toolkit/CFileFinder.h"
+#include "kordll/toolkit/CPath.h"
+#include "kordll/toolkit/CWinStartup.h"
 #include "kordll/toolkit/CXMLFile.h"
 #include "kordll/toolkit/IXMLDOMDocument.h"
 #include "kordll/toolkit/IXMLDOMElement.h"
