@@ -8,10 +8,8 @@
 
 #include <string>
 
-#include "kordll/platform/FileFind.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
-#include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "tests/control/GlobalResourceCtrlTest.h"
 
@@ -26,61 +24,50 @@ struct UserSettings : test::Settings {
 class ActivityCtrlTest : public test::TempRootTest {
  protected:
   ActivityCtrlTest() : app_("Tidrel", "Test") {
-    settings_.path = root_.Path("data/ann");
-    FileSystem::CreateDirectoryTree(settings_.path);
-    SettingsEntryPoints::Install(&settings_);
-    GlobalResourceCtrl::GetGlobalResourceCtrl();
-    GlobalResourceCtrl::RegisterPanel(&panel_, kActivityControllerID, 0);
+    settings_.path = root_.Path("ann");
+    SettingsEntryPoints::Install(&settings_), GlobalResourceCtrl::GetGlobalResourceCtrl();
     // The panel lets go when its controller goes away.
     panel_.onMessage = [this](unsigned m) {
       if (m == kPanelMessageDetach) GlobalResourceCtrl::DeRegisterPanel(&panel_, -1);
     };
   }
   ~ActivityCtrlTest() override {
-    Close();
-    GlobalResourceCtrl::SetGlobalResourceClosed(1);
-    GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
+    Reopen(false);
     GlobalResourceCtrl::DeleteGlobalResourceCtrl();
     SettingsEntryPoints::Install(nullptr);
   }
-  ActivityCtrl* Open() {
-    GlobalResourceCtrl::RegisterPanel(&panel_, kActivityControllerID, 0);
-    return ctrl_ = new ActivityCtrl();
-  }
-  void Close() {
+  void Reopen(bool open = true) {
     if (ctrl_ != nullptr) ctrl_->CloseResourceCtrl(), ctrl_ = nullptr;
+    GlobalResourceCtrl::RegisterPanel(&panel_, kActivityControllerID, 0);
+    if (open) ctrl_ = new ActivityCtrl();
   }
-  // Offers an activity for `about` with command to the registry; the
-  // registry's answer.
+  // The registry's answer and the result, as 11 for "handled, 1".
   int Command(int command, Focusable* record) {
     PANELVIEWMESSAGE m;
-    m.message = command;
-    m.focusable = record;
+    m.message = command, m.focusable = record;
     int result = 0;
     return GlobalResourceCtrl::InterpretGUICommand(&m, &result) * 10 + result;
   }
-  Focusable* Add(const char* about, const char* title = "") {
+  Focusable* Add(const char* about, const char* title) {
     auto* record = new Focusable(kActivityRelation, nullptr);
-    record->SetValueStr(kActivityAssocField, about, 1);
-    record->SetValueStr(4, title, 1);
+    record->SetValueStr(kActivityAssocField, about, 1), record->SetValueStr(4, title, 1);
     EXPECT_EQ(11, Command(kCommandAddActivity, record));
     return record;
   }
-  std::string Title(const char* about) {
-    Focusable* r = ctrl_->GetActivityItem_wAssocFocGUID(about);
-    return r == nullptr ? "<none>" : r->GetFieldString(4, 0).ToUtf8();
-  }
-  // Messages the panel heard, as {panel message, kind} pairs, then forgets.
-  std::vector<std::vector<int>> Heard() {
-    std::vector<std::vector<int>> out;
-    for (auto& h : panel_.heard) out.push_back({h[0], h[1]});
-    panel_.heard.clear();
+  // The titles of the activities of R4_G1 to R4_G4, "-" for none.
+  std::string Titles() {
+    std::string out;
+    for (const char* about : {"R4_G1", "R4_G2", "R4_G3", "R4_G4"}) {
+      Focusable* r = ctrl_->GetActivityItem_wAssocFocGUID(about);
+      out += (r == nullptr ? std::string("-") : r->GetFieldString(4, 0).ToUtf8()) + " ";
+    }
     return out;
   }
-  std::string DBBytes() {
-    std::string bytes;
-    FileSystem::ReadWholeFile(Locations::Join(settings_.path, "Activities.kdb"), &bytes);
-    return bytes;
+  // What the panel heard as "message/kind" words, then forgotten.
+  std::string Heard() {
+    std::string out;
+    for (auto& h : panel_.heard) out += std::to_string(h[0]) + "/" + std::to_string(h[1]) + " ";
+    return panel_.heard.clear(), out;
   }
 
   ScopedManualClock clock_;
@@ -90,96 +77,66 @@ class ActivityCtrlTest : public test::TempRootTest {
   ActivityCtrl* ctrl_ = nullptr;
 };
 
-using V = std::vector<std::vector<int>>;
-
 TEST_F(ActivityCtrlTest, ActivitiesAddedAndRemovedSurviveTheNextLoad) {
-  Open();
-  EXPECT_EQ(V({{1025, 0}}), Heard());
+  FileSystem::CreateDirectory(settings_.path);
+  Reopen();
   EXPECT_EQ(ctrl_, GlobalResourceCtrl::GetResourceController(kActivityControllerID));
-  Add("R4_G1", "first");
+  Focusable* early = Add("R4_G1", "early");
+  Add("R4_G1", "first");  // a later activity for the same record stands
   Focusable* second = Add("R4_G2", "second");
   Add("R4_G3", "third");
-  EXPECT_EQ(V({{1057, 1}, {1057, 1}, {1057, 1}}), Heard());
-  // The same record again is not entered twice; another record's activity
-  // answers nothing from this controller.
-  EXPECT_EQ(11, Command(kCommandAddActivity, second));
-  EXPECT_EQ(3u, ctrl_->GetFocusables().size());
+  EXPECT_EQ(11, Command(kCommandAddActivity, second));  // held already: not again
   Focusable post(4, nullptr);
   EXPECT_EQ(0, Command(kCommandAddActivity, &post));
-
-  const CString guid = second->GetGUID();
-  EXPECT_EQ(11, Command(kCommandRemoveActivity, second));  // and the record goes
-  EXPECT_EQ(V({{1055, 2}}), Heard());
-  EXPECT_EQ("<none>", Title("R4_G2"));
-  EXPECT_EQ(nullptr, ctrl_->CheckFocusable(guid, 1));
-
-  Close();
-  Open();
-  EXPECT_EQ(V({{1058, 0}, {1025, 0}}), Heard());
-  EXPECT_EQ("first", Title("R4_G1"));
-  EXPECT_EQ("<none>", Title("R4_G2"));
-  EXPECT_EQ("third", Title("R4_G3"));
-  EXPECT_EQ(kActivityLoadedStatus,
-            ctrl_->GetActivityItem_wAssocFocGUID("R4_G1")->GetFocusableStatus());
-  EXPECT_EQ(1, ctrl_->GetLoadStatus(0));
-}
-
-TEST_F(ActivityCtrlTest, DamagedSlotCostsThatRecordAndNothingMore) {
-  Open();
-  Add("R4_G1", "first");
-  const CString damagedGUID = Add("R4_G2", "second")->GetGUID();
-  Add("R4_G3", "third");
-  Close();
-  // The slot header of the second record becomes garbage.
-  std::string bytes = DBBytes();
-  const size_t at = bytes.find(damagedGUID.ToUtf8());
-  ASSERT_NE(std::string::npos, at);
-  const size_t slot = bytes.rfind('\n', at) + 1;
-  bytes.replace(slot, 25, "garbage header here      ");
-  const CString file = Locations::Join(settings_.path, "Activities.kdb");
-  FileSystem::DeleteFile(file);
-  ASSERT_EQ(1, FileSystem::WriteWholeFile(file, bytes));
-
-  Open();
-  EXPECT_EQ("first", Title("R4_G1"));
-  EXPECT_EQ("<none>", Title("R4_G2"));
-  EXPECT_EQ("third", Title("R4_G3"));
-  EXPECT_EQ(2u, ctrl_->GetFocusables().size());
-  // The list keeps working: a new activity is stored and read back.
-  Add("R4_G4", "fourth");
-  Close();
-  Open();
-  EXPECT_EQ("first", Title("R4_G1"));
-  EXPECT_EQ("fourth", Title("R4_G4"));
-}
-
-TEST_F(ActivityCtrlTest, LaterActivityForOneRecordStandsAndClosingRemovalIsSilent) {
-  Open();
-  Focusable* early = Add("R4_G1", "early");
-  Focusable* late = Add("R4_G1", "late");
-  EXPECT_EQ("late", Title("R4_G1"));
-  EXPECT_EQ(2u, ctrl_->GetFocusables().size());
-  // Removing the earlier one leaves the later one found.
+  EXPECT_EQ(4u, ctrl_->GetFocusables().size());
+  EXPECT_EQ("1025/0 1057/1 1057/1 1057/1 1057/1 ", Heard());
+  EXPECT_EQ(11, Command(kCommandRemoveActivity, second));
   EXPECT_EQ(11, Command(kCommandRemoveActivity, early));
-  EXPECT_EQ("late", Title("R4_G1"));
-  Heard();
+  EXPECT_EQ("1055/2 1055/2 ", Heard());
+  EXPECT_EQ("first - third - ", Titles());
+
+  Reopen();
+  EXPECT_EQ("1058/0 1025/0 ", Heard());
+  EXPECT_EQ("first - third - ", Titles());
+  EXPECT_EQ(kActivityLoadedStatus, ctrl_->GetFocusables()[0]->GetFocusableStatus());
+  // While the application closes, a removal tells no panel.
   GlobalResourceCtrl::SetTidrelClosing(1);
-  EXPECT_EQ(11, Command(kCommandRemoveActivity, late));
-  EXPECT_EQ(V(), Heard());
-  EXPECT_EQ("<none>", Title("R4_G1"));
+  EXPECT_EQ(11, Command(kCommandRemoveActivity, ctrl_->GetFocusables()[0]));
+  EXPECT_EQ("", Heard());
   GlobalResourceCtrl::SetTidrelClosing(0);
 }
 
-TEST_F(ActivityCtrlTest, WithoutRunningPathNothingIsWrittenAnywhere) {
+TEST_F(ActivityCtrlTest, DamagedSlotCostsThatRecordAndNothingMore) {
+  FileSystem::CreateDirectory(settings_.path);
+  Reopen();
+  Add("R4_G1", "first");
+  const std::string damaged = Add("R4_G2", "second")->GetGUID().ToUtf8();
+  Add("R4_G3", "third");
+  Reopen(false);
+  // The slot header of the second record becomes garbage.
+  const CString file = Locations::Join(settings_.path, "Activities.kdb");
+  std::string bytes;
+  FileSystem::ReadWholeFile(file, &bytes);
+  const size_t at = bytes.find(damaged);
+  ASSERT_NE(std::string::npos, at);
+  bytes.replace(bytes.rfind('\n', at) + 1, 25, "garbage header here      ");
+  FileSystem::DeleteFile(file);
+  ASSERT_EQ(1, FileSystem::WriteWholeFile(file, bytes));
+
+  Reopen();
+  EXPECT_EQ("first - third - ", Titles());
+  Add("R4_G4", "fourth");  // the list goes on working
+  Reopen();
+  EXPECT_EQ("first - third fourth ", Titles());
+}
+
+TEST_F(ActivityCtrlTest, WithoutRunningPathNothingIsWritten) {
   settings_.path = "";
-  Open();
+  Reopen();
+  Add("R4_G1", "in memory");
+  EXPECT_EQ("in memory - - - ", Titles());
   EXPECT_EQ(nullptr, ctrl_->GetActivityDB());
-  Add("R4_G1", "kept in memory");
-  EXPECT_EQ("kept in memory", Title("R4_G1"));
-  std::vector<FindEntry> found;
-  FileFind::List(root_.root(), "*.kdb", &found);
-  EXPECT_TRUE(found.empty());
-  EXPECT_FALSE(FileSystem::IsFile(CString("Activities.kdb")));
+  EXPECT_FALSE(FileSystem::Exists(CString("Activities.kdb")));
 }
 
 }  // namespace
