@@ -77,7 +77,7 @@ int CFileFinder::FindAt(CFindOpts& opts, int depth) {
     if (stop_) return GetFileCount();
   }
 
-  SetSearchingFolder(opts.base_folder);
+  SetSearchingFolder(base);
   if (callback_ != nullptr) callback_(this, kCallbackFolder, user_data_);
 
   if (system_folder.IsEmpty() || !FileFind::List(system_folder, opts.file_mask, &entries)) {

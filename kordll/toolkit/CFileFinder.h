@@ -91,7 +91,7 @@ class CFileFinder {
   int FindPathItem(const CString& path) const;
   // The path at index, or "" past the end.
   CString GetFilePath(int index) const;
-  // The folder being searched (or last searched).
+  // The folder being searched (or last searched), with its separator behind.
   CString GetSearchingFolder() const;
   void RemoveAt(int index);
   void RemoveAll();

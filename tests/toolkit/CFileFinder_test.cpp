@@ -51,7 +51,7 @@ TEST_F(CFileFinderTest, SubfoldersFirstInEitherSpelling) {
                                   base_ + "/B.TXT"}),
             Found(f));
   CFileFinder w;
-  EXPECT_EQ(4, w.FindFiles(u"C:\\tree\\", "*.*", 0));
+  EXPECT_EQ(4, w.FindFiles(u"C:\\tree", "*.*", 0));
   EXPECT_EQ((std::vector<CString>{u"C:\\tree\\a.txt", u"C:\\tree\\B.TXT", u"C:\\tree\\out",
                                   u"C:\\tree\\sub\\"}),
             Found(w));
