@@ -72,6 +72,10 @@
 #include "kordll/control/TidrelManager.h"
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 
+// Periodic work.
+#include "kordll/periodic/IntervalRun.h"
+#include "kordll/periodic/PeriodicUpdateManager.h"
+
 // Text, time and XML tools.
 #include "kordll/toolkit/CFileFinder.h"
 #include "kordll/toolkit/CPath.h"

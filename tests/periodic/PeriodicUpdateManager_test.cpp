@@ -23,60 +23,53 @@ using G = GlobalResourceCtrl;
 using P = PeriodicUpdateManager;
 using Clock = std::chrono::steady_clock;
 
-// Every PerformMaintenance call, as "<name><kind>", and whether it came on
-// the scheduler thread.
-struct Log {
-  void Note(const std::string& name, int kind) {
-    std::lock_guard<std::mutex> hold(mu);
-    calls.push_back(name + std::to_string(kind));
-    offThread += AfxGetThread() != P::GetPeriodicUpdateManager() ? 1 : 0;
-  }
-  std::vector<std::string> Take() {
-    std::lock_guard<std::mutex> hold(mu);
-    return std::exchange(calls, {});
-  }
-  std::mutex mu;
-  std::vector<std::string> calls;
-  int offThread = 0;
-};
-Log g_log;
+using Calls = std::vector<std::string>;
 
-struct Rec : Focusable {
-  explicit Rec(std::string n, bool held = true) : Focusable(4, nullptr), name(std::move(n)) {
-    if (held) ReserveHeader(99);
-  }
-  void PerformMaintenance(int kind) override {
-    g_log.Note(name, kind);
-    if (hook) hook();
-  }
-  std::string name;
-  std::function<void()> hook;
-};
+std::mutex g_mu;
+Calls g_calls;        // "<name><kind>" of every call, in order
+int g_offThread = 0;  // calls that came on another thread than the scheduler's
 
-struct Job : test::Ctrl {
-  Job(int id, std::string n) : Ctrl(id), name(std::move(n)) {}
-  void PerformMaintenance(int kind) override {
-    g_log.Note(name, kind);
+Calls Take() {
+  std::lock_guard<std::mutex> hold(g_mu);
+  return std::exchange(g_calls, {});
+}
+
+struct Hook {
+  void Serve(int kind) {
+    {
+      std::lock_guard<std::mutex> hold(g_mu);
+      g_calls.push_back(name + std::to_string(kind));
+      g_offThread += AfxGetThread() != P::GetPeriodicUpdateManager() ? 1 : 0;
+    }
     if (hook) hook(kind);
   }
   std::string name;
   std::function<void(int)> hook;
 };
 
+struct Rec : Focusable, Hook {
+  explicit Rec(std::string n, bool held = true) : Focusable(4, nullptr), Hook{std::move(n), {}} {
+    if (held) ReserveHeader(99);
+  }
+  void PerformMaintenance(int kind) override { Serve(kind); }
+};
+
+struct Job : test::Ctrl, Hook {
+  Job(int id, std::string n) : Ctrl(id), Hook{std::move(n), {}} {}
+  void PerformMaintenance(int kind) override { Serve(kind); }
+};
+
 template <class F>
-bool Until(F done) {
-  const auto deadline = Clock::now() + std::chrono::seconds(20);
-  while (!done() && Clock::now() < deadline) std::this_thread::yield();
+bool Until(F done, Clock::time_point end = Clock::now() + std::chrono::seconds(20)) {
+  while (!done() && Clock::now() < end) std::this_thread::yield();
   return done();
 }
 
 class PeriodicTest : public test::RegistryTest {
  protected:
   PeriodicTest() {
-    g_log.Take(), g_log.offThread = 0;
-    P::Start();
-    m_ = P::GetPeriodicUpdateManager();
-    Drain();
+    Take(), g_offThread = 0, P::Start();
+    m_ = P::GetPeriodicUpdateManager(), Drain();
   }
   ~PeriodicTest() override { Stop(); }
   // Returns once the scheduler has handled every message queued before:
@@ -99,8 +92,6 @@ class PeriodicTest : public test::RegistryTest {
   Rec a_{"A"}, b_{"B"};
 };
 
-using Calls = std::vector<std::string>;
-
 TEST_F(PeriodicTest, EachPairIsServedOnceAtItsIntervalOnTheSchedulerThread) {
   Job* c = new Job(20, "C");
   FocusableLink link(&a_);
@@ -113,16 +104,16 @@ TEST_F(PeriodicTest, EachPairIsServedOnceAtItsIntervalOnTheSchedulerThread) {
   P::AddMaintenanceRCItem(c, 7, 3);  // the first registration of a pair wins
   Step(99);
   Step(1);  // the heartbeat forms the runs; nothing is called at once
-  EXPECT_EQ(g_log.Take(), Calls{});
+  EXPECT_EQ(Take(), Calls{});
   Step(1999);
-  EXPECT_EQ(g_log.Take(), Calls{});
+  EXPECT_EQ(Take(), Calls{});
   Step(1);
-  EXPECT_EQ(g_log.Take(), (Calls{"A1", "A2", "A9", "C3"}));
+  EXPECT_EQ(Take(), (Calls{"A1", "A2", "A9", "C3"}));
   Step(2000);
-  EXPECT_EQ(g_log.Take(), (Calls{"A1", "A2", "A9", "C3"}));
+  EXPECT_EQ(Take(), (Calls{"A1", "A2", "A9", "C3"}));
   Step(1000);  // 5 s after the heartbeat
-  EXPECT_EQ(g_log.Take(), (Calls{"B1"}));
-  EXPECT_EQ(g_log.offThread, 0);
+  EXPECT_EQ(Take(), (Calls{"B1"}));
+  EXPECT_EQ(g_offThread, 0);
   EXPECT_EQ(P::RemoveMaintenanceItem(&link, 9), 1);
 }
 
@@ -138,7 +129,7 @@ TEST_F(PeriodicTest, AHundredItemsOfOneIntervalFormFourRunsAHeartbeatApart) {
   }
   Step(600);  // one second after the first heartbeat
   for (size_t served : {31u, 31u, 31u, 7u}) {
-    EXPECT_EQ(g_log.Take().size(), served);
+    EXPECT_EQ(Take().size(), served);
     Step(100);
   }
   Stop();  // before the records go
@@ -158,28 +149,26 @@ TEST_F(PeriodicTest, RemovingFindsOnlyRunsAndTheLastPairEndsTheRunsTimer) {
   EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 1);
   EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 0);
   Step(1000);
-  EXPECT_EQ(g_log.Take(), (Calls{"B1"}));
+  EXPECT_EQ(Take(), (Calls{"B1"}));
   EXPECT_EQ(P::RemoveMaintenanceItem(&b_, 1), 1);
   EXPECT_EQ(TimerTable::Instance().Count(), timers);
   Step(1000);
-  EXPECT_EQ(g_log.Take(), Calls{});
+  EXPECT_EQ(Take(), Calls{});
 }
 
 TEST_F(PeriodicTest, ARemovalDuringAPassServesTheRecordOnceMoreAndTheControllerNoMore) {
   Job* c = new Job(22, "C");
-  Rec x{"X"};
-  x.hook = [&] { P::RemoveMaintenanceItem(&b_, 1); };
+  a_.hook = [&](int) { P::RemoveMaintenanceItem(&b_, 1); };
   c->hook = [&](int kind) { kind == 0 ? P::RemoveMaintenanceRCItem(c, 1) : 0; };
-  P::AddMaintenanceItem(&x, 1, 1);
+  P::AddMaintenanceItem(&a_, 1, 1);
   P::AddMaintenanceItem(&b_, 1, 1);
   P::AddMaintenanceRCItem(c, 1, 0);
   P::AddMaintenanceRCItem(c, 1, 1);
   Step(100);
   Step(1000);
-  EXPECT_EQ(g_log.Take(), (Calls{"X1", "B1", "C0"}));
+  EXPECT_EQ(Take(), (Calls{"A1", "B1", "C0"}));
   Step(1000);
-  EXPECT_EQ(g_log.Take(), (Calls{"X1", "C0"}));
-  Stop();
+  EXPECT_EQ(Take(), (Calls{"A1", "C0"}));
 }
 
 TEST_F(PeriodicTest, ItemsWhoseLastHolderLeftWhilePendingAreTakenOut) {
@@ -199,13 +188,13 @@ TEST_F(PeriodicTest, ItemsWhoseLastHolderLeftWhilePendingAreTakenOut) {
   P::AddMaintenanceRCItem(again, 1, 1);
   Step(100);
   Step(1000);
-  EXPECT_EQ(g_log.Take(), (Calls{"U1", "D1"}));
+  EXPECT_EQ(Take(), (Calls{"U1", "D1"}));
   Stop();
 }
 
 TEST_F(PeriodicTest, ClosingStopsThePassAfterTheCurrentCallAndRefusesRegistration) {
   std::promise<void> inPass, closed;
-  a_.hook = [&] { inPass.set_value(), closed.get_future().wait(); };
+  a_.hook = [&](int) { inPass.set_value(), closed.get_future().wait(); };
   P::AddMaintenanceItem(&a_, 1, 1);
   P::AddMaintenanceItem(&b_, 1, 1);
   Step(100);
@@ -219,7 +208,7 @@ TEST_F(PeriodicTest, ClosingStopsThePassAfterTheCurrentCallAndRefusesRegistratio
   EXPECT_EQ(P::GetPeriodicUpdateManager(), nullptr);
   closed.set_value();
   m->CloseResourceCtrl();  // waits for the pass
-  EXPECT_EQ(g_log.Take(), (Calls{"A1"}));
+  EXPECT_EQ(Take(), (Calls{"A1"}));
   m_ = nullptr;
   EXPECT_TRUE(Until([&] { return MessageQueue::FromThreadId(thread) == nullptr; }));
   P::Start();  // a new login starts a new scheduler
@@ -232,9 +221,8 @@ struct TimerThread : CWinThread {
   TimerThread() { m_bAutoDelete = 0, CreateThread(); }
   int OnThreadMessage(unsigned message, intptr_t w, intptr_t) override {
     if (message != kMsgTimer || !ids.empty()) return 0;
-    const auto now = Clock::now();
-    ids.push_back(unsigned(w)), P::RemoveTimer(unsigned(w)), first.set_value(now);
-    return 1;
+    ids.push_back(unsigned(w)), P::RemoveTimer(unsigned(w));
+    return first.set_value(Clock::now()), 1;
   }
   std::vector<unsigned> ids;
   std::promise<Clock::time_point> first;
