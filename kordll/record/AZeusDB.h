@@ -288,6 +288,11 @@ class AZeusDB {
   int64_t getSlotBytePosition_bySlotIndex(int slot, int afterHeader, int afterStatus);
   void getOptimumFieldLengths(RGDBTemplate* tmpl, std::vector<int>* lengths);
   void registerNewSubTableInfo(std::unique_ptr<_struct_SubTableInfo> info);
+  // Writes the free slots that a file ending inside its last sub-table
+  // lacks (a write of that sub-table stopped half way), so that what a save
+  // adds lies inside the file. 0, or the error code. REQUIRES: slot_lock_
+  // held, within the save's change.
+  int completeCutSubTable();
   int getNextAvailableSubTableID();
 
   // The statistics pass of a save: counts a new record and adds the lengths
@@ -382,6 +387,8 @@ class AZeusDB {
 
   // Guarded by slot_lock_.
   int mapped_ = 0;
+  // The id of the last sub-table when the mapped file ends inside it, else -1.
+  int cut_table_ = -1;
   // Where the next sub-table goes. Written under the slot lock, except by
   // createDB, which runs under the open lock and must not take the slot lock
   // after it (the lock order is slot, then open); atomic for that one write.
@@ -395,6 +402,7 @@ class AZeusDB {
   // field ids written) are told so only then.
   int batch_ = 0;
   std::vector<std::pair<Focusable*, std::vector<int>>> batch_saved_;
+  std::vector<Focusable*> batch_new_;  // those of them that had no slot before
   // Set while a save writes: the state characters it changes wait here, by
   // file offset, until its slots are in the file, so that a save that stops
   // half way never leaves a state claiming a slot whose bytes are not there.

@@ -118,6 +118,7 @@ int AZeusDB::mapDB() {
   uint64_t position = KdbFormat::kDBHeaderSize;
   int fields_hint = 1;
   int highest_id = -1;
+  int last_id = -1;
   for (;;) {
     auto info = std::make_unique<_struct_SubTableInfo>();
     const int r = readSubTable(position, info.get(), fields_hint);
@@ -133,8 +134,13 @@ int AZeusDB::mapDB() {
                static_cast<uint64_t>(info->slotCount) * static_cast<uint64_t>(info->GetSlotSize());
     fields_hint = info->fieldCount;
     highest_id = std::max(highest_id, info->id);
+    last_id = info->id;
     registerNewSubTableInfo(std::move(info));
   }
+  // A file that ends inside its last sub-table holds what a write of that
+  // sub-table that stopped half way left: the next save completes it.
+  const int64_t size = file_->Size();
+  cut_table_ = size >= 0 && static_cast<uint64_t>(size) < position ? last_id : -1;
   last_lengths_text_.clear();
   {
     CSingleLock ol(open_lock_);
@@ -143,6 +149,35 @@ int AZeusDB::mapDB() {
   end_of_file_ = position;
   mapped_ = 1;
   setError(kErrNone);
+  return 0;
+}
+
+int AZeusDB::completeCutSubTable() {
+  if (cut_table_ < 0) return 0;
+  _struct_SubTableInfo* info = tables_->ById(cut_table_);
+  cut_table_ = -1;
+  if (info == nullptr) return 0;
+  const int64_t size = file_->Size();
+  const uint64_t slot_size = static_cast<uint64_t>(info->GetSlotSize());
+  const uint64_t first = info->firstSlotPosition;
+  const uint64_t end = first + static_cast<uint64_t>(info->slotCount) * slot_size;
+  if (size < 0 || static_cast<uint64_t>(size) < first || static_cast<uint64_t>(size) >= end) {
+    return 0;
+  }
+  // The missing bytes are those of free slots; a slot that the cut went
+  // through keeps its front as the file holds it.
+  std::string slot(slot_size, '\0');
+  std::memcpy(slot.data(), "[-1:-1:-1:-1]", 13);
+  slot[slot_size - 1] = '\n';
+  for (uint64_t at = static_cast<uint64_t>(size); at < end;) {
+    const uint64_t in_slot = (at - first) % slot_size;
+    const uint64_t n = slot_size - in_slot;
+    if (!file_->WriteAt(at, slot.data() + in_slot, static_cast<uint32_t>(n))) {
+      setError(kErrWrite);
+      return kErrWrite;
+    }
+    at += n;
+  }
   return 0;
 }
 

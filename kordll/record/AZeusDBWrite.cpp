@@ -133,6 +133,7 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
     return 0;
   }
   record->PreSaving();
+  const bool was_new = record->GetDBSlotIndex() == -1;
   std::vector<FieldPlan> plans;
   std::vector<int> written;
   planSave(record, tmpl, task, &plans, &written);
@@ -156,6 +157,7 @@ int AZeusDB::writeSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) 
   // Within a batch the record is told after the batch's bytes went out.
   if (batch_) {
     batch_saved_.push_back({record, std::move(written)});
+    if (was_new) batch_new_.push_back(record);
     setError(kErrNone);
     return 1;
   }
@@ -331,6 +333,7 @@ void AZeusDB::forgetMapping() {
   // again from what it really holds.
   tables_->Clear();
   mapped_ = 0;
+  cut_table_ = -1;
   end_of_file_ = KdbFormat::kDBHeaderSize;
   CSingleLock ol(open_lock_);
   next_sub_table_id_ = 0;
@@ -381,7 +384,7 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
     file_->Begin();
     defer_states_ = 1;
     const bool was_new = record->GetDBSlotIndex() == -1;
-    result = writeSlot(record, tmpl, task);
+    result = completeCutSubTable() == 0 ? writeSlot(record, tmpl, task) : 0;
     defer_states_ = 0;
     // A new record whose save failed has no slot: the one it was given is
     // still free, and may be given to another record meanwhile.
@@ -428,7 +431,7 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
   {
     CSingleLock sl(slot_lock_);
     file_->Begin();
-    result = writeBatch(records, task);
+    result = completeCutSubTable() == 0 ? writeBatch(records, task) : 0;
     if (!file_->Commit()) forgetMapping();
   }
   closeDB();
@@ -442,6 +445,7 @@ int AZeusDB::writeBatch(CArray<Focusable*, Focusable*>* records, DBTaskItem* tas
   batch_ = 1;
   defer_states_ = 1;
   batch_saved_.clear();
+  batch_new_.clear();
   RGDBTemplate* current = nullptr;
   bool have_relation = false;
   int relation = 0;
@@ -451,9 +455,13 @@ int AZeusDB::writeBatch(CArray<Focusable*, Focusable*>* records, DBTaskItem* tas
   std::map<uint64_t, char> states;
   std::map<uint64_t, char> heads;
   bool withheld = false;
+  // The error of the last record that failed: the records saved after it
+  // must not leave the batch's failure without its code.
+  int failure = kErrNone;
   for (Focusable* record : *records) {
     if (record == nullptr) {
       result = 0;
+      failure = kErrNoEntry;
       continue;
     }
     if (!have_relation || record->GetFocusableRelation() != relation) {
@@ -470,6 +478,7 @@ int AZeusDB::writeBatch(CArray<Focusable*, Focusable*>* records, DBTaskItem* tas
     // still free, and may be given to another record meanwhile.
     if (r != 1 && was_new) record->SetDBSlotIndex(-1);
     result &= r;
+    if (r != 1) failure = last_error_ != kErrNone ? last_error_.load() : kErrWrite;
     if (r == 1) {
       keepPendingStates(&states, &heads);
     } else if (!pending_states_.empty() || !pending_heads_.empty()) {
@@ -480,7 +489,9 @@ int AZeusDB::writeBatch(CArray<Focusable*, Focusable*>* records, DBTaskItem* tas
   pending_heads_.swap(heads);
   batch_ = 0;
   defer_states_ = 0;
-  return endBatch(withheld) ? result : 0;
+  if (!endBatch(withheld)) return 0;
+  if (result != 1) setError(failure);
+  return result;
 }
 
 void AZeusDB::keepPendingStates(std::map<uint64_t, char>* states, std::map<uint64_t, char>* heads) {
@@ -512,11 +523,15 @@ bool AZeusDB::endBatch(bool withheld) {
     }
   } else {
     // Nothing of the batch is promised: the records keep their changed
-    // flags, and the mapping is read again from the file.
+    // flags, and the mapping is read again from the file. A new record has
+    // no slot: the marks that would have taken its slots may not have
+    // reached the file, so that another record may be given them.
+    for (Focusable* record : batch_new_) record->SetDBSlotIndex(-1);
     forgetMapping();
     setError(kErrWrite);
   }
   batch_saved_.clear();
+  batch_new_.clear();
   return committed;
 }
 
