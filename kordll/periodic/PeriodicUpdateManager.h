@@ -114,7 +114,6 @@ class PeriodicUpdateManager : public CWinThread, public ResourceController {
   // Takes the pair out of its run, letting the run go when that was its last
   // pair. 1 when the pair was in a run; 0 when unknown, and 0 when it is
   // still pending (its key is then forgotten).
-  // REQUIRES: the structure lock held.
   int RemoveRCIntervalRun(ResourceController* controller, int kind);
 
   // Refuses registrations from now on and stops every timer of this
