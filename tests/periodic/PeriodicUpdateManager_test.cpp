@@ -152,6 +152,7 @@ TEST_F(PeriodicTest, RemovingFindsOnlyRunsAndTheLastPairEndsTheRunsTimer) {
   EXPECT_EQ(Take(), (Calls{"B1"}));
   EXPECT_EQ(P::RemoveMaintenanceItem(&b_, 1), 1);
   EXPECT_EQ(TimerTable::Instance().Count(), timers);
+  EXPECT_EQ(P::RemoveMaintenanceItem(&a_, 1), 0);  // the run is gone from every list
   Step(1000);
   EXPECT_EQ(Take(), Calls{});
 }
