@@ -14,12 +14,19 @@
 // holds its posts) built from 16-bit text before its clock starts. Records
 // that a load produces are built inside the timed part, since making them is
 // what a load is for.
+//
+// Arguments besides those of the benchmark library: --posts=N writes N
+// posts instead of 100,000 (a multiple of 1,000, at least 1,000), and
+// --journal=1 turns the record file's rollback journal on, so that the cost
+// of the journal shows against a run without it.
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
@@ -37,8 +44,9 @@ namespace {
 
 using kordll::CString;
 
-constexpr int kPosts = 100000;
 constexpr int kBatch = 1000;
+int g_posts = 100000;  // --posts
+int g_journal = 0;     // --journal
 constexpr int kUpdates = 10000;
 
 struct Post {
@@ -52,7 +60,7 @@ struct Post {
 std::vector<Post>& Posts() {
   static std::vector<Post> posts = [] {
     std::mt19937 rng(42);
-    std::vector<Post> out(kPosts);
+    std::vector<Post> out(g_posts);
     const char* words[] = {"feed",           "news",    "river",        "caf\xc3\xa9", "update",
                            "m\xc3\xbcnchen", "release", "\xe2\x82\xac", "story",       "report"};
     auto text = [&](int lo, int hi) {
@@ -64,7 +72,7 @@ std::vector<Post>& Posts() {
       }
       return s.substr(0, n);
     };
-    for (int i = 0; i < kPosts; ++i) {
+    for (int i = 0; i < g_posts; ++i) {
       out[i].guid = "R3_G" + std::to_string(i);
       out[i].title = text(40, 80);
       out[i].author = text(5, 30);
@@ -145,7 +153,7 @@ double WriteSqlite() {
   sqlite3_stmt* st;
   sqlite3_prepare_v2(g_sql, "INSERT INTO posts VALUES(?,?,?,?,?,?,?,?,?)", -1, &st, nullptr);
   const auto t = Clock::now();
-  for (int i = 0; i < kPosts; ++i) {
+  for (int i = 0; i < g_posts; ++i) {
     if (i % kBatch == 0) Exec("BEGIN");
     const Post& p = Posts()[i];
     sqlite3_bind_int(st, 1, i);
@@ -169,10 +177,11 @@ double WriteSqlite() {
 // post's slot in g_slots; returns the seconds spent in the store.
 double WriteStore() {
   g_db = std::make_unique<kordll::AZeusDB>(Folder(), "posts", 10, 0);
+  g_db->SetJournal(g_journal);
   g_db->openDB(0);
-  g_slots.assign(kPosts, -1);
+  g_slots.assign(g_posts, -1);
   double seconds = 0;
-  for (int i = 0; i < kPosts; i += kBatch) {
+  for (int i = 0; i < g_posts; i += kBatch) {
     std::vector<kordll::Focusable*> batch;
     for (int k = i; k < i + kBatch; ++k) {
       const Post& p = Posts()[k];
@@ -200,13 +209,13 @@ double WriteStore() {
 
 void BM_Sqlite_BulkWrite(benchmark::State& state) {
   Posts();
-  for (auto _ : state) Report(state, 0, kPosts, WriteSqlite(), true);
+  for (auto _ : state) Report(state, 0, g_posts, WriteSqlite(), true);
 }
 
 void BM_AZeusDB_BulkWrite(benchmark::State& state) {
   Template();
   Posts();
-  for (auto _ : state) Report(state, 0, kPosts, WriteStore(), false);
+  for (auto _ : state) Report(state, 0, g_posts, WriteStore(), false);
 }
 
 void BM_Sqlite_FullLoad(benchmark::State& state) {
@@ -282,7 +291,7 @@ void BM_Sqlite_Updates(benchmark::State& state) {
     Exec("BEGIN");
     for (int i = 0; i < kUpdates; ++i) {
       sqlite3_bind_int(st, 1, 1 + (i & 7));
-      sqlite3_bind_int(st, 2, static_cast<int>(rng() % kPosts));
+      sqlite3_bind_int(st, 2, static_cast<int>(rng() % g_posts));
       sqlite3_step(st);
       sqlite3_reset(st);
     }
@@ -298,7 +307,7 @@ void BM_AZeusDB_Updates(benchmark::State& state) {
     const auto t = Clock::now();
     for (int i = 0; i < kUpdates; ++i) {
       kordll::Focusable r(4, nullptr);
-      r.SetDBSlotIndex(g_slots[rng() % kPosts]);
+      r.SetDBSlotIndex(g_slots[rng() % g_posts]);
       r.SetValueInt(1, 1 + (i & 7), 1);
       g_db->writeFocusableSlot(&r, nullptr, nullptr);
     }
@@ -411,7 +420,7 @@ void BM_AZeusDB_StartUp(benchmark::State& state) {
       }
       for (int k = 1; k <= kNewest; ++k) {
         kordll::Focusable r(4, nullptr);
-        r.SetDBSlotIndex(g_slots[kPosts - k]);
+        r.SetDBSlotIndex(g_slots[g_posts - k]);
         if (!db.readFocusableSlot(&r, nullptr, &task)) continue;
         const CString guid = r.GetFieldString(0, 0);
         const kordll::COleDateTime received = r.GetFieldDate(2);
@@ -424,7 +433,7 @@ void BM_AZeusDB_StartUp(benchmark::State& state) {
       needed = 1000;
       for (kordll::_struct_SubTableInfo& info : db.GetSubTableInfos()) {
         needed += info.GetHeaderSize();
-        if (info.id == g_slots[kPosts - 1] / 40) {
+        if (info.id == g_slots[g_posts - 1] / 40) {
           const int64_t front = 25 + info.fieldCount + 2 + info.lengths[0] + info.lengths[1] +
                                 info.lengths[2] + info.lengths[3];
           needed += kNewest * front;
@@ -454,7 +463,24 @@ BENCHMARK(BM_AZeusDB_StartUp)->Iterations(1)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The arguments of this benchmark are taken out before the library sees
+  // the rest.
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg.rfind("--posts=", 0) == 0) {
+      const int n = std::atoi(arg.c_str() + 8);
+      g_posts = std::max(kBatch, n / kBatch * kBatch);
+    } else if (arg.rfind("--journal=", 0) == 0) {
+      g_journal = std::atoi(arg.c_str() + 10) != 0 ? 1 : 0;
+    } else {
+      argv[kept++] = argv[i];
+    }
+  }
+  argc = kept;
   benchmark::Initialize(&argc, argv);
+  benchmark::AddCustomContext("posts", std::to_string(g_posts));
+  benchmark::AddCustomContext("journal", g_journal ? "on" : "off");
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
