@@ -18,10 +18,20 @@
 //   "PostsAdded"     how many posts this start added (0 when all were there)
 //   "Starts"         how many times LoadResources ran for this profile
 // A failure leaves "PostsDatabase" empty and says why in "LastError".
+//
+// Under the user platform (KorUserResourcesCtrl, with the registry of
+// controllers standing) it also makes the application's posts controller
+// (id 3): a controller with a record database of its own, which holds the
+// posts of the database from then on. The platform closes it first of all at
+// log-off; a plain application without the registry gets no controller.
 
+#include <memory>
 #include <set>
 #include <vector>
 
+#include "kordll/control/GlobalResourceCtrl.h"
+#include "kordll/control/KorUserResourcesCtrl.h"
+#include "kordll/control/ResourceController.h"
 #include "kordll/platform/COleDateTime.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/CWinApp.h"
@@ -125,6 +135,46 @@ int AddMissingPosts(AZeusDB* db, CString* error) {
   return added;
 }
 
+// The application's posts controller: registers itself under id 3 and holds
+// every post of its database (in folder), each entered and reserved once.
+// Closing de-registers it and drops its reference; the last Release deletes
+// it, and with it the database.
+class SamplePostsCtrl : public kordll::ResourceController {
+ public:
+  explicit SamplePostsCtrl(const CString& folder) {
+    SetResourceControllerID(kPostsController);
+    kordll::GlobalResourceCtrl::RegisterResourceCtrl(this);
+    LoadResources(folder);
+  }
+  ~SamplePostsCtrl() override {
+    LockResource();
+    const kordll::CArray<Focusable*, Focusable*> held = data_->focusables;
+    for (Focusable* post : held) post->Release(), DeRegisterFocusable(post, nullptr, 1);
+    UnLockResource();
+  }
+  void LoadResources(CString folder) override {
+    SetRunningPath(folder);
+    db_ = std::make_unique<AZeusDB>(folder, CString(kDatabaseName), 0, 0);
+    kordll::DBTaskItem task;
+    task.allFields = 1;
+    for (;;) {
+      auto post = std::make_unique<Focusable>(-1, nullptr);
+      if (db_->readFocusableSlot(post.get(), nullptr, &task) != 1) break;
+      LockResource();
+      if (RegisterFocusable(post.get(), 0, 0)) post.release()->Reserve();
+      UnLockResource();
+    }
+    SetLoaded(1);
+  }
+  void CloseResourceCtrl() override {
+    kordll::GlobalResourceCtrl::DeRegisterResourceCtrl(this);
+    Release();
+  }
+
+ private:
+  std::unique_ptr<AZeusDB> db_;  // outlives the posts: members go after the body
+};
+
 }  // namespace
 
 // The entry point the library calls. Runs on the application's thread,
@@ -162,4 +212,13 @@ extern "C" void LoadResources() {
   app->WriteProfileInt(kSection, u"PostsAdded", added);
   app->WriteProfileString(kSection, u"LastError", CString());
   app->WriteProfileString(kSection, u"PostsDatabase", CString(kDatabaseName));
+  if (kordll::KorUserResourcesCtrl::GetInstance() != nullptr &&
+      kordll::GlobalResourceCtrl::GetResourceController(kPostsController) == nullptr) {
+    auto* posts = new SamplePostsCtrl(folder);
+    // Registered, the platform closes it; a controller the registry did not
+    // take is ended here.
+    if (kordll::GlobalResourceCtrl::GetResourceController(kPostsController) != posts) {
+      posts->Release();
+    }
+  }
 }

@@ -70,19 +70,18 @@ class ActivityCtrlTest : public test::TempRootTest {
     return panel_.heard.clear(), out;
   }
 
-  ScopedManualClock clock_;
   CWinApp app_;
   UserSettings settings_;
   test::Panel panel_;
   ActivityCtrl* ctrl_ = nullptr;
 };
 
-TEST_F(ActivityCtrlTest, ActivitiesAddedAndRemovedSurviveTheNextLoad) {
+TEST_F(ActivityCtrlTest, ActivitiesSurviveReloadsAndADamagedSlotCostsItsRecordOnly) {
   FileSystem::CreateDirectory(settings_.path);
   Reopen();
-  EXPECT_EQ(ctrl_, GlobalResourceCtrl::GetResourceController(kActivityControllerID));
   Focusable* early = Add("R4_G1", "early");
-  Add("R4_G1", "first");  // a later activity for the same record stands
+  // A later activity for the same record stands.
+  const std::string first = Add("R4_G1", "first")->GetGUID().ToUtf8();
   Focusable* second = Add("R4_G2", "second");
   Add("R4_G3", "third");
   EXPECT_EQ(11, Command(kCommandAddActivity, second));  // held already: not again
@@ -93,50 +92,38 @@ TEST_F(ActivityCtrlTest, ActivitiesAddedAndRemovedSurviveTheNextLoad) {
   EXPECT_EQ(11, Command(kCommandRemoveActivity, second));
   EXPECT_EQ(11, Command(kCommandRemoveActivity, early));
   EXPECT_EQ("1055/2 1055/2 ", Heard());
-  EXPECT_EQ("first - third - ", Titles());
-
   Reopen();
   EXPECT_EQ("1058/0 1025/0 ", Heard());
   EXPECT_EQ("first - third - ", Titles());
   EXPECT_EQ(kActivityLoadedStatus, ctrl_->GetFocusables()[0]->GetFocusableStatus());
-  // While the application closes, a removal tells no panel.
-  GlobalResourceCtrl::SetTidrelClosing(1);
-  EXPECT_EQ(11, Command(kCommandRemoveActivity, ctrl_->GetFocusables()[0]));
-  EXPECT_EQ("", Heard());
-  GlobalResourceCtrl::SetTidrelClosing(0);
-}
 
-TEST_F(ActivityCtrlTest, DamagedSlotCostsThatRecordAndNothingMore) {
-  FileSystem::CreateDirectory(settings_.path);
-  Reopen();
-  Add("R4_G1", "first");
-  const std::string damaged = Add("R4_G2", "second")->GetGUID().ToUtf8();
-  Add("R4_G3", "third");
+  // The slot header of the first becomes garbage.
   Reopen(false);
-  // The slot header of the second record becomes garbage.
   const CString file = Locations::Join(settings_.path, "Activities.kdb");
   std::string bytes;
   FileSystem::ReadWholeFile(file, &bytes);
-  const size_t at = bytes.find(damaged);
+  const size_t at = bytes.find(first);
   ASSERT_NE(std::string::npos, at);
   bytes.replace(bytes.rfind('\n', at) + 1, 25, "garbage header here      ");
   FileSystem::DeleteFile(file);
   ASSERT_EQ(1, FileSystem::WriteWholeFile(file, bytes));
-
   Reopen();
-  EXPECT_EQ("first - third - ", Titles());
+  EXPECT_EQ("- - third - ", Titles());
   Add("R4_G4", "fourth");  // the list goes on working
   Reopen();
-  EXPECT_EQ("first - third fourth ", Titles());
-}
-
-TEST_F(ActivityCtrlTest, WithoutRunningPathNothingIsWritten) {
+  EXPECT_EQ("- - third fourth ", Titles());
+  // While the application closes, a removal tells no panel.
+  Heard();
+  GlobalResourceCtrl::SetTidrelClosing(1);
+  EXPECT_EQ(11, Command(kCommandRemoveActivity, ctrl_->GetFocusables()[0]));
+  EXPECT_EQ("", Heard());
+  GlobalResourceCtrl::SetTidrelClosing(0);
+  // Without a running path the list keeps activities in memory only.
   settings_.path = "";
   Reopen();
   Add("R4_G1", "in memory");
   EXPECT_EQ("in memory - - - ", Titles());
-  EXPECT_EQ(nullptr, ctrl_->GetActivityDB());
-  EXPECT_FALSE(FileSystem::Exists(CString("Activities.kdb")));
+  EXPECT_TRUE(ctrl_->GetActivityDB() == nullptr && !FileSystem::Exists(CString("Activities.kdb")));
 }
 
 }  // namespace
