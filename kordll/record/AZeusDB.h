@@ -152,7 +152,10 @@ class AZeusDB {
   int writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task);
   // The same for many records under one hold of the slot lock. The result
   // is the bitwise AND of the single results, so a half-way failure (8)
-  // counts as failure here. A failure does not stop the loop.
+  // counts as failure here. A failure does not stop the loop; the last
+  // error is then that of the last record that failed, also when records
+  // after it were saved. When the batch's bytes do not reach the file, no
+  // record of it is saved, and a new one has slot index -1 again.
   int writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTemplate* tmpl,
                           DBTaskItem* task);
   // Reads the fields that the task wants (null task: all of them, and the
