@@ -58,8 +58,11 @@ KorUserResourcesCtrl::~KorUserResourcesCtrl() {
 KorUserResourcesCtrl* KorUserResourcesCtrl::GetInstance() { return g_instance.load(); }
 
 CString KorUserResourcesCtrl::GetUserFolder(const CString& login) {
-  if (!Locations::IsUsableLoginName(login)) return CString();
-  return Locations::Join(GlobalResourceCtrl::GetGlobalKorPath(), login);
+  // Without a global path the folder would be taken relative to wherever
+  // the process happens to run: there is none then.
+  const CString global = GlobalResourceCtrl::GetGlobalKorPath();
+  if (global.IsEmpty() || !Locations::IsUsableLoginName(login)) return CString();
+  return Locations::Join(global, login);
 }
 
 void KorUserResourcesCtrl::AddUserFolder(CString folder) { userFolders_.push_back(folder); }

@@ -148,7 +148,7 @@ class KorUserResourcesCtrl : public ResourceController {
   // log-in, in the order they were loaded.
   const CStringArray& GetLoadedPlugins() const { return loadedPlugins_; }
   // The folder of login: the global path, "/", login ("" for a login that
-  // may not name a folder).
+  // may not name a folder, and while no global path is set).
   static CString GetUserFolder(const CString& login);
 
  private:

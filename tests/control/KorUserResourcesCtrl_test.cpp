@@ -84,6 +84,7 @@ class UserPlatformTest : public test::TempRootWithProgramTest {
 };
 
 TEST_F(UserPlatformTest, FirstStartMakesDefaultUserWithFoldersAndServices) {
+  EXPECT_EQ(CString(), KorUserResourcesCtrl::GetUserFolder("ann"));  // no global path yet
   ASSERT_EQ(1, platform_->StartUserPlatform(0));
   EXPECT_EQ(CString("ann|"), app_.GetProfileString("", "Users"));
   EXPECT_EQ(CString("ann"), app_.GetProfileString("User-ann", "UserLogin"));
