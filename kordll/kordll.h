@@ -76,6 +76,10 @@
 #include "kordll/periodic/IntervalRun.h"
 #include "kordll/periodic/PeriodicUpdateManager.h"
 
+// Errors and progress reports.
+#include "kordll/talk/ErrorMsg.h"
+#include "kordll/talk/SocketStatus.h"
+
 // Text, time and XML tools.
 #include "kordll/toolkit/CFileFinder.h"
 #include "kordll/toolkit/CPath.h"
