@@ -24,11 +24,14 @@ deps:
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
 	fi
 
+# The demo's user platform takes its plug-ins from the folder KORDLL_DEMO_PLUGINS
+# names: the build's folder of the sample plug-in, so that its controller is made.
 demo: deps
 	cmake -S . -B $(BUILD)/release $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Release -DKORDLL_TESTS=OFF -DKORDLL_BENCH=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 	@mkdir -p $(BUILD)/demo-root
-	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) $(BUILD)/release/kordll demo
+	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) KORDLL_DEMO_PLUGINS=$(abspath $(BUILD)/release/examples/SampleReader) \
+	  $(BUILD)/release/kordll demo
 
 test: deps
 	cmake -S . -B $(BUILD)/asan $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON

@@ -13,6 +13,7 @@
 #include "kordll/platform/Clock.h"
 #include "kordll/platform/FileFind.h"
 #include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Locations.h"
 #include "kordll/platform/TimeZone.h"
 #include "tests/support/TempRoot.h"
 #include "tools/ToolCommand.h"
@@ -84,6 +85,14 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
   EXPECT_TRUE(Has("from Marsek's folder: ..\\Tidrel\\tidrel.exe")) << out_;
   EXPECT_TRUE(Has("in the autostart folder, both with /background: yes")) << out_;
   EXPECT_TRUE(Has("removed, value and entry both gone: yes")) << out_;
+  // The user platform: one maintenance call through the scheduler; without
+  // the plug-in's folder named, no plug-in to load.
+  EXPECT_TRUE(
+      Has("a maintenance call (kind 1) arrived through the scheduler, on its thread: yes; "
+          "taken out again: yes"))
+      << out_;
+  EXPECT_TRUE(Has("the sample plug-in passed over")) << out_;
+  EXPECT_TRUE(Has("logged off again, every controller closed: yes")) << out_;
   EXPECT_TRUE(Has("All steps done.")) << out_;
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));
@@ -122,6 +131,24 @@ TEST_F(DemoCommandTest, WritesNothingBesideTheDataRootAndTheProfile) {
   EXPECT_EQ((std::vector<std::string>{"demo.kdb"}), list(root_.DataRoot()));
   EXPECT_TRUE(list(root_.DownloadFolder()).empty());
   EXPECT_TRUE(list(root_.Path("home")).empty());
+}
+
+// With the folder of the built sample plug-in named, the plug-in's
+// LoadResources makes the posts controller at log-in; the user's folder made
+// there goes again.
+TEST_F(DemoCommandTest, TheNamedPluginFolderGivesThePluginsController) {
+  const CString folder = Locations::Join(Locations::GetParent(CString(KORDLL_TOOL_PATH)),
+                                         CString("examples/SampleReader"));
+  if (!FileSystem::IsFile(Locations::Join(folder, CString("SamplePlugin.DLL")))) {
+    GTEST_SKIP() << "the sample plug-in is not built";
+  }
+  Locations::SetVariableForTesting("KORDLL_DEMO_PLUGINS", folder);
+  const int status = Run();
+  Locations::SetVariableForTesting("KORDLL_DEMO_PLUGINS", std::nullopt);
+  ASSERT_EQ(0, status) << err_ << out_;
+  EXPECT_TRUE(Has("the sample plug-in's controller created (controller 3): yes")) << out_;
+  EXPECT_TRUE(Has("logged off again, every controller closed: yes")) << out_;
+  EXPECT_FALSE(FileSystem::Exists(Locations::Join(folder, CString("walker"))));
 }
 
 TEST_F(DemoCommandTest, ADataRootThatIsAFileFailsTheRecordSteps) {
