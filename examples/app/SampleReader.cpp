@@ -7,11 +7,15 @@
 //   1. install a host (what the library shows goes through it);
 //   2. make the application object, which names the profile;
 //   3. make the catalogue of relations (record layouts come from it);
-//   4. load the listed plug-ins of the program folder, whose LoadResources
-//      makes the application's data;
+//   4. start the user platform for the reader's user: the user is found in
+//      the profile (or made, with its folder below the program folder), the
+//      scheduler and the activity list start, and the listed plug-ins of the
+//      program folder are loaded: their LoadResources makes the
+//      application's data and its posts controller;
 //   5. read the posts back and tell their dates in the library's words;
 //   6. run a keyword filter over them;
-//   7. shut down in the reverse order.
+//   7. log the user off, which closes every controller in order, and shut
+//      down in the reverse order.
 //
 // Usage: kordll_sample_reader [--desktop] [--keyword WORD] [--program-folder DIR]
 //   --desktop         use the desktop host instead of the headless one, and
@@ -23,7 +27,9 @@
 //
 // Where data goes: with KORDLL_ROOT set, the profile is below
 // $KORDLL_ROOT/config and the posts below $KORDLL_ROOT/data; otherwise the
-// user's XDG folders. The application never names a folder of its own.
+// user's XDG folders. The user's own folder (its activity list) lies in the
+// program folder, as every user's of an installation does. The application
+// never names a folder of its own.
 //
 // Exit status: 0 when the plug-in made the posts and they were read and
 // filtered; 1 when a step failed; 2 for a usage error.
@@ -32,6 +38,8 @@
 #include <string>
 #include <vector>
 
+#include "kordll/control/GlobalResourceCtrl.h"
+#include "kordll/control/KorUserResourcesCtrl.h"
 #include "kordll/filter/ContentFilter.h"
 #include "kordll/platform/COleDateTime.h"
 #include "kordll/platform/CString.h"
@@ -42,13 +50,15 @@
 #include "kordll/platform/Host.h"
 #include "kordll/platform/LibraryInfo.h"
 #include "kordll/platform/Locations.h"
-#include "kordll/platform/PluginLoader.h"
 #include "kordll/platform/Registry.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/SettingsEntryPoints.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
+#include "kordll/settings/Preferences.h"
+#include "kordll/settings/UserPlatformWiring.h"
 #include "kordll/toolkit/KorlanDateTime.h"
 
 namespace {
@@ -60,6 +70,8 @@ using kordll::Focusable;
 // the name must match exactly; any other "*.DLL" in the program folder is
 // passed over.
 const char* const kPlugins[] = {"SamplePlugin.DLL"};
+// The account the platform makes when the profile knows no user yet.
+const char16_t kDefaultLogin[] = u"reader";
 
 // The relation of a post.
 constexpr int kPostRelation = 4;
@@ -97,41 +109,25 @@ bool ParseOptions(int argc, char** argv, Options* options) {
   return true;
 }
 
-// Loads each listed plug-in found in the program folder, as the user
-// platform does at log-in. Returns how many ran their LoadResources.
-int LoadListedPlugins() {
+// Tells which "*.DLL" of the program folder the platform loaded at log-in:
+// those whose LoadResources ran; every other one was passed over (not
+// listed, not loadable, or without the entry). Returns how many ran.
+int ReportPlugins(const kordll::KorUserResourcesCtrl& platform) {
   const CString folder = kordll::Locations::GetProgramFolder();
   std::cout << "Plug-ins in " << folder.ToUtf8() << ":\n";
-  int loaded = 0;
+  const kordll::CStringArray& loaded = platform.GetLoadedPlugins();
   kordll::FileFind finder;
   int more = finder.FindFile(folder, CString("*.DLL"));
   if (more == 0) std::cout << "  none found\n";
   while (more != 0) {
     more = finder.FindNextFile();
     const CString name = finder.GetFileName();
-    bool listed = false;
-    for (const char* plugin : kPlugins) listed = listed || name == CString(plugin);
-    if (!listed) {
-      std::cout << "  " << name.ToUtf8() << ": not listed, passed over\n";
-      continue;
-    }
-    // LoadPlugin refuses anything that is not a regular file directly in the
-    // program folder, and answers why when it cannot load a library.
-    CString why;
-    switch (kordll::PluginLoader::LoadPlugin(finder.GetFilePath(), &why)) {
-      case kordll::PluginLoader::kLoaded:
-        std::cout << "  " << name.ToUtf8() << ": loaded, LoadResources ran\n";
-        ++loaded;
-        break;
-      case kordll::PluginLoader::kNoEntry:
-        std::cout << "  " << name.ToUtf8() << ": no LoadResources, closed again\n";
-        break;
-      default:
-        std::cout << "  " << name.ToUtf8() << ": not loaded: " << why.ToUtf8() << "\n";
-        break;
-    }
+    bool ran = false;
+    for (const CString& plugin : loaded) ran = ran || plugin == name;
+    std::cout << "  " << name.ToUtf8()
+              << (ran ? ": loaded, LoadResources ran\n" : ": passed over\n");
   }
-  return loaded;
+  return static_cast<int>(loaded.size());
 }
 
 // Every stored post of the database, each held by the posts controller it
@@ -191,12 +187,12 @@ bool Passes(kordll::ContentFilter* filter, Focusable* post) {
   return passed != 0;
 }
 
-// Steps 4 to 6, with the library started and the catalogue standing. With
+// Steps 5 and 6, with the user logged in and the plug-ins loaded. With
 // openFirstMatch, the link of the first post that passes is handed to the
 // host to open.
-int ReadAndFilter(kordll::CWinApp* app, const CString& keyword, bool openFirstMatch) {
-  // 4. Plug-ins.
-  if (LoadListedPlugins() == 0) {
+int ReadAndFilter(kordll::CWinApp* app, const kordll::KorUserResourcesCtrl& platform,
+                  const CString& keyword, bool openFirstMatch) {
+  if (ReportPlugins(platform) == 0) {
     std::cout << "No plug-in ran: the application has no data.\n";
     return 1;
   }
@@ -209,7 +205,14 @@ int ReadAndFilter(kordll::CWinApp* app, const CString& keyword, bool openFirstMa
   }
   std::cout << "The plug-in added " << app->GetProfileInt(kPluginSection, u"PostsAdded", -1)
             << " new posts (start " << app->GetProfileInt(kPluginSection, u"Starts", 0) << ") to "
-            << name.ToUtf8() << ".kdb\n\n";
+            << name.ToUtf8() << ".kdb\n";
+  // Under the platform the plug-in also made the posts controller, which
+  // holds the posts from now on; this application reads its own copies.
+  std::cout << "Posts controller (" << kPostsController << "): "
+            << (kordll::GlobalResourceCtrl::GetResourceController(kPostsController) != nullptr
+                    ? "made by the plug-in"
+                    : "none")
+            << "\n\n";
 
   // 5. The posts, read back.
   kordll::AZeusDB db(kordll::Locations::GetDataRoot(), name, 0, 0);
@@ -252,6 +255,45 @@ int ReadAndFilter(kordll::CWinApp* app, const CString& keyword, bool openFirstMa
   return posts.empty() || left != 0 ? 1 : 0;
 }
 
+// Steps 4 to 7: the user platform started for the reader's user, the posts
+// read and filtered while the user is logged in, and the log-off. The
+// platform is the first controller the application makes; its last Release
+// (in CloseResourceCtrl) deletes it.
+int RunUserPlatform(kordll::CWinApp* app, const CString& keyword, bool openFirstMatch) {
+  // 4. The platform reaches accounts and the scheduler through hooks that
+  // the settings layer installs.
+  kordll::InstallUserPlatformWiring();
+  auto* platform =
+      new kordll::KorUserResourcesCtrl(kordll::Preferences::kNewsRelation, kDefaultLogin, u"");
+  for (const char* plugin : kPlugins) platform->AddDLLValidFileName(CString(plugin));
+  // The profile's list of users, empty before the first start.
+  const bool known = !app->GetProfileString(u"", u"Users").IsEmpty();
+  if (platform->StartUserPlatform(0) != 1) {
+    std::cout << "No user could log in.\n";
+    platform->CloseResourceCtrl();
+    return 1;
+  }
+  const CString login = kordll::SettingsEntryPoints::Get()->GetCurrentLogin();
+  const bool services = kordll::GlobalResourceCtrl::GetResourceController(
+                            kordll::kSchedulerControllerID) != nullptr &&
+                        platform->GetActivityCtrl() != nullptr;
+  std::cout << "User \"" << login.ToUtf8() << "\" " << (known ? "found" : "made")
+            << " and logged in; folder "
+            << kordll::KorUserResourcesCtrl::GetUserFolder(login).ToUtf8() << "\n"
+            << "Scheduler and activity list: " << (services ? "running" : "missing") << "\n";
+
+  const int status = ReadAndFilter(app, *platform, keyword, openFirstMatch);
+
+  // 7. The log-off closes the posts controller first, the scheduler apart
+  // from the rest, then every other controller, waiting (bounded) for them.
+  platform->LogoffActiveUser();
+  const bool closed = kordll::GlobalResourceCtrl::IsAllResourcesClosed(nullptr) != 0;
+  std::cout << "\nLogged off: " << (closed ? "every controller closed" : "a controller was left")
+            << "\n";
+  platform->CloseResourceCtrl();
+  return closed && services ? status : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -288,7 +330,7 @@ int main(int argc, char** argv) {
     kordll::GlobalRelationsCtrl catalogue;
     std::cout << "Catalogue: " << catalogue.GetRelationCount() << " relations\n\n";
 
-    status = ReadAndFilter(&app, options.keyword, options.desktop);
+    status = RunUserPlatform(&app, options.keyword, options.desktop);
 
     // 7. Shut-down, in the reverse order: the catalogue and the application
     // object go at the end of this block.
