@@ -78,6 +78,7 @@
 
 // Errors and progress reports.
 #include "kordll/talk/ErrorMsg.h"
+#include "kordll/talk/ProgressData.h"
 #include "kordll/talk/SocketStatus.h"
 
 // Text, time and XML tools.
