@@ -46,10 +46,13 @@ class ManagerHold {
   PeriodicUpdateManager* manager_ = nullptr;
 };
 
-// The timer period of an interval in seconds, within what a timer takes.
+// The timer period of an interval in seconds, within what a timer takes. A
+// negative interval is no short one: like a negative period (see AddTimer)
+// it gives the longest timer there is.
 std::int64_t TimerPeriod(long intervalSeconds) {
   constexpr long kLongest = INT_MAX / PeriodicUpdateManager::kSecondsToTimer;
-  return std::clamp<long>(intervalSeconds, 0, kLongest) * PeriodicUpdateManager::kSecondsToTimer;
+  if (intervalSeconds < 0) return INT_MAX;
+  return std::min<long>(intervalSeconds, kLongest) * PeriodicUpdateManager::kSecondsToTimer;
 }
 
 template <class T>
@@ -102,7 +105,9 @@ PeriodicUpdateManager* PeriodicUpdateManager::GetPeriodicUpdateManager() {
 
 unsigned PeriodicUpdateManager::AddTimer(std::int64_t periodMs, CWinThread* target) {
   if (GlobalResourceCtrl::IsGlobalResourceValid() == 0 || target == nullptr) return 0;
-  const unsigned id = SetTimer(target, std::max<std::int64_t>(periodMs, 0));
+  // Periods are unsigned: a negative one stands for a huge period, which a
+  // timer takes as its longest.
+  const unsigned id = SetTimer(target, periodMs < 0 ? INT_MAX : periodMs);
   if (id == 0) return 0;
   std::lock_guard<std::mutex> lock(g_timersMu);
   g_timers[id] = target;
@@ -248,6 +253,7 @@ int PeriodicUpdateManager::RemoveFocusableIntervalRun(Focusable*, FocusableInter
 }
 
 int PeriodicUpdateManager::RemoveRCIntervalRun(ResourceController* controller, int kind) {
+  if (controller == nullptr) return 0;  // never registered
   CSingleLock lock(structureLock_);
   const long long key = ControllerKey(controller, kind);
   auto known = controllerKeys_.find(key);

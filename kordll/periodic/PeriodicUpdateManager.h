@@ -85,14 +85,16 @@ class PeriodicUpdateManager : public CWinThread, public ResourceController {
   // A periodic timer whose message 275 (wParam: the id) goes to target's
   // queue; the target must pump messages. Answers the id, or 0 while the
   // registry of controllers is not valid or when target cannot take
-  // messages. A period of 0 is raised to the platform's smallest.
+  // messages. A period of 0 is raised to the platform's smallest; a
+  // negative one gives the longest.
   static unsigned AddTimer(std::int64_t periodMs, CWinThread* target);
   // Ends the timer and takes it out of the table: 1 when the table held it.
   // A 275 of it already queued stays queued.
   static int RemoveTimer(unsigned timerID);
 
-  // Serves record with PerformMaintenance(kind) every intervalSeconds. The
-  // record is reserved while registered. Null records are ignored.
+  // Serves record with PerformMaintenance(kind) every intervalSeconds (a
+  // negative interval: the longest timer). The record is reserved while
+  // registered. Null records are ignored.
   static void AddMaintenanceItem(Focusable* record, long intervalSeconds, int kind);
   // Takes the pair out of its run (see the quirks above). 1 when a run held
   // it, else 0.

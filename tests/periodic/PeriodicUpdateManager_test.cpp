@@ -217,6 +217,17 @@ TEST_F(PeriodicTest, ClosingStopsThePassAfterTheCurrentCallAndRefusesRegistratio
   EXPECT_NE(m_, nullptr);
 }
 
+TEST_F(PeriodicTest, ANegativeIntervalOrPeriodGivesTheLongestTimer) {
+  P::AddMaintenanceItem(&a_, -1, 1);
+  Step(100);
+  Step(1000);
+  EXPECT_EQ(Take(), Calls{});
+  const unsigned id = P::AddTimer(-5, m_);
+  EXPECT_EQ(TimerTable::Instance().PeriodOf(id), INT_MAX);
+  P::RemoveTimer(id);
+  EXPECT_EQ(m_->RemoveRCIntervalRun(nullptr, 1), 0);  // no controller: nothing known
+}
+
 // A worker that notes the timer messages it receives.
 struct TimerThread : CWinThread {
   TimerThread() { m_bAutoDelete = 0, CreateThread(); }
