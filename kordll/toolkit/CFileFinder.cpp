@@ -74,8 +74,9 @@ int CFileFinder::FindAt(CFindOpts& opts, int depth) {
       below.base_folder = base + entry.name;
       FindAt(below, depth + 1);
     }
-    if (stop_) return GetFileCount();
   }
+  // After a stop the folder still takes its turn (it is announced and becomes
+  // the searching folder), but none of its entries is looked at.
 
   SetSearchingFolder(base);
   if (callback_ != nullptr) callback_(this, kCallbackFolder, user_data_);

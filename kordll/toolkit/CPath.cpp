@@ -151,7 +151,14 @@ void CPath::SetPath(const CString& text, int is_folder, int has_arguments) {
 
   CString work = given_;
   if (has_arguments) {
-    int blank = FirstUnquotedBlank(work);
+    // The arguments start behind the first space outside double quotes; a
+    // tab belongs to the path.
+    int blank = -1;
+    bool quoted = false;
+    for (int i = 0; i < work.GetLength() && blank < 0; ++i) {
+      if (work[i] == u'"') quoted = !quoted;
+      if (!quoted && work[i] == u' ') blank = i;
+    }
     if (blank >= 0) {
       args_ = work.Mid(blank + 1);
       work = work.Left(blank);

@@ -102,6 +102,8 @@ TEST_F(CFileFinderTest, NeverLeavesTheTreeAndStopsEverywhere) {
       nullptr);
   EXPECT_EQ(1, f.FindFiles(base_, "*", 1));
   EXPECT_EQ(base_ + "/sub/deep/d.txt", f.GetFilePath(0));
+  // The folders above still take their turn, without looking at an entry.
+  EXPECT_EQ(base_ + "/", f.GetSearchingFolder());
 }
 
 }  // namespace

@@ -26,6 +26,8 @@ TEST(CPathTest, SplitsAsWindowsDoes) {
        "/background", 0, 1},
       {u"C:\\Skins\\Blue.theme", 1, 0, "C:", "\\Skins\\Blue.theme\\", "", "", "", 0, 1},
       {u"/home/ann/.profile", 0, 0, "", "\\home\\ann\\", "", "", "", 0, 0},
+      // Only a space outside quotes starts the arguments, a tab does not.
+      {u"C:\\a\tb.exe /x", 0, 1, "C:", "\\", "a\tb", "exe", "/x", 0, 1},
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(CString(r.text).ToUtf8());
