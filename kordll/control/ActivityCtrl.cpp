@@ -106,11 +106,14 @@ void ActivityCtrl::LoadResources(CString runningPath) {
 }
 
 int ActivityCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int* result) {
-  if (message == nullptr || !IsActivity(message->focusable)) return 0;
+  if (message == nullptr) return 0;
+  // Both commands are this controller's whatever they carry: they are
+  // answered, and act only on an activity record.
+  const bool activity = IsActivity(message->focusable);
   if (message->message == kCommandAddActivity) {
-    AddActivity(message->focusable);
+    if (activity) AddActivity(message->focusable);
   } else if (message->message == kCommandRemoveActivity) {
-    RemoveActivity(message->focusable);
+    if (activity) RemoveActivity(message->focusable);
   } else {
     return 0;
   }

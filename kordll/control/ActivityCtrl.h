@@ -59,8 +59,9 @@ class ActivityCtrl : public ResourceController {
   // (kind 1). A record whose GUID the controller already holds is not
   // entered. 29781 (remove): the record leaves the database and the
   // controller; panels hear 1055 (kind 2) unless the application is
-  // closing; the record may be deleted by this. Both answer 1 (and set
-  // *result to 1) for a record of relation 29; everything else 0.
+  // closing; the record may be deleted by this. Both act only on a record
+  // of relation 29, and both answer 1 (and set *result to 1) whatever the
+  // message carries; every other command answers 0.
   int InterpretGUICommand(PANELVIEWMESSAGE* message, int* result) override;
   // Opens "Activities" in runningPath and enters every record it holds.
   // Without a running path no database is made (nothing could be kept

@@ -80,7 +80,8 @@ int KorUserResourcesCtrl::LoadUsers() {
   CWinApp* app = CWinApp::Current();
   if (app == nullptr) return 0;
   const UserPlatformHooks hooks = UserPlatformHooks::Get();
-  DeleteUsers();
+  // The accounts found join those already known (the list is not emptied:
+  // the account logged in, and the current settings, stay as they are).
   const CString list = app->GetProfileString("", kUsersKey);
   int start = 0;
   while (start <= list.GetLength()) {
@@ -298,6 +299,10 @@ int KorUserResourcesCtrl::DecomposeGlobalResources(ProgressData* progress) {
 }
 
 void KorUserResourcesCtrl::CloseResourceCtrl() {
+  // No current settings after this, also when the application logged in a
+  // record of its own that is no account here.
+  const UserPlatformHooks hooks = UserPlatformHooks::Get();
+  if (hooks.setGlobalPreferences) hooks.setGlobalPreferences(nullptr);
   DeleteUsers();
   GlobalResourceCtrl::DeRegisterResourceCtrl(this);
   Release();

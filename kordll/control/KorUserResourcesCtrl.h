@@ -96,8 +96,9 @@ class KorUserResourcesCtrl : public ResourceController {
   // until every slot of the registry is empty, after which a controller that
   // has not finished is abandoned; no current settings. Answers 1.
   virtual int LogoffActiveUser();
-  // Reads "Users" and makes an account of each usable login (the list is
-  // emptied first). 1 when there is any; 0 without an application object.
+  // Reads "Users" and adds an account for each usable login to those
+  // already known (loading twice lists a login twice). 1 when there is any
+  // account; 0 without an application object.
   virtual int LoadUsers();
   // Chooses the active user: with create 0 the only user (none when there
   // are several or none); with create non-zero a new account from the
@@ -109,8 +110,8 @@ class KorUserResourcesCtrl : public ResourceController {
   // ignored) and sets its running path. 1; 0 for a null user or one whose
   // login may not name a folder.
   virtual int CreateUserAccount(Preferences* user);
-  // The end: deletes every account (the current settings are cleared
-  // first), de-registers the controller and drops its reference.
+  // The end: clears the current settings, deletes every account,
+  // de-registers the controller and drops its reference.
   void CloseResourceCtrl() override;
 
   // --- Set-up by the application, before StartUserPlatform ---------------

@@ -85,8 +85,13 @@ TEST_F(ActivityCtrlTest, ActivitiesSurviveReloadsAndADamagedSlotCostsItsRecordOn
   Focusable* second = Add("R4_G2", "second");
   Add("R4_G3", "third");
   EXPECT_EQ(11, Command(kCommandAddActivity, second));  // held already: not again
+  // Both commands are answered whatever they carry; only activities count.
   Focusable post(4, nullptr);
-  EXPECT_EQ(0, Command(kCommandAddActivity, &post));
+  for (Focusable* other : {&post, static_cast<Focusable*>(nullptr)}) {
+    EXPECT_EQ(11, Command(kCommandAddActivity, other));
+    EXPECT_EQ(11, Command(kCommandRemoveActivity, other));
+  }
+  EXPECT_EQ(0, Command(kCommandAddActivity + 2, second));
   EXPECT_EQ(4u, ctrl_->GetFocusables().size());
   EXPECT_EQ("1025/0 1057/1 1057/1 1057/1 1057/1 ", Heard());
   EXPECT_EQ(11, Command(kCommandRemoveActivity, second));

@@ -105,15 +105,29 @@ TEST_F(UserPlatformTest, FirstStartMakesDefaultUserWithFoldersAndServices) {
 }
 
 TEST_F(UserPlatformTest, StoredUsersDecideWhoLogsIn) {
-  app_.WriteProfileString("", "Users", "|bob||../x|carl|");
-  EXPECT_EQ(1, platform_->LoadUsers());
-  EXPECT_EQ(2u, platform_->GetUsers().size());    // the empty and the bad logins pass
-  EXPECT_EQ(0, platform_->StartUserPlatform(0));  // two users: the application decides
-  EXPECT_FALSE(Folder("program/ann") || Folder("program/bob"));
   app_.WriteProfileString("", "Users", "bob|");
   ASSERT_EQ(1, platform_->StartUserPlatform(0));
   EXPECT_EQ(CString("bob"), SettingsEntryPoints::Get()->GetCurrentLogin());
   EXPECT_TRUE(Folder("program/bob/Posts"));
+  // Loading again adds to the list; the logged-in user stays current.
+  app_.WriteProfileString("", "Users", "|bob||../x|carl|");
+  EXPECT_EQ(1, platform_->LoadUsers());
+  EXPECT_EQ(3u, platform_->GetUsers().size());  // the empty and the bad logins pass
+  EXPECT_EQ(CString("bob"), SettingsEntryPoints::Get()->GetCurrentLogin());
+  EXPECT_EQ(0, platform_->StartUserPlatform(0));  // several users: the application decides
+  EXPECT_FALSE(Folder("program/ann") || Folder("program/carl"));
+}
+
+TEST_F(UserPlatformTest, ClosingClearsCurrentSettingsWithoutAccounts) {
+  // The application logged in a record of its own; the platform holds none.
+  const UserPlatformHooks hooks = UserPlatformHooks::Get();
+  Preferences* own = hooks.newUser("dora", 12);
+  platform_->SetNoActivity(1);
+  ASSERT_EQ(1, platform_->InitiateUserPlaftform(own, 0, 0));
+  platform_->CloseResourceCtrl();
+  EXPECT_EQ(CString(), SettingsEntryPoints::Get()->GetCurrentLogin());
+  hooks.deleteUser(own);
+  platform_ = new KorUserResourcesCtrl(12, "ann", "secret");
 }
 
 TEST_F(UserPlatformTest, OnlyListedPluginsWithTheEntryStayLoaded) {
