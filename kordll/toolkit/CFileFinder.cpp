@@ -61,7 +61,9 @@ int CFileFinder::Find(CFindOpts& opts) {
 
 int CFileFinder::FindAt(CFindOpts& opts, int depth) {
   const char16_t separator = SeparatorOf(opts.base_folder);
-  const CString base = WithSeparator(opts.base_folder, separator);
+  // The caller's options keep the base as searched, separator and all.
+  opts.base_folder = WithSeparator(opts.base_folder, separator);
+  const CString base = opts.base_folder;
   const CString system_folder = SystemName(opts.base_folder);
   std::vector<FindEntry> entries;
 

@@ -69,6 +69,7 @@ TEST_F(CFileFinderTest, FiltersDropEntries) {
   opts.flags = CFileFinder::kFindText;
   opts.text = "needle";
   EXPECT_EQ(2, f.Find(opts));
+  EXPECT_EQ(base_ + "/", opts.base_folder) << "the search's own base gets its separator";
   EXPECT_EQ((std::vector<CString>{base_ + "/sub/c.txt", base_ + "/B.TXT"}), Found(f));
   f.RemoveAll();
   opts.flags = CFileFinder::kFindAttributes;
