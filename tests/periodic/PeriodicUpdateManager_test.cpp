@@ -219,12 +219,9 @@ TEST_F(PeriodicTest, ClosingStopsThePassAfterTheCurrentCallAndRefusesRegistratio
 
 TEST_F(PeriodicTest, ANegativeIntervalOrPeriodGivesTheLongestTimer) {
   P::AddMaintenanceItem(&a_, -1, 1);
-  Step(100);
-  Step(1000);
+  Step(100), Step(1000);
   EXPECT_EQ(Take(), Calls{});
-  const unsigned id = P::AddTimer(-5, m_);
-  EXPECT_EQ(TimerTable::Instance().PeriodOf(id), INT_MAX);
-  P::RemoveTimer(id);
+  EXPECT_EQ(TimerTable::Instance().PeriodOf(P::AddTimer(-5, m_)), INT_MAX);
   EXPECT_EQ(m_->RemoveRCIntervalRun(nullptr, 1), 0);  // no controller: nothing known
 }
 
