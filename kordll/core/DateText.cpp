@@ -1,6 +1,7 @@
 #include "kordll/core/DateText.h"
 
 #include <cstdint>
+#include <string_view>
 
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/Clock.h"
@@ -272,6 +273,45 @@ COleDateTime DateText::StringToDateTimeExplained(CString text, int toLocal, Read
     result -= bias;
   }
   return result;
+}
+
+COleDateTime DateText::StoredTextToDateTime(const CString& text) {
+  COleDateTime date;
+  if (ReadStoredShape(text, &date)) return date;
+  return StringToDateTime(text, 0);
+}
+
+bool DateText::ReadStoredShape(const CString& text, COleDateTime* date) {
+  // "MM/DD/YY@HH:MM" is refused by the plain reader (no blank before the
+  // time) and by every form before the stored one, and the stored form then
+  // overwrites every field an earlier form left behind. So the date is the
+  // stored form's own: the year widened as there, the same checks.
+  const std::u16string_view s = text.view();
+  if (s.size() != 14 || s[2] != u'/' || s[5] != u'/' || s[8] != u'@' || s[11] != u':') {
+    return false;
+  }
+  int field[5];
+  for (int i = 0; i < 5; ++i) {
+    const char16_t high = s[3 * i], low = s[3 * i + 1];
+    if (high < u'0' || high > u'9' || low < u'0' || low > u'9') return false;
+    field[i] = (high - u'0') * 10 + (low - u'0');
+  }
+  Fields f;
+  f.month = field[0];
+  f.day = field[1];
+  f.year = field[2];
+  f.hour = field[3];
+  f.minute = field[4];
+  if (f.month < 1 || f.month > 12 || f.day < 1 || f.day > 31 || f.hour > 23 || f.minute > 59) {
+    return false;
+  }
+  WidenNearestPast(&f.year);
+  WidenFixedWindow(&f.year);
+  COleDateTime result;
+  result.SetStatus(COleDateTime::invalid);
+  Validate(&result, f);
+  *date = result;
+  return true;
 }
 
 COleDateTime DateText::StringToDate(CString text) {

@@ -51,6 +51,15 @@ class DateText {
   static COleDateTime StringToDateTime(CString text, int toLocal);
   // The same, and tells in *info (which may be null) what was found.
   static COleDateTime StringToDateTimeExplained(CString text, int toLocal, ReadInfo* info);
+  // Reads a stored date: StringToDateTime(text, 0), with a short way for
+  // the exact stored shape. Every text gives the same date as there.
+  static COleDateTime StoredTextToDateTime(const CString& text);
+  // The short way alone. The text must be exactly "MM/DD/YY@HH:MM", each
+  // field two ASCII digits, month 01 to 12, day 01 to 31, hour 00 to 23 and
+  // minute 00 to 59; then *date is what StringToDateTime(text, 0) gives and
+  // true is returned. For any other text *date is left alone and false is
+  // returned, so the caller reads it the long way.
+  static bool ReadStoredShape(const CString& text, COleDateTime* date);
   // Reads a date and keeps the day only, except that a text the platform's
   // plain reader accepts is returned as read. The stored shape always gets
   // 2000 added to its year, so a four-digit year comes out 2000 years late.

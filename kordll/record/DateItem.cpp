@@ -13,7 +13,7 @@ DateItem::DateItem(CString text) : Item(kTypeDate, std::move(text)) {
   if (text_.IsEmpty()) {
     value_.SetStatus(COleDateTime::invalid);  // not parsed yet
   } else {
-    value_ = DateText::StringToDateTime(text_, 0);
+    value_ = DateText::StoredTextToDateTime(text_);
   }
 }
 
@@ -50,7 +50,7 @@ int DateItem::IsSame(Item* other) {
 
 COleDateTime DateItem::GetDateTime() {
   if (value_.GetStatus() == COleDateTime::invalid && !text_.IsEmpty()) {
-    value_ = DateText::StringToDateTime(text_, 0);
+    value_ = DateText::StoredTextToDateTime(text_);
   }
   return value_;
 }
