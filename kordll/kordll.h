@@ -70,6 +70,8 @@
 #include "kordll/control/PanelWnd.h"
 #include "kordll/control/ResourceController.h"
 #include "kordll/control/TidrelManager.h"
+#include "kordll/control/TrashItem.h"
+#include "kordll/control/TreeItem.h"
 #include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 
 // Periodic work.
