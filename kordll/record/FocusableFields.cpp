@@ -38,7 +38,7 @@ void ParseInto(Item* item, const CString& text) {
   } else if (auto* d = dynamic_cast<DoubleItem*>(item)) {
     d->SetValue(_wtof(text));
   } else if (auto* t = dynamic_cast<DateItem*>(item)) {
-    t->SetValue(DateText::StringToDateTime(text, 0));
+    t->SetValue(DateText::StoredTextToDateTime(text));
   } else if (auto* b = dynamic_cast<BoolItem*>(item)) {
     b->SetValue(text == CString(u"0") ? 0 : 1);
   }
