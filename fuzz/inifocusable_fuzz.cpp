@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "FuzzFields.h"
+#include "FuzzProfileValue.h"
 #include "FuzzScratch.h"
 #include "kordll/control/INIFocusable.h"
 #include "kordll/platform/CRuntime.h"
@@ -50,14 +51,6 @@ using kordll_fuzz::FieldAt;
 constexpr int kRelation = 12;
 
 using kordll_fuzz::QuietHost;
-
-uint64_t NumberOf(const std::string& bytes) {
-  uint64_t v = 0;
-  for (size_t i = 0; i < 8 && i < bytes.size(); ++i) {
-    v |= static_cast<uint64_t>(static_cast<uint8_t>(bytes[i])) << (8 * i);
-  }
-  return v;
-}
 
 }  // namespace
 
@@ -90,22 +83,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (op.GetLength() > 1) {
       name = relation->GetFieldDecorationName(keyed[op[1] % keyed.size()]);
     }
-    RegValue raw;
-    switch (op.IsEmpty() ? u's' : op[0]) {
-      case u'i':
-        raw = RegValue::Dword(static_cast<uint32_t>(NumberOf(value.bytes)));
-        break;
-      case u'q':
-        raw = RegValue::Qword(NumberOf(value.bytes));
-        break;
-      case u'b':
-        raw = RegValue::Binary(value.bytes);
-        break;
-      default:
-        raw = RegValue::String(value.text);
-        break;
-    }
-    registry->SetValue(RegHive::kCurrentUser, sectionKey, name, raw, true);
+    registry->SetValue(RegHive::kCurrentUser, sectionKey, name,
+                       kordll_fuzz::ProfileValueOf(op.IsEmpty() ? u's' : op[0], value), true);
   }
 
   INIFocusable prefs(section, kRelation, CString());

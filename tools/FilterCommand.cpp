@@ -32,21 +32,6 @@ using kordll::CString;
 // The controller id the checked headers are held by.
 constexpr int kCheckController = 50;
 
-const char* TypeName(int type) {
-  switch (type) {
-    case kordll::Item::kTypeInt:
-      return "int";
-    case kordll::Item::kTypeDouble:
-      return "double";
-    case kordll::Item::kTypeDate:
-      return "date";
-    case kordll::Item::kTypeBool:
-      return "bool";
-    default:
-      return "string";
-  }
-}
-
 // A text on one line: line breaks and tabs are written as \n, \r and \t.
 std::string OneLine(const CString& text) {
   std::string out;
@@ -84,7 +69,8 @@ void PrintFilter(kordll::ContentFilter& filter, std::ostream& out) {
       for (kordll::Item* item : items) {
         if (item == nullptr) continue;
         out << "relation\t" << relation << "\tfield\t" << field << "\t"
-            << TypeName(item->GetItemTypeID()) << "\t" << OneLine(item->GetItemString()) << "\n";
+            << kordll_tool::FieldTypeName(item->GetItemTypeID()) << "\t"
+            << OneLine(item->GetItemString()) << "\n";
       }
     }
   }

@@ -48,21 +48,6 @@ using kordll::CString;
   "prefs [--company NAME] [--app NAME] [--relation 12|28|31] [--set KEY=VALUE]... [LOGIN]"
 const char kUsage[] = "usage: kordll " KORDLL_PREFS_USAGE "\n";
 
-const char* TypeName(int type) {
-  switch (type) {
-    case 0:
-      return "int";
-    case 1:
-      return "double";
-    case 2:
-      return "date";
-    case 3:
-      return "bool";
-    default:
-      return "string";
-  }
-}
-
 std::string Column(const CString& text) {
   CString shown;
   for (int i = 0; i < text.GetLength(); ++i) {
@@ -289,7 +274,7 @@ int RunPrefs(const std::vector<std::string>& args, std::ostream& out, std::ostre
         const bool usable =
             found && (field->type == 0 ? stored.type == kordll::REG_DWORD
                                        : kordll::RegValue::IsStringType(stored.type));
-        out << Column(field->decoration) << '\t' << TypeName(field->type) << '\t'
+        out << Column(field->decoration) << '\t' << kordll_tool::FieldTypeName(field->type) << '\t'
             << Column(ValueAsSeen(prefs, id, field->type)) << '\t'
             << (usable ? "stored" : "default") << '\n';
       }

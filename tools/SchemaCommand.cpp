@@ -23,23 +23,6 @@
 
 namespace {
 
-const char* TypeName(int type) {
-  switch (type) {
-    case 0:
-      return "int";
-    case 1:
-      return "double";
-    case 2:
-      return "date";
-    case 3:
-      return "bool";
-    case 4:
-      return "string";
-    default:
-      return "unknown";
-  }
-}
-
 std::string Column(const kordll::CString& text) {
   std::string out;
   for (char c : text.ToUtf8()) {
@@ -71,9 +54,9 @@ void PrintRelation(const kordll::Relation& relation, std::ostream& out) {
     const kordll::FieldInfo* field = layout->GetField(index);
     if (field == nullptr) continue;
     out << relation.GetRelationID() << '\t' << name << '\t' << field->id << '\t'
-        << TypeName(field->type) << '\t' << field->size << '\t' << field->indexable << '\t'
-        << field->cdata << '\t' << Column(field->defaultValue) << '\t' << Column(field->decoration)
-        << '\n';
+        << kordll_tool::FieldTypeName(field->type) << '\t' << field->size << '\t'
+        << field->indexable << '\t' << field->cdata << '\t' << Column(field->defaultValue) << '\t'
+        << Column(field->decoration) << '\n';
   }
 }
 

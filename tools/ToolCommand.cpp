@@ -2,11 +2,30 @@
 
 #include <algorithm>
 
+#include "kordll/record/Item.h"
+
 namespace kordll_tool {
 
 std::vector<Command>& Commands() {
   static std::vector<Command> commands;
   return commands;
+}
+
+const char* FieldTypeName(int type) {
+  switch (type) {
+    case kordll::Item::kTypeInt:
+      return "int";
+    case kordll::Item::kTypeDouble:
+      return "double";
+    case kordll::Item::kTypeDate:
+      return "date";
+    case kordll::Item::kTypeBool:
+      return "bool";
+    case kordll::Item::kTypeString:
+      return "string";
+    default:
+      return "unknown";
+  }
 }
 
 Registration::Registration(const char* name, const char* usage, const char* about, CommandFn run) {

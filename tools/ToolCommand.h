@@ -29,6 +29,10 @@ struct Command {
 // All registered commands, sorted by name.
 std::vector<Command>& Commands();
 
+// The word for a field or item type (int, double, date, bool, string); a
+// number outside the types gives "unknown".
+const char* FieldTypeName(int type);
+
 struct Registration {
   Registration(const char* name, const char* usage, const char* about, CommandFn run);
 };

@@ -174,6 +174,20 @@ CString CString::SpanExcluding(const CString& chars) const {
   return pos == std::u16string::npos ? *this : CString(s_.substr(0, pos));
 }
 
+std::vector<CString> CString::Split(char16_t separator) const {
+  std::vector<CString> pieces;
+  size_t start = 0;
+  for (;;) {
+    const size_t at = s_.find(separator, start);
+    if (at == std::u16string::npos) {
+      pieces.emplace_back(s_.data() + start, static_cast<int>(s_.size() - start));
+      return pieces;
+    }
+    pieces.emplace_back(s_.data() + start, static_cast<int>(at - start));
+    start = at + 1;
+  }
+}
+
 CString CString::Tokenize(const CString& delims, int& start) const {
   if (start < 0 || start >= GetLength()) {
     start = -1;

@@ -134,6 +134,9 @@ class CString {
   // Next token after *start delimited by any of the units of delims; runs of
   // delimiters are skipped. At the end returns "" and sets *start to -1.
   CString Tokenize(const CString& delims, int& start) const;
+  // The pieces between the separators, empty pieces kept: "a||b" gives
+  // "a", "", "b" and "" gives one empty piece.
+  std::vector<CString> Split(char16_t separator) const;
 
   // Editing. Each returns the count of what changed (Replace: replacements,
   // Remove: units removed, Insert/Delete: the new length).

@@ -26,20 +26,6 @@ const char16_t kNoEntry[] = u"_NOENTRY_";
 const char16_t kBang[] = u"&77889";
 const char16_t kBar[] = u"&77890";
 
-std::vector<CString> SplitKeepingEmpty(const CString& text, char16_t separator) {
-  std::vector<CString> pieces;
-  int start = 0;
-  for (;;) {
-    const int at = text.Find(separator, start);
-    if (at < 0) {
-      pieces.push_back(text.Mid(start));
-      return pieces;
-    }
-    pieces.push_back(text.Mid(start, at - start));
-    start = at + 1;
-  }
-}
-
 CString Escaped(CString text) {
   text.Replace(CString(u"!"), CString(kBang));
   text.Replace(CString(u"|"), CString(kBar));
@@ -68,10 +54,10 @@ void Preferences::LoadMySearchEngineDefinitions() {
   enginesLoaded_ = true;
   const CString stored = GetFieldString(kMySearchEngineDefinitions, 0);
   if (stored.IsEmpty()) return;
-  for (const CString& piece : SplitKeepingEmpty(stored, u'|')) {
+  for (const CString& piece : stored.Split(u'|')) {
     if (piece.IsEmpty()) continue;
     auto engine = std::make_unique<SearchEngine>();
-    const std::vector<CString> tokens = SplitKeepingEmpty(piece, u'!');
+    const std::vector<CString> tokens = piece.Split(u'!');
     for (size_t i = 0; i < tokens.size() && i < 8; ++i) {
       const CString token = Unescaped(tokens[i]);
       switch (i) {

@@ -21,21 +21,6 @@ const char16_t kDefaultSkin[] = u"DefaultSkin.tsf";
 // Stands for an empty proxy user name or password in field 24.
 const char16_t kNoEntry[] = u"#@#";
 
-// The pieces of text between the separators, empty pieces kept.
-std::vector<CString> SplitKeepingEmpty(const CString& text, char16_t separator) {
-  std::vector<CString> pieces;
-  int start = 0;
-  for (;;) {
-    const int at = text.Find(separator, start);
-    if (at < 0) {
-      pieces.push_back(text.Mid(start));
-      return pieces;
-    }
-    pieces.push_back(text.Mid(start, at - start));
-    start = at + 1;
-  }
-}
-
 // The first bit of bits (in the order given) that word has, or 0.
 int FirstOf(int word, std::initializer_list<int> bits) {
   for (int bit : bits) {
@@ -335,7 +320,7 @@ void UserPreferences::LoadProxyInfo() {
     melody_ = packed;
     return;
   }
-  const std::vector<CString> parts = SplitKeepingEmpty(packed, u'|');
+  const std::vector<CString> parts = packed.Split(u'|');
   auto part = [&parts](size_t i) { return i < parts.size() ? parts[i] : CString(); };
   melody_ = part(0);
   proxyServer_ = part(1);

@@ -97,6 +97,11 @@ TEST(CStringTokenize, SkipsRunsOfDelimiters) {
   EXPECT_EQ(pos, -1);
 }
 
+TEST(CStringSplit, KeepsEmptyPiecesUnlikeTokenize) {
+  EXPECT_EQ(CString(u",a,,b,").Split(u','), (std::vector<CString>{u"", u"a", u"", u"b", u""}));
+  EXPECT_EQ(CString().Split(u'|'), std::vector<CString>{CString()});
+}
+
 TEST(CStringFormat, NumbersOutOfRangeOfTheConversionSaturate) {
   // A double for an integer conversion never casts out of range.
   EXPECT_EQ(CString::Formatted(u"%d", 1e300), u"9223372036854775807");
