@@ -15,11 +15,11 @@
 #   schema     the catalogue of record types
 #   filter     content filters
 #   control    controllers, the global registry, panels, tree, trash, users
-#   transfer   file requests, the download list
 #   periodic   the scheduler
 #   talk       talks, errors, progress
+#   transfer   file requests, the download list (a finished download fires a talk)
 #   settings   preferences and skins
-set(KORDLL_LAYERS platform core record toolkit schema filter control transfer periodic talk settings)
+set(KORDLL_LAYERS platform core record toolkit schema filter control periodic talk transfer settings)
 
 set(KORDLL_LAYER_DEPS_platform "")
 set(KORDLL_LAYER_DEPS_core     platform)
@@ -28,10 +28,10 @@ set(KORDLL_LAYER_DEPS_toolkit  record)
 set(KORDLL_LAYER_DEPS_schema   toolkit)
 set(KORDLL_LAYER_DEPS_filter   schema)
 set(KORDLL_LAYER_DEPS_control  filter)
-set(KORDLL_LAYER_DEPS_transfer control)
 set(KORDLL_LAYER_DEPS_periodic control)
-set(KORDLL_LAYER_DEPS_talk     transfer periodic)
-set(KORDLL_LAYER_DEPS_settings talk)
+set(KORDLL_LAYER_DEPS_talk     periodic)
+set(KORDLL_LAYER_DEPS_transfer talk)
+set(KORDLL_LAYER_DEPS_settings transfer)
 
 # KORDLL_LAYER_ALLOWED_<layer>: the layer itself and everything below it.
 foreach(layer IN LISTS KORDLL_LAYERS)
