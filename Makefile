@@ -8,7 +8,7 @@ JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD     ?= build
 PACKAGES  := cmake make g++ pkg-config ninja-build libsqlite3-dev libxml2-dev libxslt1-dev \
              libicu-dev libgtest-dev libbenchmark-dev clang-format \
-             libcurl4-openssl-dev libnotify-dev dbus-daemon
+             libcurl4-openssl-dev libnotify-dev dbus-daemon python3
 GENERATOR := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 # Where ccache is installed, rebuilds reuse earlier compilations.
 LAUNCHER  := $(shell command -v ccache >/dev/null 2>&1 && echo "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache")
