@@ -1,0 +1,273 @@
+#include "kordll/transfer/FileRequest.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "kordll/platform/CWinThread.h"
+#include "kordll/platform/CWnd.h"
+#include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Locations.h"
+#include "tests/support/TempRoot.h"
+
+namespace kordll {
+namespace {
+
+class FileRequestTest : public test::TempRootTest {
+ protected:
+  // A download request into the download folder; released by the test.
+  FileRequest* Download(const char* url) {
+    auto* request = new FileRequest(nullptr, 0);
+    request->url = CString(url);
+    request->folder = root_.DownloadFolder();
+    request->requestFlags = kRequestFlagsFileDownload;
+    return request;
+  }
+  std::string Read(const CString& path) {
+    std::string bytes;
+    FileSystem::ReadWholeFile(path, &bytes);
+    return bytes;
+  }
+};
+
+TEST_F(FileRequestTest, NameComesFromTheAddressAndTakenNamesAreNumbered) {
+  FileRequest* first = Download("http://example.com/casts/a.mp3");
+  EXPECT_EQ(first->GetFileToSave(), CString("a.mp3"));
+  EXPECT_EQ(first->GetFullFilePath2Save(), root_.Path("downloads/a.mp3"));
+  ASSERT_EQ(first->SaveContent("abc", 3), 1);
+  first->CloseSavedFile();
+  // Asked again, the name stays, even though the file exists now.
+  EXPECT_EQ(first->GetFileToSave(), CString("a.mp3"));
+  EXPECT_EQ(first->GetFullFilePath2Save(), root_.Path("downloads/a.mp3"));
+
+  FileRequest* second = Download("http://example.com/other/a.mp3");
+  EXPECT_EQ(second->GetFileToSave(), CString("a(1).mp3"));
+  EXPECT_EQ(second->baseName, CString("a(1)"));
+  ASSERT_EQ(second->SaveContent("d", 1), 1);
+  // A folder under the next name makes it taken as well.
+  ASSERT_EQ(FileSystem::CreateDirectory(root_.Path("downloads/a(2).mp3")), 1);
+  FileRequest* third = Download("http://example.com/a.mp3");
+  EXPECT_EQ(third->GetFileToSave(), CString("a(3).mp3"));
+  EXPECT_EQ(first->Release(), 1);
+  EXPECT_EQ(second->Release(), 1);
+  EXPECT_EQ(third->Release(), 1);
+}
+
+TEST_F(FileRequestTest, PresetNamesAndAddressesWithoutDotOrSlash) {
+  FileRequest* preset = Download("http://example.com/ignored.bin");
+  preset->baseName = CString("show");
+  preset->extension = CString("ogg");
+  EXPECT_EQ(preset->GetFileToSave(), CString("show.ogg"));
+  // The last part has no dot: nothing is derived and the empty name gives way.
+  FileRequest* bare = Download("http://example.com/feed/latest");
+  EXPECT_EQ(bare->GetFileToSave(), CString("download"));
+  FileRequest* noSlash = Download("episode.mp3");
+  EXPECT_EQ(noSlash->GetFileToSave(), CString("episode.mp3"));
+  // Not saved: no name at all.
+  FileRequest* memory = new FileRequest();
+  memory->requestFlags = 0;
+  memory->url = CString("http://example.com/a.mp3");
+  EXPECT_EQ(memory->WillBeSaved(), 0);
+  EXPECT_EQ(memory->GetFileToSave(), CString());
+  EXPECT_EQ(memory->GetRequestTaskName(), CString());
+  memory->taskName = CString("Feed");
+  EXPECT_EQ(memory->GetRequestTaskName(), CString("Feed"));
+  for (FileRequest* r : {preset, bare, noSlash, memory}) r->Release();
+}
+
+TEST_F(FileRequestTest, HostileAddressesNeverLeaveTheFolder) {
+  const std::u16string nul(u"http://h/a\0b.mp3", 16);
+  const std::vector<CString> urls = {
+      CString("http://h/..\\..\\etc\\passwd"),
+      CString("http://h/C:\\x.mp3"),
+      CString(nul),
+      CString("http://h/a\x01\x1f\x7f.mp3"),
+      CString("http://h/.."),
+      CString("http://h/..."),
+      CString::FromUtf8("http://h/" + std::string(10000, 'n') + ".mp3"),
+      CString::FromUtf8("http://h/a." + std::string(10000, 'e')),
+  };
+  for (const CString& url : urls) {
+    FileRequest* request = Download("");
+    request->url = url;
+    const CString name = request->GetFileToSave();
+    SCOPED_TRACE(name.ToUtf8().substr(0, 80));
+    EXPECT_FALSE(name.IsEmpty());
+    EXPECT_LE(name.ToUtf8().size(), 255u);
+    EXPECT_LT(name.FindOneOf(CString("/\\:")), 0);
+    const CString path = request->GetFullFilePath2Save();
+    EXPECT_TRUE(Locations::IsPathInside(root_.DownloadFolder(), path));
+    EXPECT_EQ(request->SaveContent("x", 1), 1);
+    request->CloseSavedFile();
+    EXPECT_EQ(FileSystem::GetFileSize(path), 1);
+    request->Release();
+  }
+  FileRequest* dots = Download("http://h/..");
+  EXPECT_EQ(dots->GetFileToSave(), CString("download(2)"));
+  dots->Release();
+}
+
+TEST_F(FileRequestTest, ReleaseDeletesWhenTheCountComesBackToOne) {
+  FileRequest* request = new FileRequest();
+  request->Reserve();
+  request->Reserve();
+  EXPECT_EQ(request->Release(), 0);
+  EXPECT_EQ(request->GetReferenceCount(), 2);
+  EXPECT_EQ(request->Release(), 1);  // the creator's 1 holds nothing
+  EXPECT_EQ((new FileRequest())->Release(), 1);
+}
+
+TEST_F(FileRequestTest, ChildTakesNamesAndSegmentButNoStatus) {
+  FileRequest* parent = Download("http://h/big.iso");
+  parent->httpStatus = 206;
+  parent->statusText = CString("Partial");
+  parent->segmentStart = 100;
+  parent->segmentEnd = 200;
+  parent->totalSize = 500;
+  parent->inheritedTexts[1] = CString("kept");
+  parent->networkTexts[0] = CString("not kept");
+  FileRequest child(parent, 7);
+  EXPECT_EQ(child.url, parent->url);
+  EXPECT_EQ(child.folder, parent->folder);
+  EXPECT_EQ(child.requestFlags, kRequestFlagsFileDownload);
+  EXPECT_EQ(child.segmentWritten, 100u);
+  EXPECT_EQ(child.segmentEnd, 200u);
+  EXPECT_EQ(child.totalSize, 500u);
+  EXPECT_EQ(child.inheritedTexts[1], CString("kept"));
+  EXPECT_TRUE(child.networkTexts[0].IsEmpty());
+  EXPECT_EQ(child.httpStatus, 0);
+  EXPECT_TRUE(child.statusText.IsEmpty());
+  EXPECT_EQ(child.parentRequest, nullptr);
+  EXPECT_EQ(child.ownerValue, 7);
+  parent->Release();
+}
+
+TEST_F(FileRequestTest, SegmentsWriteHeadersAndDataIntoThePartialFile) {
+  FileRequest* parent = Download("http://h/big.bin");
+  parent->requestFlags |= kRequestFlagNoSeekToEnd;
+  // Two segments of 4 bytes: slot 0 and slot 54 (50 + 4).
+  FileRequest first(parent, 0), second(parent, 0);
+  for (FileRequest* c : {&first, &second}) c->parentRequest = parent;
+  first.segmentStart = 0, first.segmentEnd = 4, first.segmentWritten = 0;
+  second.segmentStart = 4, second.segmentEnd = 8, second.segmentWritten = 0;
+  second.segmentSlot = 54, second.segmentBase = 4;
+  ASSERT_EQ(second.SaveContent("EF", 2), 1);
+  ASSERT_EQ(first.SaveContent("AB", 2), 1);
+  ASSERT_EQ(first.SaveContent("CD", 2), 1);
+  EXPECT_EQ(first.segmentWritten, 4u);
+  parent->CloseSavedFile();
+  const std::string spawn = Read(parent->GetFullFilePath2Save() + CString(".spawn"));
+  ASSERT_EQ(spawn.size(), 106u);
+  auto header = [](const char* text) {
+    std::string record(50, '\0');
+    for (size_t i = 0; text[i] != 0; ++i) record[2 * i] = text[i];
+    return record;
+  };
+  EXPECT_EQ(spawn.substr(0, 50), header("0:4:4"));
+  EXPECT_EQ(spawn.substr(50, 4), "ABCD");
+  EXPECT_EQ(spawn.substr(54, 50), header("4:6:8"));
+  EXPECT_EQ(spawn.substr(104, 2), "EF");
+  EXPECT_FALSE(FileSystem::Exists(parent->GetFullFilePath2Save()));
+  parent->Release();
+}
+
+TEST_F(FileRequestTest, PlainWritesAppendAtTheEndUnlessTold) {
+  ASSERT_EQ(FileSystem::WriteWholeFile(root_.Path("downloads/r.bin"), "12345"), 1);
+  FileRequest* resumed = Download("http://h/r.bin");
+  resumed->fileName = CString("r.bin");
+  resumed->fullPath = root_.Path("downloads/r.bin");
+  ASSERT_EQ(resumed->SaveContent("67", 2), 1);
+  resumed->CloseSavedFile();
+  EXPECT_EQ(Read(resumed->fullPath), "1234567");
+  resumed->requestFlags |= kRequestFlagNoSeekToEnd;
+  ASSERT_EQ(resumed->SaveContent("ab", 2), 1);  // a new open starts at 0
+  resumed->DeleteSavedFile();
+  EXPECT_FALSE(FileSystem::Exists(resumed->fullPath));
+  // A file that cannot be made answers 0.
+  resumed->fullPath = root_.Path("downloads/missing/x.bin");
+  EXPECT_EQ(resumed->SaveContent("z", 1), 0);
+  resumed->Release();
+}
+
+// Records the messages that reach it.
+class ReplyThread : public CWinThread {
+ public:
+  int OnThreadMessage(unsigned message, intptr_t, intptr_t lParam) override {
+    std::lock_guard<std::mutex> hold(mu);
+    got.emplace_back(message, reinterpret_cast<FileRequest*>(lParam));
+    cv.notify_all();
+    return 1;
+  }
+  bool WaitFor(size_t count) {
+    std::unique_lock<std::mutex> hold(mu);
+    return cv.wait_for(hold, std::chrono::seconds(10), [&] { return got.size() >= count; });
+  }
+  std::mutex mu;
+  std::condition_variable cv;
+  std::vector<std::pair<unsigned, FileRequest*>> got;
+};
+
+TEST_F(FileRequestTest, MessagesGoToTheReplyThreadAndAbortOnlyOnce) {
+  auto* thread = new ReplyThread();
+  thread->m_bAutoDelete = 0;
+  ASSERT_NE(AfxBeginThread(thread), nullptr);
+  FileRequest* request = Download("http://h/a.mp3");
+  request->SetReplyThread(thread);
+  EXPECT_EQ(request->SendFinishedMessage(), 1);
+  EXPECT_EQ(request->SendPausedMessage(0), 1);
+  EXPECT_EQ(request->SendResumedMessage(), 1);
+  EXPECT_EQ(request->SendAbortMsg(0), 1);
+  request->finished = 1;
+  EXPECT_EQ(request->SendAbortMsg(1), 0);
+  ASSERT_TRUE(thread->WaitFor(4));
+  const std::vector<unsigned> codes = {32978, 32982, 32983, 32979};
+  for (size_t i = 0; i < codes.size(); ++i) {
+    EXPECT_EQ(thread->got[i].first, codes[i]);
+    EXPECT_EQ(thread->got[i].second, request);
+  }
+  thread->PostThreadMessage(18, 0, 0);
+  ASSERT_EQ(thread->WaitForExit(10000), 1);
+  delete thread;
+  // The thread has ended: the message stays with the sender.
+  request->finished = 0;
+  EXPECT_EQ(request->SendFinishedMessage(), 0);
+  EXPECT_EQ(request->SendAbortMsg(0), 0);
+  request->Release();
+}
+
+class ReplyWindow : public CWnd {
+ public:
+  intptr_t WindowProc(unsigned message, intptr_t, intptr_t) override {
+    got.push_back(message);
+    return 0;
+  }
+  std::vector<unsigned> got;
+};
+
+TEST_F(FileRequestTest, WindowGetsAnAbortOnlyWithAStatus) {
+  ReplyWindow window;
+  ASSERT_EQ(window.Create(), 1);
+  FileRequest* request = Download("http://h/a.mp3");
+  request->SetReplyWindow(&window);
+  EXPECT_EQ(request->SendAbortMsg(0), 0);  // status 0: nothing to tell a window
+  request->httpStatus = 404;
+  EXPECT_EQ(request->SendAbortMsg(0), 1);
+  EXPECT_EQ(request->SendFinishedMessage(), 1);
+  EXPECT_EQ(window.got, (std::vector<unsigned>{32979, 32978}));
+  EXPECT_EQ(request->GetHTTPStatusString(), CString("Requested file not found."));
+  request->httpStatus = 206;
+  EXPECT_EQ(request->GetHTTPStatusString(), CString());
+  request->httpStatus = 0;
+  EXPECT_EQ(request->GetHTTPStatusString(), CString("Network request aborted."));
+  request->httpStatus = 12007;
+  EXPECT_EQ(request->GetHTTPStatusString(), CString("The server name could not be resolved."));
+  window.DestroyWindow();
+  EXPECT_EQ(request->SendFinishedMessage(), 0);
+  request->Release();
+}
+
+}  // namespace
+}  // namespace kordll
