@@ -100,6 +100,7 @@
 
 // The users' settings.
 #include "kordll/settings/Preferences.h"
+#include "kordll/settings/SkinFile.h"
 #include "kordll/settings/UserPreferences.h"
 
 #endif  // KORDLL_KORDLL_H_
