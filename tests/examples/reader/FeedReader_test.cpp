@@ -1,0 +1,149 @@
+// The sample reader's feed reading on documents of the kinds met in the
+// wild (tests/examples/feeds): what reaches each field of the post and
+// channel records, and the words for what is not a feed.
+
+#include "examples/reader/FeedReader.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kordll/platform/TimeZone.h"
+#include "kordll/record/Focusable.h"
+
+namespace sample {
+namespace {
+
+CString FeedPath(const char* name) {
+  return CString(KORDLL_SOURCE_DIR "/tests/examples/feeds/") + CString(name);
+}
+
+struct Expect {
+  int item;  // -1: the channel record
+  int field;
+  const char* text;
+};
+
+// Reads the feed, makes its records and compares the fields named.
+void Check(const char* file, const char* format, size_t items,
+           std::initializer_list<Expect> expected) {
+  kordll::ScopedTimeZone utc("UTC");
+  Feed feed;
+  CString error;
+  ASSERT_EQ(1, ReadFeedFile(FeedPath(file), &feed, &error)) << error.ToUtf8();
+  EXPECT_EQ(CString(format), feed.format) << file;
+  ASSERT_EQ(items, feed.items.size()) << file;
+  kordll::Focusable channel(3, nullptr);
+  FillChannel(feed, "file:///feed", &channel);
+  for (const Expect& e : expected) {
+    kordll::Focusable post(4, nullptr);
+    if (e.item >= 0) FillPost(feed.items[e.item], feed.channel.title, &post);
+    kordll::Focusable& record = e.item >= 0 ? post : channel;
+    EXPECT_EQ(std::string(e.text), record.GetFieldString(e.field, 0).ToUtf8())
+        << file << " item " << e.item << " field " << e.field;
+  }
+}
+
+TEST(FeedReaderTest, Rss2WithoutNamespaces) {
+  Check("rss2_plain.xml", "RSS 2.0", 3,
+        {{-1, 4, "Café Radio"},
+         {-1, 6, "http://radio.example.org/"},
+         {-1, 7, "file:///feed"},
+         {-1, 9, "editor@example.org (Ana Mar)"},
+         {-1, 10, "11/07/05@10:00"},
+         {-1, 14, "Hand & Pen"},
+         {-1, 16, "fr-fr"},
+         {-1, 17, "11/07/05@10:30"},
+         {-1, 25, "90"},
+         {0, 3, "11/08/05@14:15"},
+         {0, 4, "Café & bar live"},
+         {0, 5, "ana@example.org (Ana Mar)"},
+         {0, 6, "Music|Live&898989;Recorded"},
+         {0, 7, "<p>Recorded at <a href=\"/bar\">the bar</a></p>"},
+         {0, 8, "Café Radio"},
+         {0, 10, "http://radio.example.org/1"},
+         {0, 12, "http://radio.example.org/1#comments"},
+         {0, 15, "http://radio.example.org/1.mp3|12345|audio/mpeg"},
+         // A guid that is an address stands for the link; CDATA is read whole.
+         {1, 3, "11/09/05@19:05"},
+         {1, 4, "No length, \u201Cquoted\u201D"},
+         {1, 7, "<p>A <b>CDATA</b> body &amp; more</p>"},
+         {1, 10, "http://radio.example.org/2"},
+         {1, 15, "http://radio.example.org/2.ogg||audio/ogg"},
+         // An unreadable date is left out; white space runs become one blank.
+         {2, 3, ""},
+         {2, 4, "White space"},
+         {2, 15, "http://radio.example.org/3.mp3||"}});
+}
+
+TEST(FeedReaderTest, Rss2WithNamespacesAndITunes) {
+  Check("rss2_itunes.xml", "RSS 2.0", 2,
+        {{-1, 4, "Night Shift"},
+         {-1, 5, "Stories after dark"},
+         {-1, 10, "11/03/05@14:15"},
+         {-1, 13, "Night Crew"},
+         {-1, 16, "en"},
+         {0, 3, "11/03/05@09:15"},
+         {0, 5, "Kim|Lee"},
+         {0, 6, "night|stories|radio"},
+         {0, 7, "Summary of one"},
+         {0, 11, "<p>Full <i>notes</i> &eacute;</p>"},
+         {0, 15, "https://cdn.example.com/e1.m4a|98765|audio/x-m4a"},
+         {1, 3, "11/09/05@21:00"},
+         {1, 5, "Night Crew"},
+         {1, 7, "Only a subtitle"},
+         {1, 10, "https://night.example.com/e2"},
+         {1, 15, "https://cdn.example.com/e2.mp3||audio/mpeg"}});
+}
+
+TEST(FeedReaderTest, Atom) {
+  Check("atom.xml", "Atom", 2,
+        {{-1, 4, "Atom & Eve"},
+         {-1, 5, "Notes"},
+         {-1, 6, "http://atom.example.net/"},
+         {-1, 9, "Eve"},
+         {-1, 14, "Gen"},
+         {-1, 17, "11/03/05@09:15"},
+         {0, 3, "11/03/05@08:15"},
+         {0, 4, "Apples & pears"},
+         {0, 5, "Eve|Adam"},
+         {0, 6, "fruit"},
+         {0, 7, "<p>Short</p>"},
+         {0, 10, "http://atom.example.net/a"},
+         {0, 11, "<p>Long <b>text</b></p>"},
+         {0, 15, "http://atom.example.net/a.mp3|2048|audio/mpeg"},
+         {1, 3, "11/05/05@10:00"},
+         {1, 10, "urn:uuid:b"},
+         {1, 15, "http://atom.example.net/b.ogg||"}});
+}
+
+TEST(FeedReaderTest, Rss1) {
+  Check("rss1.xml", "RSS 1.0", 2,
+        {{-1, 4, "RDF Site"},
+         {-1, 10, "11/07/05@00:00"},
+         {-1, 12, "RDF Press"},
+         {-1, 13, "Ola"},
+         {0, 3, "11/07/05@08:00"},
+         {0, 5, "Ola"},
+         {0, 6, "Old"},
+         {0, 7, "First"},
+         {0, 15, "http://rdf.example.org/one.mp3||audio/mpeg"},
+         {1, 10, "http://rdf.example.org/two"}});
+}
+
+TEST(FeedReaderTest, WhatIsNotAFeedIsSaid) {
+  for (const char* name : {"not_a_feed.xml", "broken.txt", "missing.xml"}) {
+    Feed feed;
+    CString error;
+    EXPECT_EQ(0, ReadFeedFile(FeedPath(name), &feed, &error)) << name;
+    EXPECT_EQ(0, error.Find(CString("not a feed: "))) << error.ToUtf8();
+    EXPECT_LT(0, error.Find(CString(name))) << error.ToUtf8();
+  }
+  Feed feed;
+  CString error;
+  ReadFeedFile(FeedPath("not_a_feed.xml"), &feed, &error);
+  EXPECT_NE(std::string::npos, error.ToUtf8().find("\"html\" document"));
+}
+
+}  // namespace
+}  // namespace sample
