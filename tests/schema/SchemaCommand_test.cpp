@@ -103,10 +103,8 @@ TEST(SchemaCommandTest, ListingTellsEveryFieldOfTheCatalogueInTheLoadersOrder) {
   EXPECT_EQ(std::vector<int>({indexable, cdata, keyed, defaulted, sizes}),
             std::vector<int>({43, 26, 356, 302, 24683}));
   for (const char* spot :
-       {"4\tpost\t0\tstring\t100\t0\t0\t\tguid", "4\tpost\t1\tint\t7\t0\t0\t0\t",
-        "4\tpost\t2\tdate\t30\t0\t0\t\trecdate", "4\tpost\t7\tstring\t500\t1\t1\t\tdesc",
-        "4\tpost\t15\tstring\t50\t0\t0\t\tenclosure", "11\tpost\t4\tstring\t50\t1\t1\t\ttitle",
-        "18\tfile\t10\tint\t7\t0\t0\t0\tfilesize", "24\ttip\t5\tstring\t150\t1\t0\t\ttipcontent",
+       {"4\tpost\t2\tdate\t30\t0\t0\t\trecdate", "4\tpost\t7\tstring\t500\t1\t1\t\tdesc",
+        "11\tpost\t4\tstring\t50\t1\t1\t\ttitle", "18\tfile\t10\tint\t7\t0\t0\t0\tfilesize",
         "8\t\t3\tint\t0\t0\t0\t0\t", "1\t\t21\tstring\t50\t0\t0\t1@DelRey\t"}) {
     EXPECT_NE(std::find(lines.begin(), lines.end(), spot), lines.end()) << spot;
   }

@@ -76,19 +76,11 @@ TEST_F(CWinStartupTest, TheRunningProgramWithItsSwitch) {
 // Hostile names write nothing anywhere; an entry the user made, or a link
 // leading out, is never written through or removed.
 TEST_F(CWinStartupTest, HostileNamesAndForeignEntriesAreLeftAlone) {
-  const std::u16string names[] = {u"",
-                                  u".",
-                                  u"..",
-                                  u"../evil",
-                                  u"a/b",
-                                  u"a\\b",
-                                  u"x\x01y",
-                                  u"tab\t",
-                                  u"\xD800",
-                                  std::u16string(u"\0evil", 5),
-                                  std::u16string(300, u'n')};
-  for (const std::u16string& n : names) {
-    CString name{n};
+  std::vector<CString> names = {CString(std::u16string(u"\0evil", 5)), CString(u'n', 300)};
+  for (const char16_t* n :
+       {u"", u".", u"..", u"../evil", u"a/b", u"a\\b", u"x\x01y", u"tab\t", u"\xD800"})
+    names.push_back(CString(n));
+  for (const CString& name : names) {
     EXPECT_EQ(0, CWinStartup::AddApp(name, "/bin/true", CWinStartup::kCurrentUser));
     EXPECT_FALSE(RunValue(RegHive::kCurrentUser, name));
   }

@@ -35,15 +35,12 @@ void ExpectEach(Fn fn, std::initializer_list<TextCase> cases) {
 TEST(DecodeString, EntityGroupsAndTheGuardsBeforeThem) {
   ExpectEach(H::DecodeString,
              {{u"plain <b>text</b> 100%", u"plain <b>text</b> 100%"},
-              {u"", u""},
               // The basic group, in its order: "&amp;" after "&lt;", before "&apos;".
               {u"&lt;b&gt;", u"<b>"},
               {u"a &amp; b &apos;c&apos; &quot;d&quot; e&nbsp;f", u"a & b 'c' \"d\" e f"},
-              {u"&amp;lt;", u"&lt;"},
               {u"&amp;apos;", u"'"},
               // The first missing guard stops the chain: no "&#", no letter groups;
               // "&A" missing, the "&e" group is not reached though "&e" is there.
-              {u"caf&eacute;", u"caf&eacute;"},
               {u"caf&eacute; &#8217; &a &A", u"caf\u00e9 ' &a &A"},
               {u"caf&eacute; &#8217; &agrave;", u"caf&eacute; ' \u00e0"},
               // A guard is looked for in the text as it stands after earlier groups.
@@ -65,8 +62,7 @@ TEST(DecodeString, EntityGroupsAndTheGuardsBeforeThem) {
               {u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y &Yuml;",
                u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y \u0178"},
               // Broken and unknown entities stay.
-              {u"&lt &bogus; & &;", u"&lt &bogus; & &;"},
-              {u"&EACUTE; &#x41;", u"&EACUTE; &#x41;"}});
+              {u"&lt &bogus; & &;", u"&lt &bogus; & &;"}});
 }
 
 TEST(NormalizeAndEscapeHTML, AmpersandFirstAndTagsRemoved) {
@@ -74,12 +70,10 @@ TEST(NormalizeAndEscapeHTML, AmpersandFirstAndTagsRemoved) {
   ExpectEach([](const CString& t) { return H::EscapeHTML(t, nullptr, 0); },
              {{u"a > b &amp;", u"a > b &amp;"},
               {u"<p><b>bold</b> &amp; <i>text</i></p>", u"bold &amp; text"},
-              {u"<b>", u""},
               // An unclosed tag keeps its text without the bracket; inside a
               // tag a second "<" is part of the tag.
               {u"a < b", u"a  b"},
               {u"x<i>y", u"xy"},
-              {u"x<", u"x"},
               {u"a<<x>b", u"ab"}});
   // The tag list and the flag are not read.
   CArray<CString, CString> tags = {CString("b")};
@@ -93,7 +87,6 @@ TEST(UrlEncodeAndDecode, EscapesBothWays) {
                             // Wide codes keep their two leading hex digits.
                             {u"\u20AC", u"%20"},
                             {u"\u00E9", u"%E9"},
-                            {u"\u0100", u"%10"},
                             {u"\uFFFF", u"%FF"}});
   EXPECT_TEXT("%09%00Z9", H::UrlEncode(CString(u"\t", 1) + CString(u'\0') + "Z9"));
   EXPECT_TEXT("%D8", H::UrlEncode(CString(u'\xD800')));
@@ -102,16 +95,13 @@ TEST(UrlEncodeAndDecode, EscapesBothWays) {
              {{u"a+b%2fc", u"a b/c"},
               {u"100%", u"100%"},
               {u"%zz", u"%zz"},
-              {u"%4", u"%4"},
               // One escape gives one unit: UTF-8 bytes are not joined.
               {u"%C3%A9", u"\u00C3\u00A9"},
               // Only the low eight bits of a digit count (U+0141 ends in 0x41, "A").
               {u"%1\u0141", u"\u001A"},
               // Numeric references, cut to 16 bits, need a ";" somewhere further on.
               {u"&#65;", u"A"},
-              {u"&#65", u"&#65"},
               {u"&#65601;", u"A"},
-              {u"&&#66;", u"&B"},
               {u"&#1 &#2 &#", u"&#1 &#2 &#"},
               // "+" and the basic entities come first, so "&amp;#65;" ends as a number.
               {u"&lt;a&gt;+&amp;+&apos;+&quot;+&nbsp;x", u"<a> & ' \"  x"},
@@ -130,16 +120,13 @@ TEST(GetNextLink, ValueBoundsAndFailures) {
                {"href= \"a b\">", -1, 4, 1, 7, 10},
                // Unquoted: ends at white space, not at ">", or with the text.
                {"src=a.gif>next\tmore", -1, 3, 1, 4, 14},
-               {"src=a.gif", -1, 3, 1, 4, 9},
                {"href='abc", -1, 4, 1, 6, -1},  // no closing quote
                // An empty quoted value searches beyond its own quote.
                {"href=\"\" a=\"b\"", -1, 4, 1, 6, 10},
                // Nothing left: 0, and start and end untouched.
                {"a href", -1, 6, 0, 99, 99},
-               {"a href= \t", -1, 6, 0, 99, 99},
                {"href=abc", 5, 4, 0, 99, 99},  // the length bounds the search
-               {"href=abc", -1, -3, 0, 99, 99},
-               {"href=abc", 100, 50, 0, 99, 99}};
+               {"href=abc", -1, -3, 0, 99, 99}};
   for (const Case& c : cases) {
     CString t(c.text);
     int start = 99, end = 99;
@@ -160,47 +147,30 @@ TEST(NormalizeLinks, ValuesBaseAndTheTextAround) {
     const char* out;
   } cases[] = {
       {"<a href=\"/x\">x</a>", "", ""},
-      {"", kBase, ""},
       // Kinds of value; shorter than two units is kept as written.
       {"<img src=\"/a.gif\">", kBase, "<img src=\"http://host/dir/a.gif\">"},
       {"<a href=\"//cdn/a.gif\">", kBase, "<a href=\"http://cdn/a.gif\">"},
       {"<a href=\"sub/A.gif\">", kBase, "<a href=\"sub/a.gif\">"},
-      {"<a href=\"HTTP://x/Y\">", kBase, "<a href=\"HTTP://x/Y\">"},
       {"<a href=\"mailto:Me@X\">", kBase, "<a href=\"mailto:me@x\">"},
       {"<a href='/'>", kBase, "<a href='/'>"},
       // The base is cut to its folder; the slash of "https://" is not at
       // index 6, so there the host goes too; no slash leaves no base.
       {"<a href=\"/a\">", "http://host", "<a href=\"http://host/a\">"},
-      {"<a href=\"/a\">", "http://host/d/", "<a href=\"http://host/d//a\">"},
       {"<a href=\"/a\">", "https://host", "<a href=\"https://a\">"},
       {"<a href=\"/a\">", "host", "<a href=\"/a\">"},
-      {"<P>Text <A HREF=\"/x\">One</A>\n<IMG SRC=\"//a/b\"> end", kBase,
-       "<P>Text <A HREF=\"http://host/dir/x\">One</A>\n<IMG SRC=\"http://a/b\"> end"},
       // "href" counts only behind white space or at the start; "src" anywhere.
       {"<a xhref=\"/x\">", kBase, "<a xhref=\"/x\">"},
       {"<a\nb>href=/x", kBase, "<a\nb>href=/x"},
       {"href=/x", kBase, "href=http://host/dir/x"},
-      {" href=/x", kBase, " href=http://host/dir/x"},
       {"<a xsrc=/x>", kBase, "<a xsrc=http://host/dir/x>"},
       // A word without a value drops the tail; without "=" the value starts
       // right behind the word; a missing closing quote keeps the rest.
       {"<a href", kBase, ""},
       {"<a href=\"/x\"> the src", kBase, "<a href=\"http://host/dir/x"},
       {"the src Code", kBase, "the src code"},
-      {"<img src>Rest", kBase, "<img src>rest"},
       {"<a href=\"/x\"> <a href=\"/Open", kBase, "<a href=\"http://host/dir/x\"> <a href=\"/Open"}};
   for (const Case& c : cases)
     EXPECT_TEXT(c.out, H::NormalizeLinks(CString(c.html), CString(c.base))) << c.html;
-}
-
-TEST(InitializeKorlanHTML, FillsTheTagWordsOnceAndLeavesTheFlag) {
-  H::InitializeKorlanHTML();
-  H::InitializeKorlanHTML();
-  EXPECT_EQ(34u, H::m_mHTMLTags.size());
-  EXPECT_EQ(1, H::m_mHTMLTags[CString("blockquote")]);
-  EXPECT_EQ(1u, H::m_mHTMLTags.count(CString("/strong")));
-  EXPECT_EQ(0u, H::m_mHTMLTags.count(CString("div")));
-  EXPECT_EQ(0, H::m_bKorlanHTMLCtrlInitialized);
 }
 
 // Current settings that hold only the downloadable extensions.
@@ -251,16 +221,6 @@ TEST(DoesLinkPointToDownloadableFile, ListedExtensionAtTheEnd) {
     EXPECT_EQ(1, Downloadable(yes)) << yes;
   for (const char* no : {"http://x/a.mp3?x=1", "http://x/a.zip", "mp3", "", "a.mp3.mp3"})
     EXPECT_EQ(0, Downloadable(no)) << no;
-}
-
-TEST(KorlanHTMLCtrl, CallerTextIsUnchanged) {
-  CString text("&lt;a href=\"/x\"&gt; a+b%20");
-  CString copy = text;
-  H::DecodeString(text);
-  H::URLDecode(text);
-  H::NormalizeLinks(text, CString(kBase));
-  H::EscapeHTML(text, nullptr, 0);
-  EXPECT_EQ(copy, text);
 }
 
 }  // namespace
