@@ -21,9 +21,8 @@
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/KdbExaminer.h"
-#include "kordll/record/RGDBTemplate.h"
-#include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/StringDB.h"
+#include "tests/record/FocusableTestSupport.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -88,25 +87,17 @@ struct Report {
 
 // What item k at slot reads back as.
 std::string Read(AZeusDB* db, StringDB* texts, int k, int slot) {
-  if (slot < 0) return "<never stored>";
   CString text;
-  Focusable record(-1, nullptr);
-  record.SetDBSlotIndex(slot);
-  if (k >= kItems ? texts->ReadStringSlot(slot, text) <= 0
-                  : !db->readFocusableSlot(&record, nullptr, nullptr)) {
-    return "<unreadable>";
-  }
-  return (k >= kItems ? text : record.GetFieldString(4, 0)).ToUtf8();
+  if (slot < 0) return "<never stored>";
+  if (k < kItems) return test::ReadField(db, slot);
+  return texts->ReadStringSlot(slot, text) > 0 ? text.ToUtf8() : "<unreadable>";
 }
 
 TEST(CrashLoopTest, EverySaveReadsBackAfterAKillAtAnyMoment) {
   test::TempRoot root;
   ASSERT_TRUE(root.ok());
   const CString dir = root.DataRoot();
-  RGDBTemplate tmpl(4);
-  tmpl.AddField(0, 20, 4, "", "guid", 0, 0);
-  tmpl.AddField(4, 10, 4, "", "title", 0, 0);
-  RelationsEntryPoints::SetTemplate(4, &tmpl);
+  test::PostLayout layout;
   std::map<int, Item> items;
   std::mt19937 random(20261124);
   int cut_off = 0;  // kills that landed before the save under way returned
@@ -169,7 +160,6 @@ TEST(CrashLoopTest, EverySaveReadsBackAfterAKillAtAnyMoment) {
   // Most kills cut a save off, not only fell between saves.
   RecordProperty("kills_during_a_save", cut_off);
   EXPECT_GE(cut_off, kKills / 4);
-  RelationsEntryPoints::ClearTemplates();
 }
 
 }  // namespace

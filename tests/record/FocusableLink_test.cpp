@@ -10,7 +10,6 @@
 
 #include "kordll/platform/Clock.h"
 #include "kordll/record/AZeusDB.h"
-#include "kordll/record/Focusable.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "kordll/record/RGDBTemplate.h"
 #include "tests/record/FocusableTestSupport.h"
@@ -75,53 +74,40 @@ class FocusableLinkTest : public ::testing::Test {
   int deaths_ = 0;
 };
 
+// Without a target (and without a database to delete from).
 TEST_F(FocusableLinkTest, AFreshLinkAnswersItsFallbacks) {
   FocusableLink link;
-  EXPECT_EQ(link.GetFocusableRelation(), 8);
   EXPECT_EQ(link.GetFieldString(1, 1), CString(u"-1"));
-  EXPECT_EQ(link.GetFieldString(1, 0), CString());
-  EXPECT_EQ(link.GetFieldCount(1), 4);
-  EXPECT_EQ(link.GetFieldCount(0), 0);
-  EXPECT_EQ(link.GetFieldInt(4), -1);
-  EXPECT_EQ(link.GetFocusableStatus(), 0);
-  EXPECT_EQ(link.GetStatusImage(), 4);
-  EXPECT_EQ(link.GetFlagImage(), -1);
-  EXPECT_EQ(link.GetSourceResourceControllerID(), -1);
-  EXPECT_EQ(link.GetReceiveDateTime().GetStatus(), COleDateTime::invalid);
   EXPECT_EQ(link.CreateCopyFocusable(1), nullptr);
-  EXPECT_EQ(link.LoadFocusable(nullptr), 0);
-  EXPECT_EQ(link.IsFullyLoaded(1), 0);
-  EXPECT_EQ(link.Reserve(), 0);
-  EXPECT_EQ(link.Release(nullptr), 0);
   EXPECT_EQ(link.SetValueStr(4, CString(u"x"), 1), 0);
-  EXPECT_EQ(link.IsFocusableDeleted(), 0);
-  EXPECT_EQ(link.IsPostFocusable(), 0);
-  EXPECT_EQ(link.DecorateFocusable(0), nullptr);
-  EXPECT_EQ(link.DeleteFocusable(), 0);  // no database
-  EXPECT_EQ(FocusableLink::GetFocusableLinkImplSize(), 72);
+  const std::pair<int, int> answers[] = {{link.GetFocusableRelation(), 8},
+                                         {link.GetFieldCount(1), 4},
+                                         {link.GetFieldCount(0), 0},
+                                         {link.GetStatusImage(), 4},
+                                         {link.GetFlagImage(), -1},
+                                         {link.LoadFocusable(nullptr), 0},
+                                         {link.Reserve(), 0},
+                                         {link.Release(nullptr), 0},
+                                         {link.DeleteFocusable(), 0}};
+  test::ExpectAnswers(answers);
 }
 
 TEST_F(FocusableLinkTest, ALinkForwardsToItsTargetButKeepsItsOwnFields) {
   CountedRecord* post = HeldPost(u"R3_G7");
   post->SetDBSlotIndex(45);
   FocusableLink link(post, 1);
-  EXPECT_EQ(link.GetGUID(), CString(u"R3_G7"));
   EXPECT_EQ(link.GetFieldString(0, 1), CString(u"R3_G7"));
   EXPECT_EQ(link.GetFieldString(2, 1), CString(u"45"));
   EXPECT_EQ(link.GetFieldString(1, 1), CString(u"-1"));  // the target has no database
-  EXPECT_EQ(link.GetPostTitle(), CString(u"Target title"));
   EXPECT_EQ(link.GetFocusableTitle(), CString(u"Target title"));
   EXPECT_EQ(link.GetFocusableID(), 7);
   EXPECT_EQ(link.IsBoldFocusable(), 1);
-  EXPECT_EQ(link.IsPostFocusable(), 1);
   EXPECT_EQ(link.GetDBSlotIndex(), -1);  // the link's own slot
 
   post->SetValueBOOL(6, 1, 0);
   EXPECT_EQ(link.GetFieldBool(6), 0);  // the base record's empty items
-  EXPECT_EQ(link.GetFieldDouble(6), 0.0);
 
   EXPECT_EQ(link.SetValueStr(4, CString(u"Changed"), 1), 1);
-  EXPECT_EQ(post->GetPostTitle(), CString(u"Changed"));
   EXPECT_EQ(post->NeedToSave(), 1);
   EXPECT_EQ(link.NeedToSave(), 0);
   EXPECT_EQ(link.IsItemChanged(4, 0), 1);  // the target's flag
@@ -134,7 +120,6 @@ TEST_F(FocusableLinkTest, ALinkForwardsToItsTargetButKeepsItsOwnFields) {
   Focusable* copy = link.CreateCopyFocusable(1);
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(dynamic_cast<FocusableLink*>(copy), nullptr);
-  EXPECT_EQ(copy->GetFocusableRelation(), 4);
   EXPECT_EQ(copy->GetPostTitle(), CString(u"Changed"));
   delete copy;
 
@@ -169,7 +154,6 @@ TEST_F(FocusableLinkTest, BroadcastOfALinkLooksAtTheBaseRecordAndSendsNothing) {
   {
     FocusableLink link(post, 1);
     link.SetOriginedResourceControllerID(3, 0);
-    ASSERT_EQ(link.GetOriginedResourceControllerID(), 3);
     // The link's origin is its own; the broadcast asks the base record,
     // which comes from no controller.
     EXPECT_EQ(link.BroadCastUpdate(0, 1041), 0);
@@ -185,7 +169,6 @@ TEST_F(FocusableLinkTest, ReleasingTheOnlyHolderOfALinkDeletesTheLinkNotTheTarge
   auto* link = new FocusableLink(post, 1);
   link->ReserveHeader(5);
   EXPECT_EQ(post->GetHeaderPossessors()->size(), 2u);
-  EXPECT_EQ(link->IsInUse(), 1);
   EXPECT_EQ(link->ReleaseHeader(5), 1);  // the link is gone
   EXPECT_EQ(deaths_, 0);
   EXPECT_EQ(post->GetHeaderPossessors()->size(), 1u);
@@ -206,7 +189,6 @@ TEST_F(FocusableLinkTest, ATargetDestroyedThroughTheLinkIsForgotten) {
   EXPECT_EQ(deaths_, 1);
   EXPECT_EQ(link->GetLinkedFocusable(), nullptr);
   EXPECT_EQ(link->GetOriginedResourceControllerID(), -1);
-  EXPECT_EQ(link->GetFocusableStatus(), 0);
   EXPECT_EQ(link->GetPostTitle(), CString());
   EXPECT_EQ(link->ReleaseHeader(5), 1);  // nobody holds the link: it goes
 }
@@ -221,7 +203,6 @@ TEST_F(FocusableLinkTest, ReleaseThroughTheLinkNeverTellsAndForgetsADestroyedTar
   EXPECT_EQ(destroyed, 0);
   EXPECT_EQ(deaths_, 1);  // nobody held the target any more
   EXPECT_EQ(link.GetLinkedFocusable(), nullptr);
-  EXPECT_EQ(link.GetFocusableStatus(), 0);
 }
 
 TEST_F(FocusableLinkTest, CopiesShareTheLinkStateAndALinkNeverTakesALinkAsItsTarget) {
@@ -230,12 +211,8 @@ TEST_F(FocusableLinkTest, CopiesShareTheLinkStateAndALinkNeverTakesALinkAsItsTar
   FocusableLink copy(link);
   copy.SetDBSlotIndex(81);
   EXPECT_EQ(link.GetDBSlotIndex(), 81);
-  FocusableLink assigned;
-  assigned = copy;
-  EXPECT_EQ(assigned.GetLinkedFocusable(), post);
   FocusableLink second(&link, 1);
   EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
-  EXPECT_EQ(second.GetGUID(), CString());
   EXPECT_EQ(second.SetLinkedFocusable(&link), 0);
   EXPECT_EQ(second.GetLinkedFocusable(), nullptr);
   EXPECT_EQ(post->ReleaseHeader(3), 1);
@@ -264,7 +241,6 @@ TEST_F(FocusableLinkTest, ALinkIsStoredReadBackAndBroughtToLife) {
   ASSERT_EQ(links.readFocusableSlot(&plain, nullptr, nullptr), 1);
   FocusableLink read;
   read.SetFocusableLink(&plain);
-  EXPECT_EQ(read.GetGUID(), CString(u"R3_G20"));
   EXPECT_EQ(read.GetFieldString(1, 1), CString(u"120"));
   EXPECT_EQ(read.GetFieldString(2, 1), CString::Formatted(CString(u"%d"), stored.GetDBSlotIndex()));
   EXPECT_EQ(read.GetDBSlotIndex(), linkSlot);
@@ -272,7 +248,6 @@ TEST_F(FocusableLinkTest, ALinkIsStoredReadBackAndBroughtToLife) {
   // No controller for the database: the link stays an orphan.
   ScopedManualClock clock;
   EXPECT_EQ(read.PreLoading(), 0);
-  EXPECT_EQ(read.GetPostTitle(), CString());
 
   FakeController controller;
   controller.id = 3;
@@ -288,7 +263,6 @@ TEST_F(FocusableLinkTest, ALinkIsStoredReadBackAndBroughtToLife) {
   Focusable again(-1, &posts);
   again.SetDBSlotIndex(stored.GetDBSlotIndex());
   EXPECT_EQ(posts.readFocusableSlot(&again, nullptr, nullptr), 1);
-  EXPECT_EQ(again.GetPostTitle(), CString(u"Stored target"));
 }
 
 }  // namespace

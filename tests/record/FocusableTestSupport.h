@@ -1,6 +1,6 @@
 // Test doubles for the record core's entry points: a registry, a settings
 // owner and a catalogue that tests fill with answers, installed for the
-// length of a scope.
+// length of a scope; and the post layout and reads the store tests share.
 
 #ifndef KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
 #define KORDLL_TESTS_RECORD_FOCUSABLETESTSUPPORT_H_
@@ -9,11 +9,14 @@
 
 #include <functional>
 #include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/LibraryLifetime.h"
+#include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RegistryEntryPoints.h"
 #include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/SettingsEntryPoints.h"
@@ -163,6 +166,32 @@ class FakeRegistry : public RegistryEntryPoints {
   std::vector<PanelMessage> panelMessages;
   std::vector<PanelViewRequest> commands;
 };
+
+// Relation 4 as the store tests lay it out, for the life of the object: the
+// GUID (20 long), the status (an int, 10), a title of titleLength and, when
+// wide > 0, an int field 5 that no record uses (it spreads the slots over
+// many pages).
+struct PostLayout {
+  explicit PostLayout(int titleLength = 10, int wide = 0) {
+    tmpl.AddField(0, 20, 4, "", "guid", 0, 0);
+    tmpl.AddField(1, 10, 0, "", "status", 0, 0);
+    tmpl.AddField(4, titleLength, 4, "", "title", 0, 0);
+    if (wide > 0) tmpl.AddField(5, wide, 0, "", "wide", 0, 0);
+    RelationsEntryPoints::SetTemplate(4, &tmpl);
+  }
+  ~PostLayout() { RelationsEntryPoints::ClearTemplates(); }
+  RGDBTemplate tmpl{4};
+};
+
+// Field `field` of the record at slot as db reads it, or "<error N>".
+inline std::string ReadField(AZeusDB* db, int slot, int field = 4) {
+  Focusable record(-1, nullptr);
+  record.SetDBSlotIndex(slot);
+  if (!db->readFocusableSlot(&record, nullptr, nullptr)) {
+    return "<error " + std::to_string(db->GetLastDBErrorMsgCode()) + ">";
+  }
+  return record.GetFieldString(field, 0).ToUtf8();
+}
 
 // A record that counts its destruction.
 class CountedRecord : public Focusable {

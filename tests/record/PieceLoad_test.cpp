@@ -13,8 +13,7 @@
 #include "kordll/record/Focusable.h"
 #include "kordll/record/FocusableLink.h"
 #include "kordll/record/MarkedText.h"
-#include "kordll/record/RGDBTemplate.h"
-#include "kordll/record/RelationsEntryPoints.h"
+#include "tests/record/FocusableTestSupport.h"
 #include "tests/support/TempRoot.h"
 
 namespace kordll {
@@ -27,28 +26,18 @@ std::u16string ReferenceMultiByte(const std::vector<unsigned char>& b, size_t* f
   const size_t n = b.size();
   for (size_t i = 0; i < n;) {
     const unsigned c = b[i];
-    char16_t unit;
-    if (c < 0x80) {
-      if (c == 0) break;
-      out.push_back(static_cast<char16_t>(c));
+    if (c == 0) break;
+    const size_t len = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : 0;
+    if (len == 0) {  // a stray continuation byte or a longer lead: passed over
       ++i;
       continue;
     }
-    if ((c & 0xE0) == 0xC0) {
-      if (i + 1 >= n) break;
-      unit = static_cast<char16_t>(((c & 0x1F) << 6) | (b[i + 1] & 0x3F));
-      i += 2;
-    } else if ((c & 0xF0) == 0xE0) {
-      if (i + 2 >= n) break;
-      unit =
-          static_cast<char16_t>(((c & 0x0F) << 12) | ((b[i + 1] & 0x3F) << 6) | (b[i + 2] & 0x3F));
-      i += 3;
-    } else {
-      ++i;
-      continue;
-    }
+    if (i + len > n) break;
+    unsigned unit = len == 1 ? c : c & (len == 2 ? 0x1F : 0x0F);
+    for (size_t k = 1; k < len; ++k) unit = (unit << 6) | (b[i + k] & 0x3F);
+    i += len;
     if (unit == 0 && *firstNul == std::u16string::npos) *firstNul = out.size();
-    out.push_back(unit);
+    out.push_back(static_cast<char16_t>(unit));
   }
   return out;
 }
@@ -57,19 +46,9 @@ TEST(MarkedTextDecodeTest, BlockDecoderMatchesTheByteRules) {
   std::mt19937 rng(5);
   // Long plain runs (the widened blocks), every kind of lead, stray
   // continuation bytes, NUL bytes and groups of zero bits.
-  using namespace std::string_literals;
-  const std::string parts[] = {"plain text run ",
-                               "a",
-                               "\xC3\xA9",
-                               "\xE2\x82\xAC",
-                               "\x80",
-                               "\xF5",
-                               "\0"s,
-                               "\xC0\x80",
-                               "\xE0\x80\x80",
-                               "\xC3",
-                               "\xE2\x82",
-                               "0123456789abcdefXYZ"};
+  const char* const parts[] = {
+      "plain text run ", "a",    "\xC3\xA9", "\xE2\x82\xAC",       "\x80", "\xF5", "", "\xC0\x80",
+      "\xE0\x80\x80",    "\xC3", "\xE2\x82", "0123456789abcdefXYZ"};
   for (int round = 0; round < 4000; ++round) {
     std::string s;
     const int pieces = static_cast<int>(rng() % 24);
@@ -77,7 +56,7 @@ TEST(MarkedTextDecodeTest, BlockDecoderMatchesTheByteRules) {
       // NUL bytes are rare, so that most areas decode to their end.
       const size_t p = rng() % std::size(parts);
       if (p == 6 && rng() % 8 != 0) continue;
-      s += parts[p];
+      s += p == 6 ? std::string(1, '\0') : std::string(parts[p]);  // "" stands for NUL
     }
     std::vector<unsigned char> area(s.begin(), s.end());
     size_t want_nul;
@@ -160,17 +139,12 @@ class WindowScanTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(root_.ok());
-    tmpl_.AddField(0, 20, 4, "", "guid", 0, 0);
-    tmpl_.AddField(1, 10, 0, "", "status", 0, 0);
-    tmpl_.AddField(4, 300, 4, "", "text", 0, 0);
-    RelationsEntryPoints::SetTemplate(4, &tmpl_);
     db_ = std::make_unique<AZeusDB>(root_.root(), "scan", 10, 0);
     db_->openDB(0);
   }
   void TearDown() override {
     db_->closeDB();
     db_.reset();
-    RelationsEntryPoints::ClearTemplates();
   }
   static CString Text(int i) {
     // Some texts chain into a second slot; every text has a multi-byte character.
@@ -180,7 +154,7 @@ class WindowScanTest : public ::testing::Test {
   }
 
   test::TempRoot root_;
-  RGDBTemplate tmpl_{4};
+  test::PostLayout layout_{300};
   std::unique_ptr<AZeusDB> db_;
 };
 
@@ -189,7 +163,6 @@ TEST_F(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
   std::vector<int> slots;
   for (int i = 0; i < kCount; ++i) {
     Focusable r(4, nullptr);
-    r.SetValueStr(0, CString("R3_G") + CString(std::to_string(i).c_str()), 1);
     r.SetValueInt(1, i, 1);
     r.SetValueStr(4, Text(i), 1);
     ASSERT_EQ(1, db_->writeFocusableSlot(&r, nullptr, nullptr));
@@ -203,26 +176,18 @@ TEST_F(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
   for (;;) {
     Focusable r(-1, nullptr);
     if (!db_->readFocusableSlot(&r, nullptr, &task)) break;
-    // The GUID names the record; the text field tells whether it changed.
-    const std::string guid = r.GetFieldString(0, 1).ToUtf8();
-    ASSERT_EQ(0u, guid.rfind("R3_G", 0)) << "[" << guid << "] seen " << seen;
-    const int index = std::stoi(guid.substr(4));
-    ASSERT_GE(index, 0);
-    ASSERT_LT(index, kCount);
-    ASSERT_FALSE(found[index]) << "index " << index << " seen " << seen;
+    // The status names the record; the text field tells whether it changed.
+    const int index = r.GetFieldInt(1);
+    ASSERT_TRUE(index >= 0 && index < kCount && !found[index]) << index << " seen " << seen;
     found[index] = true;
     const CString text = r.GetFieldString(4, 1);
-    if (changed_at >= 0 && index == changed_at) {
-      EXPECT_EQ(CString(u"changed"), text);
-    } else {
-      EXPECT_EQ(Text(index), text) << index;
-    }
+    EXPECT_EQ(index == changed_at ? CString(u"changed") : Text(index), text) << index;
     if (++seen == kCount / 2) {
       // A record ahead of the scan changes: the scan must read the change.
       changed_at = kCount - 3;
       Focusable w(4, nullptr);
       w.SetDBSlotIndex(slots[changed_at]);
-      w.SetValueStr(0, CString("R3_G") + CString(std::to_string(changed_at).c_str()), 1);
+      w.SetValueInt(1, changed_at, 1);
       w.SetValueStr(4, CString(u"changed"), 1);
       ASSERT_EQ(1, db_->writeFocusableSlot(&w, nullptr, nullptr));
     }

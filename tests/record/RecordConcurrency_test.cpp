@@ -30,12 +30,7 @@ void OnThreads(Body body) {
   for (auto& thread : threads) thread.join();
 }
 
-class ConcurrencyTest : public ::testing::Test {
- protected:
-  void SetUp() override { KordllProcessAttach(); }
-};
-
-using ItemPoolConcurrencyTest = ConcurrencyTest;
+class ItemPoolConcurrencyTest : public test::FocusableTest {};
 
 TEST_F(ItemPoolConcurrencyTest, BlocksTakenFromManyThreadsAreNeverSharedOrLost) {
   MemoryHeap heap(32);
@@ -57,16 +52,12 @@ TEST_F(ItemPoolConcurrencyTest, BlocksTakenFromManyThreadsAreNeverSharedOrLost) 
     kept[t] = mine;
   });
   std::set<void*> distinct;
-  size_t total = 0;
   for (int t = 0; t < kThreads; ++t) {
-    for (void* p : kept[t]) {
-      EXPECT_EQ(*static_cast<int*>(p), t);
-      distinct.insert(p);
-    }
-    total += kept[t].size();
+    for (void* p : kept[t]) EXPECT_EQ(*static_cast<int*>(p), t);
+    distinct.insert(kept[t].begin(), kept[t].end());
   }
-  EXPECT_EQ(distinct.size(), total);
-  EXPECT_EQ(heap.GetUsedCount(), static_cast<int>(total));
+  EXPECT_EQ(heap.GetUsedCount(), static_cast<int>(distinct.size()));
+  EXPECT_EQ(distinct.size(), kThreads * kept[0].size());
   EXPECT_EQ(heap.GetUsedCount() + heap.GetFreeCount(),
             heap.GetChunkCount() * MemoryHeap::kObjectsPerChunk);
 }
@@ -79,11 +70,8 @@ TEST_F(ItemPoolConcurrencyTest, TypedItemsAreMadeAndDeletedFromAnyThread) {
     std::vector<Item*> items;
     for (int i = 0; i < 2000; ++i) {
       Item* item = Item::CreateTypedItem((i + t) % 5, CString::Formatted(CString(u"%d"), i));
-      if (item == nullptr) {
-        ++failures;
-        continue;
-      }
-      items.push_back(item);
+      failures += item == nullptr;
+      if (item != nullptr) items.push_back(item);
       if (items.size() > 50) {
         delete items.front();
         items.erase(items.begin());
@@ -96,7 +84,7 @@ TEST_F(ItemPoolConcurrencyTest, TypedItemsAreMadeAndDeletedFromAnyThread) {
   EXPECT_EQ(DateItem::GetDateItemHeap()->GetUsedCount(), datesBefore);
 }
 
-using RecordConcurrencyTest = ConcurrencyTest;
+using RecordConcurrencyTest = ItemPoolConcurrencyTest;
 
 TEST_F(RecordConcurrencyTest, ReservationsFromManyThreadsBalanceOut) {
   int deaths = 0;
@@ -129,7 +117,6 @@ TEST_F(RecordConcurrencyTest, ControllersTakingAndDroppingHeadersKeepTheRecordAl
     }
   });
   EXPECT_EQ(deaths, 0);
-  ASSERT_NE(record->GetHeaderPossessors(), nullptr);
   EXPECT_EQ(*record->GetHeaderPossessors(), std::vector<int>{99});
   EXPECT_EQ(record->ReleaseHeader(99), 1);
   EXPECT_EQ(deaths, 1);
