@@ -83,8 +83,7 @@ TEST_F(RelationPrintTest, DecoratedPostEscapesEachFieldAsItsFlagsSayOrGoesInRawW
   Focusable post(4, nullptr);
   FillPost(&post);
   Printed printed(Rel(4)->DecorateFocusable(&post, 1));
-  ASSERT_NE(printed, nullptr);
-  ASSERT_NE(printed->GetRootTag(), nullptr);
+  ASSERT_TRUE(printed != nullptr && printed->GetRootTag() != nullptr);
   EXPECT_EQ(Text(printed->GetRootTag()->GetTagName()), "post");
 
   const std::string ago = Text(KorlanDateTime::GetAgo_COleDateTime(received_, 0, 1, 0, 1));
@@ -190,8 +189,7 @@ TEST_F(RelationPrintTest, BackupPrintsEveryFieldByTypeAndIdAndALinksIntsAsStored
   FillPost(&post);
   post.SetValueInt(9, 42, 0);
   Printed printed(Rel(4)->PrintFocusableBackup(&post));
-  ASSERT_NE(printed, nullptr);
-  ASSERT_NE(printed->GetRootTag(), nullptr);
+  ASSERT_TRUE(printed != nullptr && printed->GetRootTag() != nullptr);
   EXPECT_EQ(Text(printed->GetRootTag()->GetTagName()), "R4");
   // Dates as stored text, ints as numbers; only "<" and ">" are escaped.
   const std::string expected =
@@ -244,16 +242,16 @@ TEST_F(RelationPrintTest, RecordsPrintThroughTheCatalogueOfTheProcessOrNotAtAll)
   // A record that cannot be loaded, or none, prints nothing.
   Focusable notLoaded(4, nullptr);  // not loaded, no database to load from
   notLoaded.SetGUID(CString("R3_G1"));
-  EXPECT_EQ(Rel(4)->DecorateFocusable(&notLoaded, 1), nullptr);
-  EXPECT_EQ(Rel(4)->PrintFocusableBackup(&notLoaded), nullptr);
-  EXPECT_EQ(Rel(4)->DecorateFocusable(nullptr, 1), nullptr);
-  EXPECT_EQ(Rel(4)->PrintFocusableBackup(nullptr), nullptr);
+  EXPECT_TRUE(Rel(4)->DecorateFocusable(&notLoaded, 1) == nullptr &&
+              Rel(4)->PrintFocusableBackup(&notLoaded) == nullptr &&
+              Rel(4)->DecorateFocusable(nullptr, 1) == nullptr &&
+              Rel(4)->PrintFocusableBackup(nullptr) == nullptr);
   EXPECT_EQ(notLoaded.GetReferenceCount(), 0);
   // A relation the catalogue does not hold prints nothing.
   Focusable stranger(77, nullptr);
   stranger.SetFullyLoaded(1);
-  EXPECT_EQ(stranger.DecorateFocusable(1), nullptr);
-  EXPECT_EQ(stranger.PrintFocusableBackup(), nullptr);
+  EXPECT_TRUE(stranger.DecorateFocusable(1) == nullptr &&
+              stranger.PrintFocusableBackup() == nullptr);
 }
 
 // Records stored in a database and not loaded: the print loads them.
@@ -279,6 +277,12 @@ class RelationPrintStoredTest : public RelationPrintTest {
     return record;
   }
 
+  // "<references> refs, body <fully loaded>" of a record.
+  static std::string Held(Focusable* record) {
+    return std::to_string(record->GetReferenceCount()) + " refs, body " +
+           std::to_string(record->IsFullyLoaded(0));
+  }
+
   test::TempRoot root_;
   std::unique_ptr<AZeusDB> db_;
   int slot_ = -1;
@@ -294,8 +298,7 @@ TEST_F(RelationPrintStoredTest, HeldRecordIsLoadedPrintedAndReleasedAgain) {
   EXPECT_EQ(TagValue(backup.get(), "4:4"), "A & B &lt;i&gt;");
   EXPECT_EQ(TagValue(backup.get(), "SysGUID"), "120:" + std::to_string(slot_));
   // The print gave back what it took: no reference left, body unloaded.
-  EXPECT_EQ(record->GetReferenceCount(), 0);
-  EXPECT_EQ(record->IsFullyLoaded(0), 0);
+  EXPECT_EQ(Held(record), "0 refs, body 0");
 
   Printed decorated(Rel(4)->DecorateFocusable(record, 1));
   ASSERT_NE(decorated, nullptr);
@@ -309,8 +312,7 @@ TEST_F(RelationPrintStoredTest, HeldRecordIsLoadedPrintedAndReleasedAgain) {
   record->Release();
   Printed again(Rel(4)->DecorateFocusable(record, 1));
   ASSERT_NE(again, nullptr);
-  EXPECT_EQ(record->GetReferenceCount(), 1);
-  EXPECT_EQ(record->IsFullyLoaded(0), 1);
+  EXPECT_EQ(Held(record), "1 refs, body 1");
   record->Release();
   EXPECT_EQ(record->ReleaseHeader(3), 1);  // the last holder deletes it
 }
@@ -321,8 +323,7 @@ TEST_F(RelationPrintStoredTest, RecordNobodyHoldsIsPrintedAndLeftAsFoundButNotFr
   ASSERT_NE(printed, nullptr);
   EXPECT_EQ(TagValue(printed.get(), "guid"), "-1:R3_G7");
   // Still there for its creator, with no reference and no body.
-  EXPECT_EQ(record->GetReferenceCount(), 0);
-  EXPECT_EQ(record->IsFullyLoaded(0), 0);
+  EXPECT_EQ(Held(record), "0 refs, body 0");
   // A held record whose slot is gone prints nothing and keeps no reference.
   record->SetDBSlotIndex(slot_ + 5);
   record->ReserveHeader(3);
@@ -342,8 +343,7 @@ TEST_F(RelationPrintStoredTest, PrintingShowsPendingChangesAndSavesNothing) {
   EXPECT_EQ(TagValue(decorated.get(), "title"), "<![CDATA[A & B <i>]]>");
   Printed backup(Rel(4)->PrintFocusableBackup(record));
   ASSERT_NE(backup, nullptr);
-  EXPECT_EQ(record->GetReferenceCount(), 0);
-  EXPECT_EQ(record->IsFullyLoaded(0), 0);
+  EXPECT_EQ(Held(record), "0 refs, body 0");
   EXPECT_EQ(record->GetFieldInt(1), 2);
   EXPECT_EQ(record->NeedToSave(), 1);
   Focusable stored(4, db_.get());

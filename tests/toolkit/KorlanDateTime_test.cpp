@@ -21,10 +21,20 @@ std::string Show(const COleDateTime& d) {
   return d.Format("%Y-%m-%d %H:%M:%S").ToUtf8();
 }
 
-// Every test reads with "now" at 15 June 2010 15:05 in a zone without offset.
-class KorlanReadTest : public ::testing::Test {
+COleDateTime Date(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
+  return COleDateTime(y, mo, d, h, mi, s);
+}
+
+COleDateTime Invalid() {
+  COleDateTime d;
+  d.SetStatus(COleDateTime::invalid);
+  return d;
+}
+
+// "Now" is Tuesday 15 June 2010 15:05, in a zone without offset.
+class KorlanDateTest : public ::testing::Test {
  protected:
-  KorlanReadTest() : tz_("UTC0"), clock_(2010, 6, 15, 15, 5, 0) {}
+  KorlanDateTest() : tz_("UTC0"), clock_(2010, 6, 15, 15, 5, 0) {}
 
   static std::string Read(const char* text) {
     return Show(KorlanDateTime::StringToDateTime(CString(text), 0));
@@ -33,6 +43,18 @@ class KorlanReadTest : public ::testing::Test {
     KorlanDateTime::ReadInfo info;
     KorlanDateTime::StringToDateTimeExplained(CString(text), 0, &info);
     return info.form;
+  }
+  static COleDateTime Ago(long days, int hours, int minutes) {
+    return Clock::Now() - COleDateTimeSpan(days, hours, minutes, 0);
+  }
+  static std::string Pub(const COleDateTime& d, int fullWords = 0) {
+    return KorlanDateTime::DateTimeToPublicationString(d, 0, fullWords).ToUtf8();
+  }
+  static std::string AgoText(const COleDateTime& d, int longWords, int coarse, int appendAgo) {
+    return KorlanDateTime::GetAgo_COleDateTime(d, 0, longWords, coarse, appendAgo).ToUtf8();
+  }
+  static std::string AgoString(const char* text, int longWords, int coarse) {
+    return KorlanDateTime::GetAgo_String(CString(text), 0, longWords, coarse).ToUtf8();
   }
 
   ScopedTimeZone tz_;
@@ -53,7 +75,7 @@ struct FormCase {
 // 10 clear them (forms 3 and 4 find no tail behind "09:15:43", and form 8
 // takes ":43" for a zone word, which is no zone). The weekday word is not
 // checked.
-TEST_F(KorlanReadTest, EachFormTakesItsShape) {
+TEST_F(KorlanDateTest, EachFormTakesItsShape) {
   const FormCase cases[] = {{"11/7/2005 10:00", 0, "2005-11-07 10:00:00"},
                             {"Tue, 08 Nov 2005 23:59:59 +0100", 1, "2005-11-08 23:59:59"},
                             {"Mon, 07 Nov 2005 10:00 -0500", 2, "2005-11-07 10:00:00"},
@@ -78,7 +100,7 @@ TEST_F(KorlanReadTest, EachFormTakesItsShape) {
   }
 }
 
-TEST_F(KorlanReadTest, HostileTextEndsInAnAnswer) {
+TEST_F(KorlanDateTest, HostileTextEndsInAnAnswer) {
   std::u16string long_word(200000, u'A');
   EXPECT_EQ("invalid", Show(KorlanDateTime::StringToDateTime(CString(long_word), 1)));
   std::u16string long_zone = u"Mon, 07 Nov 2005 10:00:00 " + std::u16string(100000, u'+');
@@ -103,7 +125,7 @@ TEST_F(KorlanReadTest, HostileTextEndsInAnAnswer) {
 // current year is 2010: 05 lies before it, 15 after it); the other forms use
 // a fixed window, 2000s below 10 (negative years too) and 1900s above. Form 1
 // keeps years from 100 as written and then refuses them below 1901.
-TEST_F(KorlanReadTest, ShortYearsWiden) {
+TEST_F(KorlanDateTest, ShortYearsWiden) {
   const struct {
     const char* text;
     const char* date;
@@ -119,7 +141,7 @@ TEST_F(KorlanReadTest, ShortYearsWiden) {
   for (const auto& c : cases) EXPECT_EQ(c.date, Read(c.text)) << c.text;
 }
 
-TEST_F(KorlanReadTest, NearestPastCenturyFollowsTheClock) {
+TEST_F(KorlanDateTest, NearestPastCenturyFollowsTheClock) {
   clock_.SetLocalNow(COleDateTime(2016, 1, 1, 0, 0, 0));
   EXPECT_EQ("2015-11-03 10:00:00", Read("11/03/15@10:00"));
   EXPECT_EQ("2015-11-07 10:00:00", Read("07 Nov 15 10:00 GMT"));
@@ -129,7 +151,7 @@ TEST_F(KorlanReadTest, NearestPastCenturyFollowsTheClock) {
 
 // ---- Validation -----------------------------------------------------------------
 
-TEST_F(KorlanReadTest, DateOutsideTheCalendarIsInvalid) {
+TEST_F(KorlanDateTest, DateOutsideTheCalendarIsInvalid) {
   for (const char* text :
        {"2005-13-03T09:15:43Z", "2005-11-32T09:15:43Z", "1900-12-31T23:59:59Z",
         "Mon, 07 Foo 2005 10:00:00 GMT", "Mon, 07 Mrz 2005 10:00:00 GMT",
@@ -139,7 +161,7 @@ TEST_F(KorlanReadTest, DateOutsideTheCalendarIsInvalid) {
   EXPECT_EQ("1901-01-01 00:00:00", Read("1901-01-01T00:00:00Z"));
 }
 
-TEST_F(KorlanReadTest, TimeOutOfRangeKeepsTheDay) {
+TEST_F(KorlanDateTest, TimeOutOfRangeKeepsTheDay) {
   for (const char* text : {"2005-11-03T24:00:00Z", "2005-11-03T09:15:60Z", "11/03/05@25:00"})
     EXPECT_EQ("2005-11-03 00:00:00", Read(text)) << text;
 }
@@ -158,7 +180,7 @@ TEST(KorlanMonthTest, FirstThreeLettersCount) {
 // time; the plain reader keeps the time; the stored shape always gets 2000
 // years and is not widened by the clock; the other shapes of the full reader
 // it lacks.
-TEST_F(KorlanReadTest, DayReaderTakesFewerShapes) {
+TEST_F(KorlanDateTest, DayReaderTakesFewerShapes) {
   const struct {
     const char* text;
     const char* date;
@@ -182,9 +204,7 @@ TEST(KorlanHtmlFormatTest, WritesAndReadsBack) {
   CString text = KorlanDateTime::GetDateTimeInHTMLFormat(d);
   EXPECT_EQ("11:07:2005:09:05", text.ToUtf8());
   EXPECT_EQ("2005-11-07 09:05:00", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(text)));
-  COleDateTime bad;
-  bad.SetStatus(COleDateTime::invalid);
-  EXPECT_EQ("::::", KorlanDateTime::GetDateTimeInHTMLFormat(bad).ToUtf8());
+  EXPECT_EQ("::::", KorlanDateTime::GetDateTimeInHTMLFormat(Invalid()).ToUtf8());
   EXPECT_EQ("invalid", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("::::"))));
   // Only five fields of a calendar date are read.
   for (const char* text : {"11:07:2005:09", "2:30:2005:1:1", "11:07:2005:24:00"})
@@ -239,15 +259,9 @@ TEST(KorlanZoneWordTest, WordsAndOffsets) {
 
 // ---- Moving to local time ---------------------------------------------------------
 
-class KorlanLocalTest : public ::testing::Test {
- protected:
-  KorlanLocalTest() : clock_(2010, 6, 15, 15, 5, 0) {}
-  ScopedManualClock clock_;
-};
-
 // The zone of the text moves the date to GMT, and the machine's bias from
 // there to local standard time (daylight saving is not considered).
-TEST_F(KorlanLocalTest, ZoneOfTheTextAndTheMachineBiasMoveTheDate) {
+TEST_F(KorlanDateTest, ZoneOfTheTextAndTheMachineBiasMoveTheDate) {
   const struct {
     const char* zone;
     const char* text;
@@ -276,7 +290,7 @@ TEST_F(KorlanLocalTest, ZoneOfTheTextAndTheMachineBiasMoveTheDate) {
   }
 }
 
-TEST_F(KorlanLocalTest, ConvertToGmtUndoesTheMoveToLocal) {
+TEST_F(KorlanDateTest, ConvertToGmtUndoesTheMoveToLocal) {
   for (const char* tz_name : {"UTC0", "EST5EDT", "IST-5:30", "JST-9", "NST3:30NDT"}) {
     ScopedTimeZone tz(tz_name);
     COleDateTime gmt = KorlanDateTime::StringToDateTime(CString("07 Nov 2005 10:00:00 GMT"), 0);
@@ -284,50 +298,16 @@ TEST_F(KorlanLocalTest, ConvertToGmtUndoesTheMoveToLocal) {
     EXPECT_EQ("2005-11-07 10:00:00", Show(KorlanDateTime::ConvertToGMT(local))) << tz_name;
     EXPECT_EQ(-TimeZone::GetBias(), std::lround((local - gmt).GetTotalMinutes())) << tz_name;
   }
-  COleDateTime bad;
-  bad.SetStatus(COleDateTime::invalid);
-  EXPECT_EQ("invalid", Show(KorlanDateTime::ConvertToGMT(bad)));
+  EXPECT_EQ("invalid", Show(KorlanDateTime::ConvertToGMT(Invalid())));
 }
 
 // ==== Telling dates ====
-
-COleDateTime Date(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
-  return COleDateTime(y, mo, d, h, mi, s);
-}
-
-COleDateTime Invalid() {
-  COleDateTime d;
-  d.SetStatus(COleDateTime::invalid);
-  return d;
-}
-
-// "Now" is Tuesday 15 June 2010, 15:05:00.
-class KorlanTellTest : public ::testing::Test {
- protected:
-  KorlanTellTest() : tz_("UTC0"), clock_(2010, 6, 15, 15, 5, 0) {}
-
-  static COleDateTime Ago(long days, int hours, int minutes) {
-    return Clock::Now() - COleDateTimeSpan(days, hours, minutes, 0);
-  }
-  static std::string Pub(const COleDateTime& d, int fullWords = 0) {
-    return KorlanDateTime::DateTimeToPublicationString(d, 0, fullWords).ToUtf8();
-  }
-  static std::string AgoText(const COleDateTime& d, int longWords, int coarse, int appendAgo) {
-    return KorlanDateTime::GetAgo_COleDateTime(d, 0, longWords, coarse, appendAgo).ToUtf8();
-  }
-  static std::string AgoString(const char* text, int longWords, int coarse) {
-    return KorlanDateTime::GetAgo_String(CString(text), 0, longWords, coarse).ToUtf8();
-  }
-
-  ScopedTimeZone tz_;
-  ScopedManualClock clock_;
-};
 
 // ---- Today and yesterday --------------------------------------------------------
 
 // Today is the calendar day of now; yesterday the day number before in the
 // same month and year.
-TEST_F(KorlanTellTest, TodayAndYesterdayByCalendarDay) {
+TEST_F(KorlanDateTest, TodayAndYesterdayByCalendarDay) {
   const struct {
     COleDateTime date;
     int today, yesterday;
@@ -342,7 +322,7 @@ TEST_F(KorlanTellTest, TodayAndYesterdayByCalendarDay) {
   }
 }
 
-TEST_F(KorlanTellTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSaysSo) {
+TEST_F(KorlanDateTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSaysSo) {
   clock_.SetLocalNow(Date(2010, 3, 1, 9, 0, 0));
   EXPECT_EQ(0, KorlanDateTime::IsYesterday(Date(2010, 2, 28, 12, 0, 0)));
   EXPECT_EQ("Yesterday, February 28, 2010",
@@ -353,7 +333,7 @@ TEST_F(KorlanTellTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSays
 // ---- Fixed shapes ------------------------------------------------------------------
 
 // The simple string is the stored shape and reads back, without seconds.
-TEST_F(KorlanTellTest, FullSimpleAndDateStrings) {
+TEST_F(KorlanDateTest, FullSimpleAndDateStrings) {
   COleDateTime d = Date(2005, 11, 7, 9, 5, 0);
   EXPECT_EQ("Monday, November 07, 2005 @ 09:05",
             KorlanDateTime::DateTimeToFullString(d, 0).ToUtf8());
@@ -381,7 +361,7 @@ TEST_F(KorlanTellTest, FullSimpleAndDateStrings) {
 
 // ---- Publication text of a date and time ----------------------------------------
 
-TEST_F(KorlanTellTest, PublicationStringByDistanceFromNow) {
+TEST_F(KorlanDateTest, PublicationStringByDistanceFromNow) {
   struct Case {
     COleDateTime date;
     int fullWords;
@@ -412,7 +392,7 @@ TEST_F(KorlanTellTest, PublicationStringByDistanceFromNow) {
 
 // ---- Age in words -------------------------------------------------------------------
 
-TEST_F(KorlanTellTest, AgeInWordsByUnitsAndOptions) {
+TEST_F(KorlanDateTest, AgeInWordsByUnitsAndOptions) {
   struct Case {
     COleDateTime date;
     int longWords, coarse, appendAgo;
@@ -449,7 +429,7 @@ TEST_F(KorlanTellTest, AgeInWordsByUnitsAndOptions) {
 
 // Invalid dates have an invalid age. Of a date text one day old, the word
 // "Yesterday" has no space behind it, and the smaller units follow.
-TEST_F(KorlanTellTest, AgeOfADateText) {
+TEST_F(KorlanDateTest, AgeOfADateText) {
   COleDateTime null_date;
   null_date.SetStatus(COleDateTime::null);
   EXPECT_EQ("Invalid Date|Invalid Date",
@@ -465,7 +445,7 @@ TEST_F(KorlanTellTest, AgeOfADateText) {
   for (const auto& c : cases) EXPECT_EQ(c.age, AgoString(c.text, c.longWords, c.coarse)) << c.text;
 }
 
-TEST_F(KorlanTellTest, AgeInMinutes) {
+TEST_F(KorlanDateTest, AgeInMinutes) {
   EXPECT_EQ(-1, KorlanDateTime::GetAgoMinute(CString(""), 0));
   EXPECT_EQ(-1, KorlanDateTime::GetAgoMinute(CString("garbage"), 0));
   EXPECT_EQ(1625, KorlanDateTime::GetAgoMinute(CString("06/14/10@12:00"), 0));
