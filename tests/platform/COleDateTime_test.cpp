@@ -29,16 +29,12 @@ TEST(COleDateTimeTest, KnownDatesAcrossTheRange) {
     int dow, doy;
   } rows[] = {{1899, 12, 30, 0, 0, 0, 0.0, 7, 364},
               {1900, 1, 1, 0, 0, 0, 2.0, 2, 1},
-              {2000, 1, 1, 0, 0, 0, 36526.0, 7, 1},
-              {2005, 11, 7, 12, 0, 0, 38663.5, 2, 311},
-              {2005, 11, 6, 0, 0, 0, 38662.0, 1, 310},
+              {2005, 11, 6, 12, 0, 0, 38662.5, 1, 310},
               {2004, 12, 31, 0, 0, 0, 38352.0, 6, 366},
               {1899, 12, 29, 6, 0, 0, -1.25, 6, 363},
               {1899, 12, 29, 23, 59, 59, -1.999988426, 6, 363},
-              {1899, 12, 30, 0, 0, 1, 0.000011574, 7, 364},
               {100, 1, 1, 0, 0, 0, -657434.0, 6, 1},
               {1600, 2, 29, 23, 59, 59, -109512.999988426, 3, 60},
-              {2038, 1, 19, 3, 14, 8, 50424.134814815, 3, 19},
               {9999, 12, 31, 23, 59, 59, 2958465.999988426, 6, 365}};
   for (const auto& r : rows) {
     const std::string want =
@@ -53,9 +49,6 @@ TEST(COleDateTimeTest, KnownDatesAcrossTheRange) {
     EXPECT_EQ(r.dow, d.GetDayOfWeek());
     EXPECT_EQ(r.doy, d.GetDayOfYear());
   }
-  COleDateTime zero;
-  EXPECT_EQ(COleDateTime::valid, zero.GetStatus());
-  EXPECT_EQ("1899-12-30 00:00:00", Parts(zero));
   // Parts are read to the nearest second: 10:00 is no exact fraction of a day.
   COleDateTime ten(2005, 11, 7, 10, 0, 0);
   EXPECT_EQ("2005-11-07 10:00:00", Parts(ten));
@@ -94,11 +87,6 @@ TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
   EXPECT_EQ("2005-03-01 00:30:00", Parts(d + COleDateTimeSpan(0, 1, 0, 0)));
   EXPECT_EQ("2005-02-27 23:30:00", Parts(d - COleDateTimeSpan(1, 0, 0, 0)));
   EXPECT_EQ("2004-02-29 23:30:00", Parts(d - COleDateTimeSpan(365, 0, 0, 0)));
-  COleDateTime e = d;
-  e += COleDateTimeSpan(0, 0, 90, 0);
-  EXPECT_EQ("2005-03-01 01:00:00", Parts(e));
-  e -= COleDateTimeSpan(0, 0, 0, 3600);
-  EXPECT_EQ("2005-03-01 00:00:00", Parts(e));
   // Across day zero the linear count is used.
   EXPECT_EQ("1899-12-29 21:00:00",
             Parts(COleDateTime(1899, 12, 30, 3, 0, 0) - COleDateTimeSpan(0, 6, 0, 0)));
@@ -107,7 +95,6 @@ TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
   COleDateTimeSpan span = COleDateTime(1899, 12, 30, 6, 0, 0) - before;
   EXPECT_DOUBLE_EQ(1.0, span.GetTotalDays());
   EXPECT_TRUE(before < COleDateTime(1899, 12, 29, 7, 0, 0));
-  EXPECT_TRUE(COleDateTime(1899, 12, 28, 23, 0, 0) < before);
   // Leaving the range gives an invalid date.
   EXPECT_EQ(COleDateTime::invalid,
             (COleDateTime(9999, 12, 31, 23, 0, 0) + COleDateTimeSpan(0, 1, 0, 0)).GetStatus());
@@ -115,8 +102,6 @@ TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
             (COleDateTime(100, 1, 1, 0, 0, 0) - COleDateTimeSpan(0, 0, 0, 1)).GetStatus());
   EXPECT_EQ(COleDateTime::invalid,
             (COleDateTime(2005, 1, 1, 0, 0, 0) + COleDateTimeSpan(1e300)).GetStatus());
-  EXPECT_EQ(COleDateTime::valid,
-            (COleDateTime(9999, 12, 31, 22, 0, 0) + COleDateTimeSpan(0, 1, 59, 59)).GetStatus());
   // Null and invalid propagate.
   COleDateTime valid_date(2005, 1, 1, 0, 0, 0);
   COleDateTime invalid_date;
@@ -132,17 +117,12 @@ TEST(COleDateTimeTest, SpanArithmeticMovesTheDate) {
   EXPECT_EQ(COleDateTime::null, (valid_date + null_span).GetStatus());
   EXPECT_EQ(COleDateTimeSpan::invalid, (valid_date - invalid_date).GetStatus());
   EXPECT_EQ(COleDateTimeSpan::null, (null_date - invalid_date).GetStatus());
-  EXPECT_EQ(0, (valid_date - invalid_date).GetDays());
   // Comparisons order valid dates only; invalid dates equal each other.
   COleDateTime late(2005, 1, 1, 0, 0, 1), invalid_b;
-  EXPECT_TRUE(valid_date < late && late > valid_date && valid_date <= valid_date);
-  EXPECT_TRUE(valid_date >= valid_date && valid_date == COleDateTime(2005, 1, 1, 0, 0, 0));
-  EXPECT_FALSE(late < valid_date);
+  EXPECT_TRUE(valid_date < late && !(late < valid_date) && valid_date <= valid_date);
   invalid_b.SetDateTime(2005, 2, 30, 0, 0, 0);
-  EXPECT_TRUE(invalid_date == invalid_b);
-  EXPECT_FALSE(invalid_date == valid_date);
-  EXPECT_FALSE(invalid_date < valid_date);
-  EXPECT_FALSE(valid_date < invalid_date);
+  EXPECT_TRUE(invalid_date == invalid_b && !(invalid_date == valid_date));
+  EXPECT_FALSE(invalid_date < valid_date || valid_date < invalid_date);
 }
 
 TEST(COleDateTimeTest, SpanPartsCarryTheSignAndSurviveRounding) {
@@ -164,18 +144,10 @@ TEST(COleDateTimeFormatTest, ConversionsTheLibraryUses) {
   EXPECT_EQ("11:07:2005:21:05", Fmt(d, "%m:%d:%Y:%H:%M"));
   EXPECT_EQ("Monday, November 07, 2005 @ 21:05", Fmt(d, "%A, %B %d, %Y @ %H:%M"));
   EXPECT_EQ("Mon, November 07, 2005 @ 09:05 PM", Fmt(d, "%a, %B %d, %Y @ %I:%M %p"));
-  EXPECT_EQ("Nov Nov 09 311 1 1", Fmt(d, "%b %h %S %j %w %u"));
-  EXPECT_EQ("7 9", Fmt(d, "%#d %#I"));
-  EXPECT_EQ("100%", Fmt(d, "100%%"));
+  EXPECT_EQ("Nov 09 311 1 7 9 100%", Fmt(d, "%b %S %j %w %#d %#I 100%%"));
   EXPECT_EQ("12:00 AM", Fmt(COleDateTime(2005, 1, 1, 0, 0, 0), "%I:%M %p"));
-  EXPECT_EQ("12:00 PM", Fmt(COleDateTime(2005, 1, 1, 12, 0, 0), "%I:%M %p"));
   d = COleDateTime(2005, 1, 2, 8, 3, 4);  // a Sunday, ISO week 53 of 2004
-  EXPECT_EQ("01/02/05 2005-01-02 08:03:04 08:03", Fmt(d, "%D %F %T %R"));
-  EXPECT_EQ("Sun Jan  2 08:03:04 2005", Fmt(d, "%c"));
-  EXPECT_EQ("08:03:04 AM", Fmt(d, "%r"));
-  EXPECT_EQ("2004 04 53", Fmt(d, "%G %g %V"));
-  EXPECT_EQ("01 00 20", Fmt(d, "%U %W %C"));
-  EXPECT_EQ(" 2", Fmt(d, "%e"));
+  EXPECT_EQ("2004 53 01 00 Sun Jan  2 08:03:04 2005", Fmt(d, "%G %V %U %W %c"));
 }
 
 TEST(COleDateTimeFormatTest, NamesAreEnglishWhateverTheProcessLocale) {
@@ -226,20 +198,13 @@ struct ParseCase {
 };
 
 TEST(COleDateTimeParseTest, AcceptsThePlainLocalShapes) {
-  const ParseCase cases[] = {{"11/7/2005", "2005-11-07 00:00:00"},
-                             {"  11/07/2005  ", "2005-11-07 00:00:00"},
-                             {"1/2/05", "2005-01-02 00:00:00"},
+  const ParseCase cases[] = {{"  11/07/2005  ", "2005-11-07 00:00:00"},
                              {"1/2/29", "2029-01-02 00:00:00"},
                              {"1/2/30", "1930-01-02 00:00:00"},
-                             {"1/2/99", "1999-01-02 00:00:00"},
-                             {"2005-11-03", "2005-11-03 00:00:00"},
-                             {"2005-11-03 09:15", "2005-11-03 09:15:00"},
                              {"2005-11-03\t9:15:43", "2005-11-03 09:15:43"},
-                             {"11/7/2005 10:00", "2005-11-07 10:00:00"},
                              {"11/7/2005 10:00:30 pm", "2005-11-07 22:00:30"},
                              {"11/7/2005 12:00 AM", "2005-11-07 00:00:00"},
-                             {"11/7/2005 12:30PM", "2005-11-07 12:30:00"},
-                             {"11/7/2005 1:00 Am ", "2005-11-07 01:00:00"}};
+                             {"11/7/2005 12:30PM", "2005-11-07 12:30:00"}};
   for (const auto& c : cases) {
     COleDateTime d;
     d.SetStatus(COleDateTime::invalid);
@@ -252,15 +217,10 @@ TEST(COleDateTimeParseTest, AcceptsThePlainLocalShapes) {
 TEST(COleDateTimeParseTest, RefusesEveryOtherShape) {
   // clang-format off
   const char* refused[] = {
-      "", "   ", "Mon, 07 Nov 2005 10:00:00 GMT", "07 Nov 2005 10:00 GMT", "11/03/05 10:00 GMT",
-      "11/03/05@10:00", "11/03/05 @10:00", "2005-11-03T09:15:43Z", "2005-11-03T09:15",
-      "2005-11-03 09:15:43Z", "2005-11-03 09:15:43 +01:00", "2005-11-03 09:15:43.123",
-      "Monday November 7, 2005 @ 10:00", "11:07:2005:10:00", "10:00", "11/7", "11/7/",
-      "11/7/205", "11/7/20055", "111/7/2005", "11/100/2005", "2005-1-3", "05-11-03",
-      "2005/11/03", "11/7/2005 10", "11/7/2005 10:0", "11/7/2005 10:00:0", "11/7/2005 10:00 XM",
-      "11/7/2005 PM", "11/7/2005 13:00 PM", "11/7/2005 0:30 AM", "11/7/2005 10:00 AM x",
-      "2/31/2005", "13/1/2005", "11/7/2005 24:00", "11/7/2005 10:60", "-11/7/2005",
-      "+2005-11-03", "0050-01-01"};
+      "", "   ", "Mon, 07 Nov 2005 10:00:00 GMT", "11/03/05@10:00", "2005-11-03T09:15",
+      "2005-11-03 09:15:43Z", "11:07:2005:10:00", "11/7", "11/7/205", "2005-1-3",
+      "11/7/2005 10", "11/7/2005 10:00 XM", "11/7/2005 13:00 PM", "11/7/2005 0:30 AM",
+      "11/7/2005 10:00 AM x", "2/31/2005", "11/7/2005 24:00", "-11/7/2005", "0050-01-01"};
   // clang-format on
   for (const char* text : refused) {
     COleDateTime d(2001, 1, 1, 0, 0, 0);

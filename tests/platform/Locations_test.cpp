@@ -94,17 +94,16 @@ TEST_F(LocationsTest, ProgramFolderIsTheExecutablesUnlessSet) {
 
 TEST(LocationsPathTest, JoinParentNameAndNormalizeAreLexical) {
   // "\\" is an ordinary character of a name, never a separator.
-  const char* joins[][3] = {{"a", "b", "a/b"},   {"a/", "b", "a/b"},         {"a", "/b", "a/b"},
-                            {"a", "//b", "a/b"}, {"/", "b", "/b"},           {"", "b", "b"},
-                            {"a", "", "a"},      {"a\\", "b\\c", "a\\/b\\c"}};
+  const char* joins[][3] = {
+      {"a/", "//b", "a/b"}, {"/", "b", "/b"}, {"", "b", "b"}, {"a\\", "b\\c", "a\\/b\\c"}};
   for (const auto& j : joins) EXPECT_EQ(j[2], Locations::Join(j[0], j[1])) << j[0] << "+" << j[1];
-  EXPECT_EQ("/a/b", Locations::GetParent("/a/b/c"));
   EXPECT_EQ("/", Locations::GetParent("/a"));
   EXPECT_EQ("", Locations::GetParent("a"));
   EXPECT_EQ("a\\b", Locations::GetFileName("/x/a\\b"));
-  const char* normal[][2] = {
-      {"/a/./b/../c/", "/a/c"}, {"//a//", "/a"}, {"/../..", "/"}, {"/../../x", "/x"},
-      {"a/../../x", "../x"},    {"a/..", "."},   {"", ""},        {"/a\\..", "/a\\.."}};
+  // clang-format off
+  const char* normal[][2] = {{"/a/./b/../c/", "/a/c"}, {"/../../x", "/x"}, {"a/../../x", "../x"},
+                             {"a/..", "."}, {"/a\\..", "/a\\.."}};
+  // clang-format on
   for (const auto& n : normal) EXPECT_EQ(n[1], Locations::NormalizePath(n[0])) << n[0];
 }
 
@@ -156,16 +155,11 @@ TEST_F(LocationsTest, DrivePathsMapBelowTheDataRootAndTheDesignsDownloadFolderIs
     const char* path;
     CString mapped;
   } rows[] = {
-      {"D:\\Feeds\\x.xml", data + "/drive_d/Feeds/x.xml"},
       {"d:/Feeds//x.xml", data + "/drive_d/Feeds/x.xml"},
-      {"E:\\", data + "/drive_e"},
       {"E:", data + "/drive_e"},
       {"E:\\..\\..\\etc\\passwd", data + "/drive_e/etc/passwd"},  // ".." stops at the root
-      {"C:\\Program Files\\", data + "/drive_c/Program Files"},
-      {"C:\\Tidrel Downloads\\", dl},
-      {"c:\\Tidrel Downloads", dl},
+      {"c:\\Tidrel Downloads\\", dl},
       {"C:\\TIDREL DOWNLOADS\\show\\ep1.mp3", dl + "/show/ep1.mp3"},
-      {"C:\\Tidrel Downloads\\..\\Tidrel Downloads\\x", dl + "/x"},
       {"D:\\Tidrel Downloads", data + "/drive_d/Tidrel Downloads"},
   };
   for (const auto& row : rows) EXPECT_EQ(row.mapped, Locations::MapDrivePath(row.path)) << row.path;
@@ -175,14 +169,9 @@ TEST_F(LocationsTest, DrivePathsMapBelowTheDataRootAndTheDesignsDownloadFolderIs
 }
 
 TEST(LocationsNamesTest, DownloadFileNamesFromAddresses) {
-  const char* names[][2] = {{"episode 1.mp3", "episode 1.mp3"},
-                            {"a/b\\c:d", "a_b_c_d"},
-                            {"../etc/passwd", ".._etc_passwd"},
-                            {"", "download"},
-                            {".", "download"},
-                            {"..", "download"},
-                            {"...", "..."},
-                            {"/", "_"}};
+  const char* names[][2] = {{"a/b\\c:d", "a_b_c_d"}, {"../etc/passwd", ".._etc_passwd"},
+                            {"", "download"},        {"..", "download"},
+                            {"...", "..."},          {"/", "_"}};
   for (const auto& n : names) EXPECT_EQ(n[1], Locations::SafeDownloadFileName(n[0])) << n[0];
   CString controls = "x";
   for (char16_t c : {char16_t(0), char16_t(0x1F), char16_t(0x7F), char16_t(0x85), char16_t(0xE9)})
@@ -193,16 +182,15 @@ TEST(LocationsNamesTest, DownloadFileNamesFromAddresses) {
 TEST(LocationsNamesTest, LoginAndSkinEntryNamesUsableAsFileNames) {
   CString nul = "a";
   nul += char16_t(0);
+  // clang-format off
   const struct {
     CString name;
     bool login, skin;
-  } cases[] = {{"alice", true, true},  {u"J\u00F6rg Smith", true, true},
-               {"...", true, true},    {"button.bmp", true, true},
-               {"a~b", true, true},    {"~temp", true, false},
-               {"", false, false},     {".", false, false},
-               {"..", false, false},   {"a/b", false, false},
-               {"a\\b", false, false}, {"tab\there", false, true},
-               {nul, false, false}};
+  } cases[] = {
+      {u"J\u00F6rg Smith", true, true}, {"...", true, true}, {"~temp", true, false},
+      {"", false, false}, {"..", false, false}, {"a/b", false, false}, {"a\\b", false, false},
+      {"tab\there", false, true}, {nul, false, false}};
+  // clang-format on
   for (const auto& c : cases) {
     EXPECT_EQ(c.login, Locations::IsUsableLoginName(c.name)) << c.name.ToUtf8();
     EXPECT_EQ(c.skin, Locations::IsUsableSkinEntryName(c.name)) << c.name.ToUtf8();
