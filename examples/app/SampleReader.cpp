@@ -18,12 +18,17 @@
 //      down in the reverse order.
 //
 // Usage: kordll_sample_reader [--desktop] [--keyword WORD] [--program-folder DIR]
+//                             [COMMAND ARG...]
 //   --desktop         use the desktop host instead of the headless one, and
 //                     open the link of the first matching post with the
 //                     desktop's opener
 //   --keyword WORD    the word the filter looks for (default "offline")
 //   --program-folder  where the plug-ins are (default: the folder of this
 //                     program, where the build puts SamplePlugin.DLL)
+//
+//   COMMAND           instead of steps 5 and 6, one of the reader's commands
+//                     (add URL, list [WORD], show GUID, filters ...; see
+//                     examples/reader/ReaderCommands.h), run while logged in
 //
 // Where data goes: with KORDLL_ROOT set, the profile is below
 // $KORDLL_ROOT/config and the posts below $KORDLL_ROOT/data; otherwise the
@@ -38,6 +43,7 @@
 #include <string>
 #include <vector>
 
+#include "examples/reader/ReaderCommands.h"
 #include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/control/KorUserResourcesCtrl.h"
 #include "kordll/filter/ContentFilter.h"
@@ -85,6 +91,7 @@ struct Options {
   bool desktop = false;
   CString keyword = CString("offline");
   CString programFolder;
+  std::vector<std::string> command;  // a reader command and its arguments
 };
 
 // Reads the command line into *options; false (with a message) on a usage
@@ -96,9 +103,12 @@ bool ParseOptions(int argc, char** argv, Options* options) {
       options->desktop = true;
     } else if ((arg == "--keyword" || arg == "--program-folder") && i + 1 < argc) {
       (arg == "--keyword" ? options->keyword : options->programFolder) = CString(argv[++i]);
+    } else if (sample::IsReaderCommand({arg})) {
+      options->command.assign(argv + i, argv + argc);
+      break;
     } else {
       std::cerr << "usage: kordll_sample_reader [--desktop] [--keyword WORD]"
-                   " [--program-folder DIR]\n";
+                   " [--program-folder DIR] [add URL | list [WORD] | show GUID | filters ...]\n";
       return false;
     }
   }
@@ -259,7 +269,7 @@ int ReadAndFilter(kordll::CWinApp* app, const kordll::KorUserResourcesCtrl& plat
 // read and filtered while the user is logged in, and the log-off. The
 // platform is the first controller the application makes; its last Release
 // (in CloseResourceCtrl) deletes it.
-int RunUserPlatform(kordll::CWinApp* app, const CString& keyword, bool openFirstMatch) {
+int RunUserPlatform(kordll::CWinApp* app, const Options& options) {
   // 4. The platform reaches accounts and the scheduler through hooks that
   // the settings layer installs.
   kordll::InstallUserPlatformWiring();
@@ -282,7 +292,9 @@ int RunUserPlatform(kordll::CWinApp* app, const CString& keyword, bool openFirst
             << kordll::KorUserResourcesCtrl::GetUserFolder(login).ToUtf8() << "\n"
             << "Scheduler and activity list: " << (services ? "running" : "missing") << "\n";
 
-  const int status = ReadAndFilter(app, *platform, keyword, openFirstMatch);
+  const int status = options.command.empty()
+                         ? ReadAndFilter(app, *platform, options.keyword, options.desktop)
+                         : sample::RunReaderCommand(options.command, std::cout, std::cerr);
 
   // 7. The log-off closes the posts controller first, the scheduler apart
   // from the rest, then every other controller, waiting (bounded) for them.
@@ -330,7 +342,7 @@ int main(int argc, char** argv) {
     kordll::GlobalRelationsCtrl catalogue;
     std::cout << "Catalogue: " << catalogue.GetRelationCount() << " relations\n\n";
 
-    status = RunUserPlatform(&app, options.keyword, options.desktop);
+    status = RunUserPlatform(&app, options);
 
     // 7. Shut-down, in the reverse order: the catalogue and the application
     // object go at the end of this block.

@@ -21,10 +21,11 @@
 //
 // Under the user platform (KorUserResourcesCtrl, with the registry of
 // controllers standing) it also makes the application's posts controller
-// (id 3): a controller with a record database of its own, which holds the
-// posts of the database from then on. The platform closes it first of all at
-// log-off; a plain application without the registry gets no controller.
+// (id 3) and channels controller (id 7): controllers with a record database
+// of their own, which hold the posts and the channels from then on. The platform closes it first of
+// all at log-off; a plain application without the registry gets no controller.
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <vector>
@@ -33,6 +34,7 @@
 #include "kordll/control/KorUserResourcesCtrl.h"
 #include "kordll/control/ResourceController.h"
 #include "kordll/platform/COleDateTime.h"
+#include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/Clock.h"
@@ -54,9 +56,13 @@ using kordll::Focusable;
 // owns posts: a post's GUID is "R3_G<serial>".
 constexpr int kPostRelation = 4;
 constexpr int kPostsController = 3;
+// The controller of the channels the user subscribed to (relation 3 records,
+// GUIDs "R7_G<serial>"), with a database of its own.
+constexpr int kChannelsController = 7;
 
 const char16_t kSection[] = u"SamplePlugin";
 const char16_t kDatabaseName[] = u"SamplePosts";
+const char16_t kChannelsDatabaseName[] = u"SampleChannels";
 
 // One post of the sample feed, as a feed would deliver it: the publication
 // date is the feed's own text.
@@ -135,18 +141,19 @@ int AddMissingPosts(AZeusDB* db, CString* error) {
   return added;
 }
 
-// The application's posts controller: registers itself under id 3 and holds
-// every post of its database (in folder), each entered and reserved once.
+// A controller of the application: registers itself under its id and holds
+// every record of its database (in folder), each entered and reserved once.
 // Closing de-registers it and drops its reference; the last Release deletes
-// it, and with it the database.
-class SamplePostsCtrl : public kordll::ResourceController {
+// it, and with it the database. New records of its relations come from
+// GenerateFocusable, laid out for its database.
+class SampleRecordsCtrl : public kordll::ResourceController {
  public:
-  explicit SamplePostsCtrl(const CString& folder) {
-    SetResourceControllerID(kPostsController);
+  SampleRecordsCtrl(const CString& folder, int id, const char16_t* database) : database_(database) {
+    SetResourceControllerID(id);
     kordll::GlobalResourceCtrl::RegisterResourceCtrl(this);
     LoadResources(folder);
   }
-  ~SamplePostsCtrl() override {
+  ~SampleRecordsCtrl() override {
     LockResource();
     const kordll::CArray<Focusable*, Focusable*> held = data_->focusables;
     for (Focusable* post : held) post->Release(), DeRegisterFocusable(post, nullptr, 1);
@@ -154,17 +161,32 @@ class SamplePostsCtrl : public kordll::ResourceController {
   }
   void LoadResources(CString folder) override {
     SetRunningPath(folder);
-    db_ = std::make_unique<AZeusDB>(folder, CString(kDatabaseName), 0, 0);
+    db_ = std::make_unique<AZeusDB>(folder, database_, 0, 0);
     kordll::DBTaskItem task;
     task.allFields = 1;
+    int last = -1;
     for (;;) {
       auto post = std::make_unique<Focusable>(-1, nullptr);
       if (db_->readFocusableSlot(post.get(), nullptr, &task) != 1) break;
       LockResource();
-      if (RegisterFocusable(post.get(), 0, 0)) post.release()->Reserve();
+      if (RegisterFocusable(post.get(), 0, 0)) {
+        Focusable* held = post.release();
+        held->Reserve();
+        // Serials given out later must pass every stored one.
+        const CString guid = held->GetGUID();
+        last = std::max(last, kordll::_wtoi(guid.Mid(guid.Find(u'G') + 1)));
+      }
       UnLockResource();
     }
+    // The next serial: the one the profile keeps, unless a stored record
+    // (such as one of the sample feed's posts) has it already.
+    const CString next = GetAvailableGUID();
+    const int serial = kordll::_wtoi(next.Mid(next.Find(u'G') + 1));
+    if (!next.IsEmpty()) UpdateLastUsedGUID(std::max(serial, last + 1));
     SetLoaded(1);
+  }
+  Focusable* GenerateFocusable(int relation) override {
+    return db_ ? new Focusable(relation, db_.get()) : nullptr;
   }
   void CloseResourceCtrl() override {
     kordll::GlobalResourceCtrl::DeRegisterResourceCtrl(this);
@@ -172,8 +194,17 @@ class SamplePostsCtrl : public kordll::ResourceController {
   }
 
  private:
+  CString database_;
   std::unique_ptr<AZeusDB> db_;  // outlives the posts: members go after the body
 };
+
+// Makes the controller unless one has its id; a controller the registry did
+// not take is ended here (registered, the platform closes it).
+void MakeController(const CString& folder, int id, const char16_t* database) {
+  if (kordll::GlobalResourceCtrl::GetResourceController(id) != nullptr) return;
+  auto* made = new SampleRecordsCtrl(folder, id, database);
+  if (kordll::GlobalResourceCtrl::GetResourceController(id) != made) made->Release();
+}
 
 }  // namespace
 
@@ -212,13 +243,8 @@ extern "C" void LoadResources() {
   app->WriteProfileInt(kSection, u"PostsAdded", added);
   app->WriteProfileString(kSection, u"LastError", CString());
   app->WriteProfileString(kSection, u"PostsDatabase", CString(kDatabaseName));
-  if (kordll::KorUserResourcesCtrl::GetInstance() != nullptr &&
-      kordll::GlobalResourceCtrl::GetResourceController(kPostsController) == nullptr) {
-    auto* posts = new SamplePostsCtrl(folder);
-    // Registered, the platform closes it; a controller the registry did not
-    // take is ended here.
-    if (kordll::GlobalResourceCtrl::GetResourceController(kPostsController) != posts) {
-      posts->Release();
-    }
+  if (kordll::KorUserResourcesCtrl::GetInstance() != nullptr) {
+    MakeController(folder, kPostsController, kDatabaseName);
+    MakeController(folder, kChannelsController, kChannelsDatabaseName);
   }
 }

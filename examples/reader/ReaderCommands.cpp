@@ -1,0 +1,276 @@
+#include "examples/reader/ReaderCommands.h"
+
+#include <set>
+
+#include "examples/reader/FeedReader.h"
+#include "kordll/control/GlobalResourceCtrl.h"
+#include "kordll/control/ResourceController.h"
+#include "kordll/filter/ContentFilter.h"
+#include "kordll/platform/CWinApp.h"
+#include "kordll/platform/Clock.h"
+#include "kordll/record/Focusable.h"
+#include "kordll/toolkit/KorlanDateTime.h"
+
+namespace sample {
+
+namespace {
+
+using kordll::ContentFilter;
+using kordll::Focusable;
+using kordll::ResourceController;
+
+constexpr int kPostRelation = 4;
+constexpr int kChannelRelation = 3;
+// Where the user's filters are kept in the application's profile.
+const char16_t kSection[] = u"SampleReader";
+const char16_t kAcceptKey[] = u"AcceptFilter";
+const char16_t kRejectKey[] = u"RejectFilter";
+
+std::string U8(const CString& text) { return text.ToUtf8(); }
+
+// The records a controller holds, copied under its lock.
+std::vector<Focusable*> Held(ResourceController* ctrl) {
+  ctrl->LockResource();
+  std::vector<Focusable*> held(ctrl->GetFocusables().begin(), ctrl->GetFocusables().end());
+  ctrl->UnLockResource();
+  return held;
+}
+
+// A field of a held record: the body is brought in (which reserves it),
+// read and let go, as a reader's panel does.
+CString Field(Focusable* record, int field) {
+  if (record->IsFullyLoaded(1) == 0 && record->LoadFocusable(nullptr) == 0) return CString();
+  const CString text = record->GetFieldString(field, 0);
+  record->Release();
+  return text;
+}
+
+// Tests a record against a filter; whatever reservation the test added is
+// given back, so the record ends as it started.
+bool Passes(ContentFilter* filter, Focusable* record) {
+  const int before = record->GetReferenceCount();
+  const int passed = filter->CheckFocusable(record, 0);
+  for (int count = record->GetReferenceCount(); count > before; --count) record->Release();
+  return passed != 0;
+}
+
+// Whether the user's filters let the item in. They test a copy of the post
+// that belongs to no database: a filter reserves and releases what it
+// tests, and the release of a changed record saves it.
+bool Wanted(const FeedItem& item, const CString& channelTitle, ContentFilter* accept,
+            ContentFilter* reject) {
+  auto* probe = new Focusable(kPostRelation, nullptr);
+  probe->Reserve();
+  FillPost(item, channelTitle, probe);
+  probe->SetFocusableStatus(Focusable::kStatusUnread);
+  probe->SetFullyLoaded(1);  // every field is in memory: nothing to load
+  const bool wanted =
+      (accept == nullptr || Passes(accept, probe)) && (reject == nullptr || !Passes(reject, probe));
+  probe->Release();  // the only holder: this deletes it
+  return wanted;
+}
+
+// What tells a post from the others of its feed: its link, else the
+// feed's id of it (stored in the link field too), else its title and
+// enclosure.
+CString PostKey(const CString& link, const CString& title, const CString& enclosure) {
+  return !link.IsEmpty() ? link : title + CString("|") + enclosure;
+}
+
+// A filter for posts holding `word` in any field.
+void KeywordFilter(const CString& word, ContentFilter* filter) {
+  filter->ReSetFilterStatus(ContentFilter::kSearchFilter, 0);
+  filter->AddFilteredStringItem(word, kPostRelation, -1, 0);
+}
+
+// The stored filter under key, or false when the user has none.
+bool StoredFilter(const char16_t* key, ContentFilter* filter) {
+  const CString line = kordll::AfxGetApp()->GetProfileString(kSection, key);
+  return !line.IsEmpty() && filter->SetFilter(line) == 1;
+}
+
+// Both controllers of the plug-in, or false with the reason on err.
+bool Controllers(ResourceController** channels, ResourceController** posts, std::ostream& err) {
+  *channels = kordll::GlobalResourceCtrl::GetResourceController(kChannelsController);
+  *posts = kordll::GlobalResourceCtrl::GetResourceController(kPostsController);
+  if (*channels != nullptr && *posts != nullptr) return true;
+  err << "the plug-in made no channel or posts controller: is SamplePlugin.DLL beside the "
+         "program?\n";
+  return false;
+}
+
+// Hands a new record, reserved by the caller, to its controller, which
+// gives it its GUID and holds it (with that reservation) from now on, and
+// saves it.
+bool Store(ResourceController* ctrl, Focusable* record) {
+  ctrl->AddFocusable(record);
+  return !record->GetGUID().IsEmpty() && record->SaveFocusable() == 1;
+}
+
+int Add(const std::string& url, std::ostream& out, std::ostream& err) {
+  CString path = CString::FromUtf8(url);
+  if (url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0) {
+    err << "cannot reach " << url << ": this build reads file addresses only\n";
+    return 1;
+  }
+  if (url.rfind("file://", 0) == 0) path = CString::FromUtf8(url.substr(7));
+  Feed feed;
+  CString error;
+  if (!ReadFeedFile(path, &feed, &error)) {
+    err << U8(error) << "\n";
+    return 1;
+  }
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+
+  const CString address = CString::FromUtf8(url);
+  Focusable* channel = nullptr;
+  for (Focusable* held : Held(channels)) {
+    if (Field(held, 7) == address) channel = held;
+  }
+  if (channel == nullptr) {
+    channel = channels->GenerateFocusable(kChannelRelation);
+    channel->Reserve();
+    FillChannel(feed, address, channel);
+    channel->SetValueDate(8, kordll::Clock::Now(), 1);  // subscribed
+    if (!Store(channels, channel)) {
+      err << "cannot store the channel \"" << U8(feed.channel.title) << "\"\n";
+      return 1;
+    }
+    out << "channel stored: " << U8(channel->GetGUID()) << " \"" << U8(feed.channel.title) << "\" ("
+        << U8(feed.format) << ")\n";
+  } else {
+    out << "channel known: " << U8(channel->GetGUID()) << "\n";
+  }
+
+  std::set<CString> known;
+  for (Focusable* held : Held(posts)) {
+    known.insert(PostKey(Field(held, 10), Field(held, 4), Field(held, 15)));
+  }
+  ContentFilter accept, reject;
+  const bool accepting = StoredFilter(kAcceptKey, &accept);
+  const bool rejecting = StoredFilter(kRejectKey, &reject);
+  int stored = 0, filtered = 0;
+  for (size_t i = 0; i < feed.items.size(); ++i) {
+    const FeedItem& item = feed.items[i];
+    err << "\rreading " << i + 1 << " of " << feed.items.size() << "\r" << std::flush;
+    const CString key =
+        PostKey(item.link.IsEmpty() ? item.id : item.link, item.title, item.enclosure);
+    if (!known.insert(key).second) continue;
+    if (!Wanted(item, feed.channel.title, accepting ? &accept : nullptr,
+                rejecting ? &reject : nullptr)) {
+      ++filtered;
+      continue;
+    }
+    Focusable* post = posts->GenerateFocusable(kPostRelation);
+    post->Reserve();
+    FillPost(item, feed.channel.title, post);
+    post->SetFocusableStatus(Focusable::kStatusUnread);
+    post->SetReceiveDateTime(kordll::Clock::Now());
+    if (!Store(posts, post)) {
+      err << "cannot store the post \"" << U8(item.title) << "\"\n";
+      return 1;
+    }
+    ++stored;
+    out << "post stored: " << U8(post->GetGUID()) << " \"" << U8(item.title) << "\"\n";
+  }
+  err << "\r                    \r" << std::flush;
+  out << stored << " new post(s), " << filtered << " filtered out, "
+      << feed.items.size() - stored - filtered << " already stored\n";
+  return 0;
+}
+
+int List(const std::vector<std::string>& args, std::ostream& out) {
+  ResourceController* posts = kordll::GlobalResourceCtrl::GetResourceController(kPostsController);
+  if (posts == nullptr) return 1;
+  ContentFilter filter;
+  if (args.size() > 1) KeywordFilter(CString::FromUtf8(args[1]), &filter);
+  int shown = 0;
+  for (Focusable* post : Held(posts)) {
+    if (args.size() > 1 && !Passes(&filter, post)) continue;
+    out << U8(post->GetGUID()) << "\t" << U8(Field(post, 3)) << "\t" << U8(Field(post, 4)) << "\t"
+        << U8(Field(post, 8)) << "\n";
+    ++shown;
+  }
+  out << shown << " post(s)\n";
+  return 0;
+}
+
+int Show(const std::string& guid, std::ostream& out, std::ostream& err) {
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+  const CString wanted = CString::FromUtf8(guid);
+  Focusable* record = posts->CheckFocusable(wanted, 0);
+  if (record == nullptr) record = channels->CheckFocusable(wanted, 0);
+  if (record == nullptr) {
+    err << "no post or channel has the GUID " << guid << " (\"list\" shows them)\n";
+    return 1;
+  }
+  struct Line {
+    int field;
+    const char* label;
+  };
+  static const Line kPost[] = {{4, "title"},      {8, "channel"},    {3, "published"},
+                               {2, "received"},   {10, "link"},      {5, "authors"},
+                               {6, "categories"}, {15, "enclosure"}, {12, "comments"}};
+  static const Line kChannel[] = {{4, "title"},      {6, "link"},      {7, "feed address"},
+                                  {8, "subscribed"}, {16, "language"}, {10, "published"},
+                                  {9, "editor"},     {25, "ttl"}};
+  const bool post = record->GetFocusableRelation() == kPostRelation;
+  out << (post ? "post " : "channel ") << guid << "\n";
+  for (const Line& line : post ? std::vector<Line>(std::begin(kPost), std::end(kPost))
+                               : std::vector<Line>(std::begin(kChannel), std::end(kChannel))) {
+    const CString value = Field(record, line.field);
+    if (!value.IsEmpty()) out << "  " << line.label << ": " << U8(value) << "\n";
+  }
+  const CString text = PlainText(Field(record, post ? 7 : 5));
+  if (!text.IsEmpty()) out << "\n" << U8(text) << "\n";
+  return 0;
+}
+
+int Filters(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  kordll::CWinApp* app = kordll::AfxGetApp();
+  if (args.size() == 3 && (args[1] == "accept" || args[1] == "reject") && !args[2].empty()) {
+    ContentFilter filter;
+    KeywordFilter(CString::FromUtf8(args[2]), &filter);
+    if (args[1] == "reject") filter.SetFilterOut(1);
+    app->WriteProfileString(kSection, args[1] == "accept" ? kAcceptKey : kRejectKey,
+                            filter.GetFilter());
+  } else if (args.size() == 2 && args[1] == "clear") {
+    app->WriteProfileString(kSection, kAcceptKey, CString());
+    app->WriteProfileString(kSection, kRejectKey, CString());
+  } else if (args.size() != 1) {
+    err << "usage: filters [accept WORD | reject WORD | clear]\n";
+    return 2;
+  }
+  for (const char16_t* key : {kAcceptKey, kRejectKey}) {
+    ContentFilter filter;
+    out << (key == kAcceptKey ? "accept: " : "reject: ");
+    if (StoredFilter(key, &filter)) {
+      out << U8(filter.CreateStringDefinition()) << "\n  stored as " << U8(filter.GetFilter())
+          << "\n";
+    } else {
+      out << "none\n";
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool IsReaderCommand(const std::vector<std::string>& args) {
+  return !args.empty() &&
+         (args[0] == "add" || args[0] == "list" || args[0] == "show" || args[0] == "filters");
+}
+
+int RunReaderCommand(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  if (args.size() == 2 && args[0] == "add") return Add(args[1], out, err);
+  if (args.size() <= 2 && args[0] == "list") return List(args, out);
+  if (args.size() == 2 && args[0] == "show") return Show(args[1], out, err);
+  if (!args.empty() && args[0] == "filters") return Filters(args, out, err);
+  err << "usage: add URL | list [WORD] | show GUID | filters [accept WORD | reject WORD | "
+         "clear]\n";
+  return 2;
+}
+
+}  // namespace sample
