@@ -249,6 +249,11 @@ class AZeusDB {
   // One slot of a read's walk: reads its front, checks its header, reads the
   // wanted areas, and steps on when a field goes on.
   int readChainSlot(Focusable* record, DBTaskItem* task, ReadWalk* walk);
+  // readChainSlot's answer for a head that a scan's word test passed over;
+  // never a last error.
+  static constexpr int kPassedOver = -1;
+  // Whether the head just read may hold the word of the walk's test.
+  bool headMayHold(ReadWalk* walk, const unsigned char* bytes);
   int readWalkFront(Focusable* record, DBTaskItem* task, ReadWalk* walk,
                     const unsigned char** bytes);
   int readFieldAreas(Focusable* record, DBTaskItem* task, ReadWalk* walk,

@@ -10,6 +10,7 @@
 #include "kordll/record/Focusable.h"
 #include "kordll/record/RegistryEntryPoints.h"
 #include "kordll/record/SlotFile.h"
+#include "kordll/record/StoredWordTest.h"
 #include "kordll/record/SubTableMap.h"
 
 namespace kordll {
@@ -28,6 +29,8 @@ struct AZeusDB::ReadWalk {
   bool exact = false;  // read exactly the bytes wanted, not a forward window
   int more = 0;        // a field read goes on in the next slot
   int lastRelation = -1;
+  // A scan's word test, asked at the head; null when it does not apply.
+  StoredWordTest* wordTest = nullptr;
   _struct_SLOTHEADER header;
   std::vector<int> status;
 };
@@ -57,24 +60,57 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
   // A record read by its slot takes exactly the bytes it wants; a scan goes
   // forward through the file and reads it in larger pieces.
   const bool exact = record->GetDBSlotIndex() >= 0;
-  _struct_SubTableInfo* info = nullptr;
-  int place = -1;
-  const int slot = locateReadHead(record, task, &info, &place);
-  if (slot < 0) return 0;
-  if (task != nullptr) task->slotPosition = slot;
+  // A scan with a word test passes over the heads that certainly do not
+  // hold the word; the record is then as it came, and the scan goes on.
+  StoredWordTest* test = nullptr;
+  if (!exact && task != nullptr && task->wordTest != nullptr && task->wordTest->Usable()) {
+    test = task->wordTest;
+  }
+  const int relation = record->GetFocusableRelation();
+  for (;;) {
+    _struct_SubTableInfo* info = nullptr;
+    int place = -1;
+    const int slot = locateReadHead(record, task, &info, &place);
+    if (slot < 0) return 0;
+    if (task != nullptr) task->slotPosition = slot;
 
-  ReadWalk walk(slot, totalSlots());
-  walk.info = info;
-  walk.place = place;
-  walk.tmpl = tmpl;
-  walk.f = tmpl != nullptr ? tmpl->GetFieldCount() : 0;
-  walk.exact = exact;
-  do {
-    if (readChainSlot(record, task, &walk) != 0) return 0;
-  } while (walk.more);
+    ReadWalk walk(slot, totalSlots());
+    walk.info = info;
+    walk.place = place;
+    walk.tmpl = tmpl;
+    walk.f = tmpl != nullptr ? tmpl->GetFieldCount() : 0;
+    walk.exact = exact;
+    walk.wordTest = test;
+    int r;
+    do {
+      r = readChainSlot(record, task, &walk);
+    } while (r == 0 && walk.more);
+    if (r == kPassedOver) {
+      record->SetFocusableRelation(relation);
+      record->SetDBSlotIndex(-1);
+      continue;
+    }
+    if (r != 0) return 0;
+    break;
+  }
   setError(kErrNone);
   if (task == nullptr || task->allFields) record->SetFullyLoaded(1);
   return 1;
+}
+
+bool AZeusDB::headMayHold(ReadWalk* w, const unsigned char* bytes) {
+  // The areas of the searched fields, from what was read of the slot: a
+  // field that ends here is asked, one that goes on may hold the word, and
+  // an empty one holds nothing.
+  uint64_t offset = kSlotHeader + w->info->fieldCount + 2;
+  for (int i = 0; i < w->f; offset += w->info->lengths[i], ++i) {
+    FieldInfo* field = w->tmpl->GetField(i);
+    if (field == nullptr || !w->wordTest->Searches(field->id) || w->status[i] == 0) continue;
+    const int length = w->info->lengths[i];
+    if (w->status[i] != 1 || field->type != 4 || offset + length > slot_got_) return true;
+    if (w->wordTest->MayHold(bytes + offset, length)) return true;
+  }
+  return false;
 }
 
 int AZeusDB::readChainSlot(Focusable* record, DBTaskItem* task, ReadWalk* w) {
@@ -83,6 +119,9 @@ int AZeusDB::readChainSlot(Focusable* record, DBTaskItem* task, ReadWalk* w) {
   const unsigned char* bytes = nullptr;
   int r = readWalkFront(record, task, w, &bytes);
   if (r != 0) return r;
+  if (w->wordTest != nullptr && w->cursor.sequence() == 0 && !headMayHold(w, bytes)) {
+    return kPassedOver;
+  }
   if ((r = readFieldAreas(record, task, w, bytes)) != 0) return r;
   if (!w->more) return 0;
   const int next = w->header.next;

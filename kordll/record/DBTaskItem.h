@@ -18,6 +18,8 @@
 
 namespace kordll {
 
+class StoredWordTest;
+
 class DBTaskItem {
  public:
   // Task types. Stored nowhere, but the engine compares against them.
@@ -57,6 +59,11 @@ class DBTaskItem {
   // The slot index the operation used (-1 before), so that a scan with a
   // task can go on from it.
   int slotPosition = -1;
+  // Not owned; null by default. A scan with a word test passes over the
+  // records whose searched fields certainly do not hold its word, without
+  // decoding them: the record it gives is the next one that may. The task
+  // must load the searched fields.
+  StoredWordTest* wordTest = nullptr;
 };
 
 }  // namespace kordll

@@ -70,7 +70,9 @@ class WideSubTableIdsTest : public ::testing::Test {
     for (Focusable* r : batch) {
       slots.push_back(r->GetDBSlotIndex());
       // A post that was not saved still has its changes to save.
-      if (r->GetDBSlotIndex() == -1) EXPECT_TRUE(r->IsItemChanged(1, 1));
+      if (r->GetDBSlotIndex() == -1) {
+        EXPECT_TRUE(r->IsItemChanged(1, 1));
+      }
     }
     return slots;
   }
