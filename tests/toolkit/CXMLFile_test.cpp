@@ -153,16 +153,6 @@ TEST_F(CXMLFileTest, NoNetworkNoDtdNoExternalEntities) {
   EXPECT_EQ("0:", Read(xml, "@x"));
 }
 
-TEST_F(CXMLFileTest, WhiteSpaceOnlyTextIsDroppedUnlessPreserved) {
-  CXMLFile xml;
-  Load(xml, "<a>\n  <b> x </b>\n  <c xml:space='preserve'>  <d/></c>\n</a>");
-  Held<IXMLDOMElement> root;
-  ASSERT_EQ(1, xml.GetRootNode(&root));
-  CString value;
-  EXPECT_EQ(0, xml.GetNodeValue(root, value));  // the blank text before <b> is gone
-  EXPECT_EQ("1: x |1:  ", Child(xml, root, "b") + "|" + Child(xml, root, "c"));
-}
-
 // --- Without a document -------------------------------------------------------
 
 TEST_F(CXMLFileTest, WithoutDocumentEverythingAnswersZeroAndEmptyDocumentClearsTheTree) {
@@ -188,7 +178,8 @@ TEST_F(CXMLFileTest, WithoutDocumentEverythingAnswersZeroAndEmptyDocumentClearsT
 
 // --- Reading values -------------------------------------------------------------
 
-TEST_F(CXMLFileTest, NodeValueIsTheFirstTextChildOnlyAndAttributesReadByNameOrPath) {
+TEST_F(CXMLFileTest,
+       NodeValueIsTheFirstTextChildOnlyBlanksAreDroppedAndAttributesReadByNameOrPath) {
   CXMLFile xml;
   Load(xml,
        "<a><cdata><![CDATA[hidden]]></cdata><mixed><i>x</i>first<i>y</i>second</mixed>"
@@ -202,6 +193,12 @@ TEST_F(CXMLFileTest, NodeValueIsTheFirstTextChildOnlyAndAttributesReadByNameOrPa
   EXPECT_EQ("1:1 & 2|1:|0:stale", Attribute(xml, root, "x") + "|" + Attribute(xml, root, "empty") +
                                       "|" + Attribute(xml, root, "y"));
   EXPECT_EQ("1:1 & 2|1:", Read(xml, "@x") + "|" + Read(xml, "@empty"));
+  // White-space-only text is dropped unless preserved.
+  Load(xml, "<a>\n  <b> x </b>\n  <c xml:space='preserve'>  <d/></c>\n</a>");
+  Held<IXMLDOMElement> spaced;
+  ASSERT_EQ(1, xml.GetRootNode(&spaced));
+  EXPECT_EQ("0:|1: x |1:  ",
+            Read(xml, ".") + "|" + Child(xml, spaced, "b") + "|" + Child(xml, spaced, "c"));
 }
 
 // --- Finding nodes ------------------------------------------------------------------
@@ -256,25 +253,6 @@ TEST_F(CXMLFileTest, PathedNodeWithTextIsCaseSensitiveAndParentsGoUpToTheDocumen
 
 // --- Building ---------------------------------------------------------------------------
 
-TEST_F(CXMLFileTest, CreateRootNodeOnlyOnceAndSetNodeTextAddsAndDoesNotReplace) {
-  CXMLFile xml;
-  EXPECT_EQ(0, xml.CreateRootNode(CString("bad name")));
-  EXPECT_EQ(1, xml.CreateRootNode(CString("a")));
-  EXPECT_EQ(0, xml.CreateRootNode(CString("second")));
-  Held<IXMLDOMElement> root;
-  ASSERT_EQ(1, xml.GetRootNode(&root));
-  EXPECT_EQ(2, xml.SetNodeText(root, CString("one")) + xml.SetNodeText(root, CString("two")));
-  CString value;
-  EXPECT_EQ(1, xml.GetNodeValue(root, value));
-  EXPECT_EQ(CString("one"), value);
-  ASSERT_EQ(1, root->get_text(&value));
-  EXPECT_EQ(CString("onetwo"), value);
-  // Text cannot be added under a text node.
-  Held<IXMLDOMNode> first;
-  ASSERT_EQ(1, root->get_firstChild(&first));
-  EXPECT_EQ(0, xml.SetNodeText(first, CString("x")));
-}
-
 // Typed children read back through the typed readers; a child that is
 // missing answers 0, and a date text that reads as no date still answers 1.
 TEST_F(CXMLFileTest, AddNewNodeOfEveryTypeReadsBack) {
@@ -318,11 +296,23 @@ TEST_F(CXMLFileTest, AddNewNodeOfEveryTypeReadsBack) {
   EXPECT_EQ(0, back.GetChildNodeValue(r, CString("missing"), i));
 }
 
-TEST_F(CXMLFileTest, AddNewNodeReleasesWhatTheOutArgumentHeldAndAttributesAreReplaced) {
+// The root is made once; text is added, not replaced, and not under a text
+// node; the out-argument's node is released; attributes are replaced.
+TEST_F(CXMLFileTest, BuildingTheRootTextNodesAndAttributes) {
   CXMLFile xml;
-  ASSERT_EQ(1, xml.CreateRootNode(CString("r")));
+  EXPECT_EQ(0, xml.CreateRootNode(CString("bad name")));
+  EXPECT_EQ(1, xml.CreateRootNode(CString("r")));
+  EXPECT_EQ(0, xml.CreateRootNode(CString("second")));
   Held<IXMLDOMElement> root;
   ASSERT_EQ(1, xml.GetRootNode(&root));
+  EXPECT_EQ(2, xml.SetNodeText(root, CString("one")) + xml.SetNodeText(root, CString("two")));
+  CString value;
+  ASSERT_EQ(1, root->get_text(&value));
+  EXPECT_EQ(CString("onetwo"), value);
+  Held<IXMLDOMNode> text_node;
+  ASSERT_EQ(1, root->get_firstChild(&text_node));
+  EXPECT_EQ(0, xml.SetNodeText(text_node, CString("x")));
+
   IXMLDOMNode* node = nullptr;
   ASSERT_EQ(1, xml.AddNewNode(&node, root, CString("a"), CString("1")));
   IXMLDOMNode* first = node;
@@ -337,7 +327,8 @@ TEST_F(CXMLFileTest, AddNewNodeReleasesWhatTheOutArgumentHeldAndAttributesAreRep
   ASSERT_EQ(1, xml.GetXML(text));
   CXMLFile back;
   Load(back, text.ToUtf8());
-  EXPECT_EQ("1:\"2\" & <3>|1:2", Read(back, "@k") + "|" + Read(back, "a/b"));
+  EXPECT_EQ("1:one|1:\"2\" & <3>|1:2",
+            Read(xml, ".") + "|" + Read(back, "@k") + "|" + Read(back, "a/b"));
 }
 
 // --- Ownership -------------------------------------------------------------------------

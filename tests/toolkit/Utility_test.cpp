@@ -219,22 +219,15 @@ class SectionSettings : public SettingsEntryPoints {
 };
 
 TEST_F(UtilityTest, ShortcutsSplitIntoModifierAndKeyAndLiveInTheSettingsSection) {
-  // "modifier key text" of a shortcut: the thousands are the modifiers, the
-  // rest the key, named only as a letter or digit.
-  const struct {
-    int shortcut;
-    const char* split;
-  } rows[] = {{2065, "2 65 CTRL + A"},
-              {3048, "3 48 CTRL + ALT + 0"},
-              {4065, "3 1065 CTRL + ALT + "},
-              {2000, "-1 0 "},
-              {-5, "-1 0 "}};
-  for (const auto& r : rows) {
-    EXPECT_EQ(std::to_string(Utility::GetKeyboardShortcut_inMOD(r.shortcut)) + " " +
-                  std::to_string(Utility::GetVirtualKey(r.shortcut)) + " " +
-                  Utility::GetKeyboardShortcut_inString(r.shortcut).ToUtf8(),
-              r.split)
-        << r.shortcut;
+  // "shortcut=modifier key text": the thousands are the modifiers, the rest
+  // the key, named only as a letter or digit.
+  for (const std::string row : {"2065=2 65 CTRL + A", "3048=3 48 CTRL + ALT + 0",
+                                "4065=3 1065 CTRL + ALT + ", "2000=-1 0 ", "-5=-1 0 "}) {
+    const int shortcut = std::stoi(row);
+    EXPECT_EQ(std::to_string(Utility::GetKeyboardShortcut_inMOD(shortcut)) + " " +
+                  std::to_string(Utility::GetVirtualKey(shortcut)) + " " +
+                  Utility::GetKeyboardShortcut_inString(shortcut).ToUtf8(),
+              row.substr(row.find('=') + 1));
   }
   CWinApp app("Korlan", "Tidrel");
   SectionSettings settings;
