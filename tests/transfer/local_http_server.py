@@ -24,6 +24,8 @@ completes):
   ?noranges=1 (every request) ignore Range and do not announce ranges
   ?extra=N    (every request) announce the true length but send N bytes more
   ?status=C   (every request) answer status C with an empty body
+When a stall or a drop begins, the server prints "STALLED <path>" or
+"DROPPED <path>" on standard output, so that a test can wait for it.
 With --log, one line per request is appended to FILE: "METHOD PATH RANGE",
 RANGE being the Range header or "-".
 """
@@ -47,6 +49,12 @@ def first_time(key):
             return False
         _once_done.add(key)
         return True
+
+
+def tell(line):
+    with _once_lock:
+        sys.stdout.write(line + "\n")
+        sys.stdout.flush()
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -142,7 +150,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if cut[0] == "drop":
             self.connection.shutdown(socket.SHUT_RDWR)
             self.close_connection = True
+            tell("DROPPED %s" % self.path)
             return
+        tell("STALLED %s" % self.path)
         # Stall: wait until the client goes away (its reads find nothing).
         self.close_connection = True
         try:
@@ -152,6 +162,13 @@ class Handler(http.server.BaseHTTPRequestHandler):
             pass
 
 
+class QuietServer(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request, client_address):
+        pass  # a client that hangs up (a pause, a cancel) is no error here
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", required=True)
@@ -159,8 +176,7 @@ def main():
     args = parser.parse_args()
     Handler.root = os.path.realpath(args.root)
     Handler.log_path = args.log
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-    server.daemon_threads = True
+    server = QuietServer(("127.0.0.1", 0), Handler)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     sys.stdout.write("PORT %d\n" % server.server_address[1])
     sys.stdout.flush()
