@@ -79,7 +79,6 @@ class ContentFilterMatchTest : public ::testing::Test {
   struct Post {
     const char16_t* title = u"";
     const char16_t* body = u"";
-    const char16_t* author = u"";
     int status = 2;
     int relation = 4;
     COleDateTime published = COleDateTime(2007, 5, 5, 10, 0, 0);
@@ -96,7 +95,6 @@ class ContentFilterMatchTest : public ::testing::Test {
     record.SetReceiveDateTime(post.received);
     record.SetValueStr(4, CString(post.title), 1);
     record.SetValueStr(7, CString(post.body), 1);
-    record.SetValueStr(5, CString(post.author), 1);
     EXPECT_EQ(record.SaveFocusable(), 1) << db_->GetLastDBErrorMsgCode();
     auto* header = new CountingRecord(post.relation, db_.get(), &deaths_);
     header->SetDBSlotIndex(record.GetDBSlotIndex());
