@@ -17,21 +17,18 @@ class FaultFile : public EnvFileWrapper {
       : EnvFileWrapper(std::move(base)), env_(env), path_(std::move(path)) {}
 
   int ReadAt(int64_t offset, void* buffer, uint32_t count, uint32_t* read) override {
-    if (env_->ShouldFail(FaultEnv::kRead, path_)) {
-      *read = 0;
-      return ERROR_READ_FAULT;
-    }
-    return EnvFileWrapper::ReadAt(offset, buffer, count, read);
+    if (!env_->ShouldFail(FaultEnv::kRead, path_))
+      return EnvFileWrapper::ReadAt(offset, buffer, count, read);
+    *read = 0;
+    return ERROR_READ_FAULT;
   }
 
   int WriteAt(int64_t offset, const void* buffer, uint32_t count, uint32_t* written) override {
     *written = 0;
-    if (env_->ShouldFail(FaultEnv::kWrite, path_)) return ERROR_DISK_FULL;
-    uint32_t limit = count;
-    if (env_->ShouldFail(FaultEnv::kShortWrite, path_)) limit = count / 2;
+    if (Fails(FaultEnv::kWrite)) return ERROR_DISK_FULL;
+    uint32_t limit = Fails(FaultEnv::kShortWrite) ? count / 2 : count;
     int64_t size = 0;
-    if (GetSize(&size) == ERROR_SUCCESS && offset + count > size &&
-        env_->ShouldFail(FaultEnv::kFullDisk, path_)) {
+    if (GetSize(&size) == ERROR_SUCCESS && offset + count > size && Fails(FaultEnv::kFullDisk)) {
       limit = offset >= size ? 0 : std::min<uint32_t>(limit, static_cast<uint32_t>(size - offset));
     }
     int code = limit > 0 ? EnvFileWrapper::WriteAt(offset, buffer, limit, written) : ERROR_SUCCESS;
@@ -40,22 +37,20 @@ class FaultFile : public EnvFileWrapper {
   }
 
   int Truncate(int64_t size) override {
-    if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
-    return EnvFileWrapper::Truncate(size);
+    return Fails(FaultEnv::kFlush) ? ERROR_WRITE_FAULT : EnvFileWrapper::Truncate(size);
   }
-
   int Flush() override {
-    if (env_->ShouldFail(FaultEnv::kFlush, path_)) return ERROR_WRITE_FAULT;
-    return EnvFileWrapper::Flush();
+    return Fails(FaultEnv::kFlush) ? ERROR_WRITE_FAULT : EnvFileWrapper::Flush();
   }
-
+  // Closed all the same when the close is made to fail.
   int Close() override {
-    int code = EnvFileWrapper::Close();
-    if (env_->ShouldFail(FaultEnv::kClose, path_)) return ERROR_WRITE_FAULT;
-    return code;
+    const int code = EnvFileWrapper::Close();
+    return Fails(FaultEnv::kClose) ? ERROR_WRITE_FAULT : code;
   }
 
  private:
+  bool Fails(FaultEnv::Kind kind) { return env_->ShouldFail(kind, path_); }
+
   FaultEnv* const env_;
   const std::string path_;
 };
@@ -71,12 +66,6 @@ void FaultEnv::Arm(Kind kind, int skip, int count, const std::string& path_conta
   p.count = count < 0 ? kForever : count;
   p.injected = 0;
   p.path_contains = path_contains;
-}
-
-void FaultEnv::Disarm(Kind kind) {
-  if (!ValidKind(kind)) return;
-  std::lock_guard<std::mutex> l(mu_);
-  plans_[kind].armed = false;
 }
 
 void FaultEnv::DisarmAll() {
@@ -96,10 +85,7 @@ bool FaultEnv::ShouldFail(Kind kind, const std::string& path) {
   Plan& p = plans_[kind];
   if (!p.armed) return false;
   if (!p.path_contains.empty() && path.find(p.path_contains) == std::string::npos) return false;
-  if (p.skip > 0) {
-    --p.skip;
-    return false;
-  }
+  if (p.skip > 0) return --p.skip, false;
   if (p.count == 0) return false;
   if (p.count != kForever) --p.count;
   ++p.injected;

@@ -64,7 +64,6 @@ class FaultEnv : public EnvWrapper {
   // that text are counted and failed. Replaces an earlier arming of the same
   // kind and resets its Injected count.
   void Arm(Kind kind, int skip, int count, const std::string& path_contains = std::string());
-  void Disarm(Kind kind);
   void DisarmAll();
   // How many operations of this kind have been failed since it was armed.
   int Injected(Kind kind);
@@ -83,9 +82,7 @@ class FaultEnv : public EnvWrapper {
  private:
   struct Plan {
     bool armed = false;
-    int skip = 0;
-    int count = 0;  // kForever: no end
-    int injected = 0;
+    int skip = 0, count = 0, injected = 0;  // count kForever: no end
     std::string path_contains;
   };
 

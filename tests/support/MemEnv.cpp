@@ -56,15 +56,13 @@ class MemFile : public EnvFile {
 
   int GetSize(int64_t* size) override {
     std::lock_guard<std::mutex> l(data_->mu);
-    *size = static_cast<int64_t>(data_->bytes.size());
-    return ERROR_SUCCESS;
+    return *size = static_cast<int64_t>(data_->bytes.size()), ERROR_SUCCESS;
   }
 
   int Truncate(int64_t size) override {
     if (size < 0 || size > kMaxSize) return ERROR_DISK_FULL;
     std::lock_guard<std::mutex> l(data_->mu);
-    data_->bytes.resize(static_cast<size_t>(size));
-    return ERROR_SUCCESS;
+    return data_->bytes.resize(static_cast<size_t>(size)), ERROR_SUCCESS;
   }
 
   int Flush() override { return ERROR_SUCCESS; }
@@ -81,11 +79,8 @@ MemEnv::MemEnv() : EnvWrapper(Env::Current()) {
 }
 
 int MemEnv::FindLocked(const std::string& path, Node** node) {
-  auto it = nodes_.find(Trim(path));
-  if (it != nodes_.end()) {
-    *node = &it->second;
-    return ERROR_SUCCESS;
-  }
+  if (auto it = nodes_.find(Trim(path)); it != nodes_.end())
+    return *node = &it->second, ERROR_SUCCESS;
   // A file on the way makes the path impossible rather than missing.
   for (std::string p = ParentOf(Trim(path)); !p.empty() && p != "/"; p = ParentOf(p)) {
     auto up = nodes_.find(p);
@@ -112,10 +107,9 @@ bool MemEnv::HasChildrenLocked(const std::string& path) {
 int MemEnv::OpenFile(const std::string& raw, uint32_t access, int disposition,
                      std::unique_ptr<EnvFile>* file) {
   file->reset();
-  const bool want_write = (access & GENERIC_WRITE) != 0;
   if ((access & (GENERIC_READ | GENERIC_WRITE)) == 0) return ERROR_INVALID_PARAMETER;
   if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return ERROR_INVALID_PARAMETER;
-  if (disposition == TRUNCATE_EXISTING && !want_write) return ERROR_INVALID_PARAMETER;
+  if (disposition == TRUNCATE_EXISTING && !(access & GENERIC_WRITE)) return ERROR_INVALID_PARAMETER;
   const std::string path = Trim(raw);
   std::lock_guard<std::mutex> l(mu_);
   Node* node = nullptr;
@@ -131,9 +125,8 @@ int MemEnv::OpenFile(const std::string& raw, uint32_t access, int disposition,
     return disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS
                                                                       : ERROR_SUCCESS;
   }
-  if (code != ERROR_FILE_NOT_FOUND || ParentLocked(path) != ERROR_SUCCESS) {
+  if (code != ERROR_FILE_NOT_FOUND || ParentLocked(path) != ERROR_SUCCESS)
     return ERROR_PATH_NOT_FOUND;
-  }
   if (disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) return ERROR_FILE_NOT_FOUND;
   Node& made = nodes_[path];
   made = Node{false, std::make_shared<Data>(), next_id_++};
@@ -155,8 +148,7 @@ int MemEnv::RemoveFolder(const std::string& raw) {
   const std::string path = Trim(raw);
   std::lock_guard<std::mutex> l(mu_);
   Node* node = nullptr;
-  int code = FindLocked(path, &node);
-  if (code != ERROR_SUCCESS) return code;
+  if (int code = FindLocked(path, &node); code != ERROR_SUCCESS) return code;
   if (!node->folder) return ERROR_DIRECTORY;
   if (HasChildrenLocked(path)) return ERROR_DIR_NOT_EMPTY;
   if (path == "/") return ERROR_ACCESS_DENIED;
@@ -177,12 +169,10 @@ int MemEnv::ListFolder(const std::string& raw, std::vector<std::string>* names) 
   return ERROR_SUCCESS;
 }
 
-int MemEnv::Stat(const std::string& path, bool follow_link, EnvStat* stat) {
-  (void)follow_link;  // no links here
+int MemEnv::Stat(const std::string& path, bool /*follow_link: no links here*/, EnvStat* stat) {
   std::lock_guard<std::mutex> l(mu_);
   Node* node = nullptr;
-  int code = FindLocked(path, &node);
-  if (code != ERROR_SUCCESS) return code;
+  if (int code = FindLocked(path, &node); code != ERROR_SUCCESS) return code;
   *stat = EnvStat();
   stat->is_folder = node->folder;
   stat->is_file = !node->folder;
@@ -198,8 +188,7 @@ int MemEnv::MoveFile(const std::string& raw_from, const std::string& raw_to) {
   const std::string from = Trim(raw_from), to = Trim(raw_to);
   std::lock_guard<std::mutex> l(mu_);
   Node* node = nullptr;
-  int code = FindLocked(from, &node);
-  if (code != ERROR_SUCCESS) return code;
+  if (int code = FindLocked(from, &node); code != ERROR_SUCCESS) return code;
   if (FindLocked(to, &node) == ERROR_SUCCESS) return ERROR_ALREADY_EXISTS;
   if (ParentLocked(to) != ERROR_SUCCESS) return ERROR_PATH_NOT_FOUND;
   if (from == "/" || IsBelow(to, from)) return ERROR_INVALID_PARAMETER;
@@ -222,15 +211,10 @@ int MemEnv::DeleteFile(const std::string& raw) {
   const std::string path = Trim(raw);
   std::lock_guard<std::mutex> l(mu_);
   Node* node = nullptr;
-  int code = FindLocked(path, &node);
-  if (code != ERROR_SUCCESS) return code;
+  if (int code = FindLocked(path, &node); code != ERROR_SUCCESS) return code;
   if (node->folder) return ERROR_ACCESS_DENIED;
   nodes_.erase(path);
   return ERROR_SUCCESS;
-}
-
-int MemEnv::CreateSymbolicLink(const std::string&, const std::string&) {
-  return ERROR_NOT_SUPPORTED;
 }
 
 int MemEnv::ResolvePath(const std::string& path, std::string* resolved) {

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "kordll/platform/Env.h"
+#include "kordll/platform/WinError.h"
 
 namespace kordll {
 namespace test {
@@ -40,7 +41,9 @@ class MemEnv : public EnvWrapper {
   int MoveFile(const std::string& from, const std::string& to) override;
   int CopyFile(const std::string& from, const std::string& to, bool fail_if_exists) override;
   int DeleteFile(const std::string& path) override;
-  int CreateSymbolicLink(const std::string& link, const std::string& target) override;
+  int CreateSymbolicLink(const std::string&, const std::string&) override {
+    return ERROR_NOT_SUPPORTED;
+  }
   int DeleteFolderTree(const std::string& path) override { return Env::DeleteFolderTree(path); }
   // Folds "." and ".." of an absolute path whose every part exists.
   int ResolvePath(const std::string& path, std::string* resolved) override;

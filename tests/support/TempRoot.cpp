@@ -20,11 +20,8 @@ TempRoot::TempRoot(int options) {
   Locations::SetRootForTesting(root_);
   std::vector<const char*> subs = {"config", "data", "downloads", "home"};
   if (options & kWithProgramFolder) subs.push_back("program");
-  for (const char* sub : subs) {
-    if (!FileSystem::CreateDirectory(Path(sub))) {
-      ADD_FAILURE() << "TempRoot: cannot make " << Path(sub).ToUtf8();
-    }
-  }
+  for (const char* sub : subs)
+    if (!FileSystem::CreateDirectory(Path(sub))) ADD_FAILURE() << "TempRoot: cannot make " << sub;
   if (options & kWithProgramFolder) Locations::SetProgramFolder(Path("program"));
 }
 
