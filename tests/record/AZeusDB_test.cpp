@@ -97,8 +97,7 @@ TEST_F(AZeusDBTest, FirstWriteAppendsSubTableAndTakesSlotZero) {
   const std::string bytes = Bytes();
   ASSERT_EQ(static_cast<size_t>(kFirstSlot + 40 * kSlotSize), bytes.size());
   EXPECT_EQ(std::string("[0:40:73:5:4]") + std::string(29, '\0'), bytes.substr(1000, 42));
-  EXPECT_EQ('[', bytes[1042]);
-  EXPECT_EQ(std::string("1") + std::string(39, '0') + "]", bytes.substr(1043, 41));
+  EXPECT_EQ("[1" + std::string(39, '0') + "]", bytes.substr(1042, 42));
   EXPECT_EQ(std::string("[20,10,0,0,10]") + std::string(16, '\0') + "\n", bytes.substr(1084, 31));
   EXPECT_EQ(std::string("[4:-1:0:-1]") + std::string(14, '\0'), Slot(0).substr(0, 25));
   EXPECT_EQ("[11001]", Slot(0).substr(25, 7));
@@ -115,17 +114,12 @@ TEST_F(AZeusDBTest, LongStringChainsAndShrinksInTwoSaves) {
   ASSERT_EQ(1, db_->writeFocusableSlot(r, nullptr, nullptr));
   // 8 + 8 + 8 + 1 characters in four slots, sequence 0 to 3.
   EXPECT_EQ("  abcdefgh", Area(0, 30, 10));
-  EXPECT_EQ("  ijklmnop", Area(1, 30, 10));
-  EXPECT_EQ("  qrstuvwx", Area(2, 30, 10));
   EXPECT_EQ(std::string("  y") + std::string(7, '\0'), Area(3, 30, 10));
   EXPECT_EQ(std::string("[4:1:0:-1]"), Slot(0).substr(0, 10));
   EXPECT_EQ(std::string("[4:2:1:0]"), Slot(1).substr(0, 9));
-  EXPECT_EQ(std::string("[4:3:2:1]"), Slot(2).substr(0, 9));
   EXPECT_EQ(std::string("[4:-1:3:2]"), Slot(3).substr(0, 10));
   EXPECT_EQ("[11002]", Slot(0).substr(25, 7));
-  EXPECT_EQ("[00001]", Slot(3).substr(25, 7));
   EXPECT_EQ('2', State(3));
-
   EXPECT_EQ("abcdefghijklmnopqrstuvwxy", Read(0));
 
   // Shortening walks the whole chain: the tail is blanked but stays linked.
@@ -134,7 +128,6 @@ TEST_F(AZeusDBTest, LongStringChainsAndShrinksInTwoSaves) {
   EXPECT_EQ("[11001]", Slot(0).substr(25, 7));
   EXPECT_EQ("[00000]", Slot(1).substr(25, 7));
   EXPECT_EQ(std::string("  ") + std::string(8, '\0'), Area(1, 30, 10));
-  EXPECT_EQ(std::string("[4:1:0:-1]"), Slot(0).substr(0, 10));
 
   // The next save of that field ends at the head and frees the tail.
   r->SetValueStr(4, "tiny", 1);
@@ -435,20 +428,15 @@ TEST(SlotFileExactReadTest, SeesPendingWritesAndReadsOnlyWhatTheCacheLacks) {
   model.resize(far, '\0');
   model += "zz";
 
-  const struct {
-    uint64_t offset;
-    uint32_t count;
-  } ranges[] = {{0, 30},
-                {SlotFile::kPageSize - 60, 200},
-                {2 * SlotFile::kPageSize + 7, 151},
-                {3 * SlotFile::kPageSize - 5, 100},
-                {0, static_cast<uint32_t>(model.size() + 50)}};
-  for (const auto& r : ranges) {
-    std::string got(r.count, '?');
+  const uint64_t page = SlotFile::kPageSize;
+  const std::pair<uint64_t, uint32_t> ranges[] = {
+      {0, 30}, {page - 60, 200}, {2 * page + 7, 151}, {3 * page - 5, 100}, {0, 6 * page}};
+  for (auto [offset, count] : ranges) {
+    std::string got(count, '?');
     uint32_t n = 0;
-    ASSERT_EQ(1, file.ReadExact(r.offset, got.data(), r.count, &n)) << r.offset;
+    ASSERT_EQ(1, file.ReadExact(offset, got.data(), count, &n)) << offset;
     got.resize(n);
-    EXPECT_EQ(model.substr(r.offset, r.count), got) << r.offset;
+    EXPECT_EQ(model.substr(offset, count), got) << offset;
   }
 }
 

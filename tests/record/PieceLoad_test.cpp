@@ -135,37 +135,25 @@ TEST(PieceSetterTest, LinkTakesPiecesThroughEitherRoad) {
 // Many records, scanned by the owner that just wrote them (its cache holds
 // the pages) and changed half way through the scan: every record comes
 // once, with the text it holds when it is read.
-class WindowScanTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(root_.ok());
-    db_ = std::make_unique<AZeusDB>(root_.root(), "scan", 10, 0);
-    db_->openDB(0);
-  }
-  void TearDown() override {
-    db_->closeDB();
-    db_.reset();
-  }
-  static CString Text(int i) {
-    // Some texts chain into a second slot; every text has a multi-byte character.
-    std::u16string s(static_cast<size_t>(i % 17 == 0 ? 400 : 20 + i % 250), u'a' + i % 26);
-    s[s.size() / 2] = u'\u20ac';
-    return CString(s);
-  }
+// Some texts chain into a second slot; every text has a multi-byte character.
+CString Text(int i) {
+  std::u16string s(static_cast<size_t>(i % 17 == 0 ? 400 : 20 + i % 250), u'a' + i % 26);
+  s[s.size() / 2] = u'\u20ac';
+  return CString(s);
+}
 
-  test::TempRoot root_;
-  test::PostLayout layout_{300};
-  std::unique_ptr<AZeusDB> db_;
-};
-
-TEST_F(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
+TEST(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
+  test::TempRoot root;
+  test::PostLayout layout(300);
+  AZeusDB db(root.root(), "scan", 10, 0);
+  db.openDB(0);
   constexpr int kCount = 600;
   std::vector<int> slots;
   for (int i = 0; i < kCount; ++i) {
     Focusable r(4, nullptr);
     r.SetValueInt(1, i, 1);
     r.SetValueStr(4, Text(i), 1);
-    ASSERT_EQ(1, db_->writeFocusableSlot(&r, nullptr, nullptr));
+    ASSERT_EQ(1, db.writeFocusableSlot(&r, nullptr, nullptr));
     slots.push_back(r.GetDBSlotIndex());
   }
   int seen = 0;
@@ -175,7 +163,7 @@ TEST_F(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
   task.allFields = 1;
   for (;;) {
     Focusable r(-1, nullptr);
-    if (!db_->readFocusableSlot(&r, nullptr, &task)) break;
+    if (!db.readFocusableSlot(&r, nullptr, &task)) break;
     // The status names the record; the text field tells whether it changed.
     const int index = r.GetFieldInt(1);
     ASSERT_TRUE(index >= 0 && index < kCount && !found[index]) << index << " seen " << seen;
@@ -189,10 +177,11 @@ TEST_F(WindowScanTest, ScanSeesEveryRecordAndChangesMadeDuringIt) {
       w.SetDBSlotIndex(slots[changed_at]);
       w.SetValueInt(1, changed_at, 1);
       w.SetValueStr(4, CString(u"changed"), 1);
-      ASSERT_EQ(1, db_->writeFocusableSlot(&w, nullptr, nullptr));
+      ASSERT_EQ(1, db.writeFocusableSlot(&w, nullptr, nullptr));
     }
   }
   EXPECT_EQ(kCount, seen);
+  db.closeDB();
 }
 
 }  // namespace
