@@ -49,7 +49,7 @@ TEST(RelationTest, LayoutComesWithTheFirstFieldAndTakesTheIdStandingThen) {
   EXPECT_EQ(late.GetRGDBTemplate()->GetRelationID(), 12);
 }
 
-TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultText) {
+TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultTextAndEditPropertiesStayInside) {
   Relation relation(CString("r"));
   relation.SetRelationID(40);
   EXPECT_EQ(relation.AddFieldString(0, 100, 1, CString("dflt"), CString("guid"), 1), 1);
@@ -59,6 +59,9 @@ TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultText) {
   EXPECT_EQ(relation.AddFieldBool(4, -1, CString()), 1);
   EXPECT_EQ(relation.AddFieldDate(6, CString("when")), 1);
   EXPECT_EQ(relation.AddFieldDouble(8, 2.5, CString("ratio")), 1);
+  // Edit properties outside the array are ignored (and change no field).
+  relation.SetFieldEditProperties(9, CString("Beyond"), 5);
+  relation.SetFieldEditProperties(-3, CString("Below"), 5);
   ASSERT_NE(relation.GetRGDBTemplate(), nullptr);
   EXPECT_EQ(relation.GetRGDBTemplate()->GetFieldCount(), 9);
   const char* expected[] = {"4 100 1 1 1 dflt|guid",
@@ -71,26 +74,14 @@ TEST(RelationTest, EachAddOperationGivesItsTypeSizeAndDefaultText) {
                             "none",
                             "1 10 0 0 3 2.500000|ratio"};
   for (int id = 0; id < 9; ++id) EXPECT_EQ(Describe(relation, id), expected[id]) << id;
+  relation.SetFieldEditProperties(8, CString("Ratio"), 2);
+  const FieldInfo* ratio = relation.GetRGDBTemplate()->GetField(8);
+  EXPECT_EQ(ratio->editLabel.ToUtf8() + std::to_string(ratio->editKind), "Ratio2");
   // Holes and ids outside the array answer empty.
   for (int id : {5, 7, 9, 1000, -1}) {
     EXPECT_TRUE(relation.GetFieldDecorationName(id).IsEmpty()) << id;
     EXPECT_TRUE(relation.GetFieldDefaultValueName(id).IsEmpty()) << id;
   }
-}
-
-TEST(RelationTest, EditPropertiesChangeOnlyFieldsInsideTheArray) {
-  Relation relation(CString("tip"));
-  relation.SetRelationID(24);
-  relation.AddFieldString(4, 50, 1, CString(), CString("tiptitle"), 0);
-  relation.AddFieldString(6, 10, 0, CString(), CString(), 0);
-  relation.SetFieldEditProperties(4, CString("Title"), 2);
-  relation.SetFieldEditProperties(7, CString("Beyond"), 5);  // outside: ignored
-  relation.SetFieldEditProperties(-3, CString("Below"), 5);  // outside: ignored
-  const RGDBTemplate* layout = relation.GetRGDBTemplate();
-  EXPECT_EQ(layout->GetField(4)->editLabel, CString("Title"));
-  EXPECT_EQ(layout->GetField(4)->editKind, 2);
-  EXPECT_EQ(Describe(relation, 6), "4 10 0 0 1 |");
-  EXPECT_EQ(layout->GetFieldCount(), 7);
 }
 
 TEST(RelationTest, CopiesShareTheLayoutAndTheLastOneFreesIt) {
