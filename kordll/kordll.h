@@ -18,6 +18,7 @@
 #include "kordll/platform/Clock.h"
 #include "kordll/platform/CodePage.h"
 #include "kordll/platform/DesktopHost.h"
+#include "kordll/platform/DesktopNotices.h"
 #include "kordll/platform/Env.h"
 #include "kordll/platform/FileFind.h"
 #include "kordll/platform/FileSystem.h"
@@ -79,9 +80,13 @@
 #include "kordll/periodic/PeriodicUpdateManager.h"
 
 // Errors and progress reports.
+#include "kordll/talk/CSystemTalkDlg.h"
 #include "kordll/talk/ErrorMsg.h"
+#include "kordll/talk/NotificationItem.h"
 #include "kordll/talk/ProgressData.h"
 #include "kordll/talk/SocketStatus.h"
+#include "kordll/talk/SystemTalkCtrl.h"
+#include "kordll/talk/TalkItem.h"
 
 // Text, time and XML tools.
 #include "kordll/toolkit/CFileFinder.h"

@@ -167,6 +167,14 @@ int DesktopHost::PlaySound(const CString& path, unsigned flags) {
   }
 }
 
+int DesktopHost::ShowNotice(const HostNotice& notice) {
+  try {
+    return notices_.Show(notice);
+  } catch (...) {  // no memory or no thread for the notice: not shown
+    return 0;
+  }
+}
+
 int DesktopHost::Play(const CString& path, unsigned flags) {
   if (path.IsEmpty() || !FileSystem::IsFile(path)) return 0;
   std::string argument;

@@ -21,7 +21,11 @@
 // PATH ("paplay", "pw-play", "aplay"), again without a shell: with SND_ASYNC
 // it returns once the player is started, otherwise when it has finished.
 //
-// Thread-safe, and neither call throws. Players and openers that are started
+// ShowNotice hands a talk's notice to the desktop's notification service
+// (DesktopNotices): without a session bus or a service nothing is shown and
+// the answer is 0.
+//
+// Thread-safe, and no call throws. Players and openers that are started
 // are waited for by a detached thread, so that no finished child lingers
 // (when no thread can be made, the call waits for the child itself).
 
@@ -30,6 +34,7 @@
 
 #include <vector>
 
+#include "kordll/platform/DesktopNotices.h"
 #include "kordll/platform/HeadlessHost.h"
 
 namespace kordll {
@@ -46,6 +51,7 @@ class DesktopHost : public HeadlessHost {
   intptr_t ShellExecute(const CString& operation, const CString& file, const CString& parameters,
                         const CString& directory, int showCommand) override;
   int PlaySound(const CString& path, unsigned flags) override;
+  int ShowNotice(const HostNotice& notice) override;
 
   // The argument the opener would get for `file`, or "" when the rule above
   // refuses it; *answer gets the ShellExecute answer for a refusal.
@@ -62,6 +68,7 @@ class DesktopHost : public HeadlessHost {
 
   const CString opener_;
   const std::vector<CString> players_;
+  DesktopNotices notices_;
 };
 
 }  // namespace kordll

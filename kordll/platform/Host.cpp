@@ -24,6 +24,8 @@ Host* Host::Install(Host* host) {
   return previous != nullptr ? previous : DefaultHost();
 }
 
+int Host::ShowNotice(const HostNotice&) { return 0; }
+
 Host* Host::Current() {
   Host* host = g_installed.load(std::memory_order_acquire);
   return host != nullptr ? host : DefaultHost();

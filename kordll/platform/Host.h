@@ -20,6 +20,7 @@
 #define KORDLL_PLATFORM_HOST_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -146,6 +147,22 @@ class HostProgressWindow {
   virtual void Invalidate(ProgressPart part) = 0;
 };
 
+// A notice on the desktop that does not wait for the user: a title, a text
+// and actions, each standing for a button of a dialog (numbered as in
+// HostDialog). Choosing an action calls onAction with its button, on any
+// thread and possibly long after ShowNotice returned; onAction must stay
+// safe to call for as long as the host may call it.
+struct HostNotice {
+  struct Action {
+    int button = 3;
+    CString caption;
+  };
+  CString title;
+  CString text;
+  std::vector<Action> actions;
+  std::function<void(int button)> onAction;
+};
+
 // The save-file dialog.
 struct HostFileDialog {
   CString title;
@@ -198,6 +215,10 @@ class Host {
 
   // Hides the application's main window, as the first step of logging off.
   virtual void HideMainWindow() = 0;
+
+  // Shows notice on the desktop, if the host can. Returns 1 when shown, 0
+  // otherwise. This default shows nothing.
+  virtual int ShowNotice(const HostNotice& notice);
 
   // Makes host the one the library talks to, from now on and on every thread.
   // host is not owned and must stay alive until another is installed;

@@ -271,4 +271,14 @@ int TestHost::PlaySound(const CString& path, unsigned flags) {
 
 void TestHost::HideMainWindow() { Record(MakeCall(CallKind::kHideMainWindow)); }
 
+int TestHost::ShowNotice(const HostNotice& notice) {
+  Call call = MakeCall(CallKind::kShowNotice);
+  call.text = notice.text;
+  call.caption = notice.title;
+  call.notice = notice;
+  call.answer = 1;
+  Record(std::move(call));
+  return 1;
+}
+
 }  // namespace kordll

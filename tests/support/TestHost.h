@@ -45,6 +45,7 @@ class TestHost : public Host {
     kShellExecute,
     kPlaySound,
     kHideMainWindow,
+    kShowNotice,
   };
 
   // One press in a dialog: a button (1 to 3), or with button 0 a command of
@@ -75,6 +76,7 @@ class TestHost : public Host {
     HostDialog dialog;                       // kDoModal
     std::vector<DialogPress> presses;        // kDoModal: what was reported
     HostFileDialog fileDialog;               // kGetSaveFileName
+    HostNotice notice;                       // kShowNotice
     int window = -1;                         // progress calls: the window's index
     ProgressPart part = ProgressPart::kAll;  // kProgressInvalidate
     intptr_t answer = 0;                     // what the call answered
@@ -127,6 +129,9 @@ class TestHost : public Host {
                         const CString& directory, int showCommand) override;
   int PlaySound(const CString& path, unsigned flags) override;
   void HideMainWindow() override;
+  // Recorded (the notice kept whole, so a test can choose an action
+  // through notice.onAction); answers 1.
+  int ShowNotice(const HostNotice& notice) override;
 
  private:
   class Window;

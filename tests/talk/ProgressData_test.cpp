@@ -68,9 +68,10 @@ TEST_F(ProgressWindowTest, ButtonsSendTheirCommandsThroughTheRegistry) {
   EXPECT_EQ(progress->IsProgressAborted(), 1);
   EXPECT_EQ(progress->GetProgressCaption(), CString("Cancelling ..."));
   EXPECT_EQ(std::get<0>(owner->seen.back()), 29111);
-  // The log-off's closing of controllers is told to a report.
+  // The log-off's closing of controllers is told to a report: two slots
+  // are taken, the owner's and the talk controller's.
   GlobalResourceCtrl::IsAllResourcesClosed(progress);
-  EXPECT_EQ(progress->GetProgressPoint(), progress->GetProgressTotal() - 1);
+  EXPECT_EQ(progress->GetProgressPoint(), progress->GetProgressTotal() - 2);
   EXPECT_EQ(progress->Release(), 1);  // the window gave its reference back
 
   host_.SetProgressWindowsFail(true);
