@@ -43,6 +43,7 @@
 #include <string>
 #include <vector>
 
+#include "examples/net/NetworkSide.h"
 #include "examples/reader/ReaderCommands.h"
 #include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/control/KorUserResourcesCtrl.h"
@@ -291,11 +292,18 @@ int RunUserPlatform(kordll::CWinApp* app, const Options& options) {
             << " and logged in; folder "
             << kordll::KorUserResourcesCtrl::GetUserFolder(login).ToUtf8() << "\n"
             << "Scheduler and activity list: " << (services ? "running" : "missing") << "\n";
+  // The network side answers the library's transfer commands while the user
+  // is logged in: downloads of enclosures go through it.
+  kordll_net::NetworkSide* network = kordll_net::NetworkSide::Start(kordll_net::NetworkOptions());
+  std::cout << "Network side: " << (network != nullptr ? "ready" : "missing") << "\n";
 
   const int status = options.command.empty()
                          ? ReadAndFilter(app, *platform, options.keyword, options.desktop)
                          : sample::RunReaderCommand(options.command, std::cout, std::cerr);
 
+  // Transfers still running are reported paused to the download list,
+  // which finds them paused at the next start.
+  if (network != nullptr) network->CloseResourceCtrl(), network->Release();
   // 7. The log-off closes the posts controller first, the scheduler apart
   // from the rest, then every other controller, waiting (bounded) for them.
   platform->LogoffActiveUser();
