@@ -27,7 +27,8 @@
 //                     program, where the build puts SamplePlugin.DLL)
 //
 //   COMMAND           instead of steps 5 and 6, one of the reader's commands
-//                     (add URL, list [WORD], show GUID, filters ...; see
+//                     (add URL, update, run MINUTES, list [WORD], show GUID,
+//                     filters ...; see
 //                     examples/reader/ReaderCommands.h), run while logged in
 //
 // Where data goes: with KORDLL_ROOT set, the profile is below
@@ -108,8 +109,10 @@ bool ParseOptions(int argc, char** argv, Options* options) {
       options->command.assign(argv + i, argv + argc);
       break;
     } else {
-      std::cerr << "usage: kordll_sample_reader [--desktop] [--keyword WORD]"
-                   " [--program-folder DIR] [add URL | list [WORD] | show GUID | filters ...]\n";
+      std::cerr
+          << "usage: kordll_sample_reader [--desktop] [--keyword WORD]"
+             " [--program-folder DIR] [add URL | update | run MINUTES | list [WORD] | show GUID |"
+             " filters ...]\n";
       return false;
     }
   }

@@ -25,16 +25,11 @@
 // of their own, which hold the posts and the channels from then on. The platform closes it first of
 // all at log-off; a plain application without the registry gets no controller.
 
-#include <algorithm>
-#include <memory>
 #include <set>
-#include <vector>
 
-#include "kordll/control/GlobalResourceCtrl.h"
+#include "examples/reader/RecordsCtrl.h"
 #include "kordll/control/KorUserResourcesCtrl.h"
-#include "kordll/control/ResourceController.h"
 #include "kordll/platform/COleDateTime.h"
-#include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/Clock.h"
@@ -141,71 +136,6 @@ int AddMissingPosts(AZeusDB* db, CString* error) {
   return added;
 }
 
-// A controller of the application: registers itself under its id and holds
-// every record of its database (in folder), each entered and reserved once.
-// Closing de-registers it and drops its reference; the last Release deletes
-// it, and with it the database. New records of its relations come from
-// GenerateFocusable, laid out for its database.
-class SampleRecordsCtrl : public kordll::ResourceController {
- public:
-  SampleRecordsCtrl(const CString& folder, int id, const char16_t* database) : database_(database) {
-    SetResourceControllerID(id);
-    kordll::GlobalResourceCtrl::RegisterResourceCtrl(this);
-    LoadResources(folder);
-  }
-  ~SampleRecordsCtrl() override {
-    LockResource();
-    const kordll::CArray<Focusable*, Focusable*> held = data_->focusables;
-    for (Focusable* post : held) post->Release(), DeRegisterFocusable(post, nullptr, 1);
-    UnLockResource();
-  }
-  void LoadResources(CString folder) override {
-    SetRunningPath(folder);
-    db_ = std::make_unique<AZeusDB>(folder, database_, 0, 0);
-    kordll::DBTaskItem task;
-    task.allFields = 1;
-    int last = -1;
-    for (;;) {
-      auto post = std::make_unique<Focusable>(-1, nullptr);
-      if (db_->readFocusableSlot(post.get(), nullptr, &task) != 1) break;
-      LockResource();
-      if (RegisterFocusable(post.get(), 0, 0)) {
-        Focusable* held = post.release();
-        held->Reserve();
-        // Serials given out later must pass every stored one.
-        const CString guid = held->GetGUID();
-        last = std::max(last, kordll::_wtoi(guid.Mid(guid.Find(u'G') + 1)));
-      }
-      UnLockResource();
-    }
-    // The next serial: the one the profile keeps, unless a stored record
-    // (such as one of the sample feed's posts) has it already.
-    const CString next = GetAvailableGUID();
-    const int serial = kordll::_wtoi(next.Mid(next.Find(u'G') + 1));
-    if (!next.IsEmpty()) UpdateLastUsedGUID(std::max(serial, last + 1));
-    SetLoaded(1);
-  }
-  Focusable* GenerateFocusable(int relation) override {
-    return db_ ? new Focusable(relation, db_.get()) : nullptr;
-  }
-  void CloseResourceCtrl() override {
-    kordll::GlobalResourceCtrl::DeRegisterResourceCtrl(this);
-    Release();
-  }
-
- private:
-  CString database_;
-  std::unique_ptr<AZeusDB> db_;  // outlives the posts: members go after the body
-};
-
-// Makes the controller unless one has its id; a controller the registry did
-// not take is ended here (registered, the platform closes it).
-void MakeController(const CString& folder, int id, const char16_t* database) {
-  if (kordll::GlobalResourceCtrl::GetResourceController(id) != nullptr) return;
-  auto* made = new SampleRecordsCtrl(folder, id, database);
-  if (kordll::GlobalResourceCtrl::GetResourceController(id) != made) made->Release();
-}
-
 }  // namespace
 
 // The entry point the library calls. Runs on the application's thread,
@@ -244,7 +174,7 @@ extern "C" void LoadResources() {
   app->WriteProfileString(kSection, u"LastError", CString());
   app->WriteProfileString(kSection, u"PostsDatabase", CString(kDatabaseName));
   if (kordll::KorUserResourcesCtrl::GetInstance() != nullptr) {
-    MakeController(folder, kPostsController, kDatabaseName);
-    MakeController(folder, kChannelsController, kChannelsDatabaseName);
+    sample::RecordsCtrl::Make(folder, kPostsController, kDatabaseName);
+    sample::RecordsCtrl::Make(folder, kChannelsController, kChannelsDatabaseName);
   }
 }

@@ -1,13 +1,18 @@
 #include "examples/reader/ReaderCommands.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <set>
 
 #include "examples/reader/FeedReader.h"
 #include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/control/ResourceController.h"
 #include "kordll/filter/ContentFilter.h"
+#include "kordll/periodic/PeriodicUpdateManager.h"
+#include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/Clock.h"
+#include "kordll/platform/FileSystem.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/toolkit/KorlanDateTime.h"
 
@@ -107,26 +112,48 @@ bool Store(ResourceController* ctrl, Focusable* record) {
   return !record->GetGUID().IsEmpty() && record->SaveFocusable() == 1;
 }
 
-int Add(const std::string& url, std::ostream& out, std::ostream& err) {
-  CString path = CString::FromUtf8(url);
+// What one read of a feed did.
+struct Counts {
+  int stored = 0, filtered = 0, known = 0;
+};
+
+// The held channel whose feed address is `address`, or null.
+Focusable* FindChannel(ResourceController* channels, const CString& address) {
+  for (Focusable* held : Held(channels)) {
+    if (Field(held, 7) == address) return held;
+  }
+  return nullptr;
+}
+
+// Reads the feed at `address` (a file address or a path), stores its
+// channel when no channel has the address yet (with subscribe; otherwise
+// an unknown address fails) and every new post that passes the user's
+// filters. Answers 1, or 0 with the reason on err.
+int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostream& err,
+            Counts* counts) {
+  const std::string url = U8(address);
   if (url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0) {
     err << "cannot reach " << url << ": this build reads file addresses only\n";
-    return 1;
+    return 0;
   }
-  if (url.rfind("file://", 0) == 0) path = CString::FromUtf8(url.substr(7));
+  const CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
+  if (!kordll::FileSystem::IsFile(path)) {
+    err << "cannot reach " << url << ": no file at " << U8(path) << "\n";
+    return 0;
+  }
   Feed feed;
   CString error;
   if (!ReadFeedFile(path, &feed, &error)) {
     err << U8(error) << "\n";
-    return 1;
+    return 0;
   }
   ResourceController *channels, *posts;
-  if (!Controllers(&channels, &posts, err)) return 1;
+  if (!Controllers(&channels, &posts, err)) return 0;
 
-  const CString address = CString::FromUtf8(url);
-  Focusable* channel = nullptr;
-  for (Focusable* held : Held(channels)) {
-    if (Field(held, 7) == address) channel = held;
+  Focusable* channel = FindChannel(channels, address);
+  if (channel == nullptr && !subscribe) {
+    err << "no channel has the address " << url << " (\"add\" subscribes to it)\n";
+    return 0;
   }
   if (channel == nullptr) {
     channel = channels->GenerateFocusable(kChannelRelation);
@@ -135,7 +162,7 @@ int Add(const std::string& url, std::ostream& out, std::ostream& err) {
     channel->SetValueDate(8, kordll::Clock::Now(), 1);  // subscribed
     if (!Store(channels, channel)) {
       err << "cannot store the channel \"" << U8(feed.channel.title) << "\"\n";
-      return 1;
+      return 0;
     }
     out << "channel stored: " << U8(channel->GetGUID()) << " \"" << U8(feed.channel.title) << "\" ("
         << U8(feed.format) << ")\n";
@@ -150,16 +177,19 @@ int Add(const std::string& url, std::ostream& out, std::ostream& err) {
   ContentFilter accept, reject;
   const bool accepting = StoredFilter(kAcceptKey, &accept);
   const bool rejecting = StoredFilter(kRejectKey, &reject);
-  int stored = 0, filtered = 0;
+  Counts done;
   for (size_t i = 0; i < feed.items.size(); ++i) {
     const FeedItem& item = feed.items[i];
     err << "\rreading " << i + 1 << " of " << feed.items.size() << "\r" << std::flush;
     const CString key =
         PostKey(item.link.IsEmpty() ? item.id : item.link, item.title, item.enclosure);
-    if (!known.insert(key).second) continue;
+    if (!known.insert(key).second) {
+      ++done.known;
+      continue;
+    }
     if (!Wanted(item, feed.channel.title, accepting ? &accept : nullptr,
                 rejecting ? &reject : nullptr)) {
-      ++filtered;
+      ++done.filtered;
       continue;
     }
     Focusable* post = posts->GenerateFocusable(kPostRelation);
@@ -169,15 +199,88 @@ int Add(const std::string& url, std::ostream& out, std::ostream& err) {
     post->SetReceiveDateTime(kordll::Clock::Now());
     if (!Store(posts, post)) {
       err << "cannot store the post \"" << U8(item.title) << "\"\n";
-      return 1;
+      return 0;
     }
-    ++stored;
+    ++done.stored;
     out << "post stored: " << U8(post->GetGUID()) << " \"" << U8(item.title) << "\"\n";
   }
   err << "\r                    \r" << std::flush;
-  out << stored << " new post(s), " << filtered << " filtered out, "
-      << feed.items.size() - stored - filtered << " already stored\n";
+  counts->stored += done.stored, counts->filtered += done.filtered, counts->known += done.known;
+  return 1;
+}
+
+void PrintCounts(const Counts& counts, std::ostream& out) {
+  out << counts.stored << " new post(s), " << counts.filtered << " filtered out, " << counts.known
+      << " already stored\n";
+}
+
+int Add(const std::string& url, std::ostream& out, std::ostream& err) {
+  Counts counts;
+  if (!Refresh(CString::FromUtf8(url), true, out, err, &counts)) return 1;
+  PrintCounts(counts, out);
   return 0;
+}
+
+// The refresh interval of a channel in minutes: its time to live, at least
+// one minute; 5 when the feed gives none.
+int Interval(Focusable* channel) {
+  const CString ttl = Field(channel, 25);
+  return ttl.IsEmpty() ? 5 : std::max(1, kordll::_wtoi(ttl));
+}
+
+// Refreshes the channels held whose interval is `minutes` (every channel
+// for 0). Answers how many failed.
+int RefreshChannels(int minutes, std::ostream& out, std::ostream& err, Counts* counts) {
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+  int failed = 0;
+  for (Focusable* channel : Held(channels)) {
+    if (minutes != 0 && Interval(channel) != minutes) continue;
+    if (!Refresh(Field(channel, 7), false, out, err, counts)) ++failed;
+  }
+  return failed;
+}
+
+int Update(std::ostream& out, std::ostream& err) {
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+  if (Held(channels).empty()) {
+    err << "no channel to update: \"add URL\" subscribes to a feed\n";
+    return 1;
+  }
+  Counts counts;
+  const int failed = RefreshChannels(0, out, err, &counts);
+  PrintCounts(counts, out);
+  if (failed != 0) out << failed << " channel(s) could not be read\n";
+  return failed == 0 ? 0 : 1;
+}
+
+// run MINUTES: every channel now, then each at its interval on the
+// scheduler, until MINUTES have passed on the clock.
+int Run(const std::string& minutes, std::ostream& out, std::ostream& err) {
+  char* end = nullptr;
+  const long span = std::strtol(minutes.c_str(), &end, 10);
+  if (minutes.empty() || *end != '\0' || span < 0 || span > 7 * 24 * 60) {
+    err << "usage: run MINUTES (0 to " << 7 * 24 * 60 << ")\n";
+    return 2;
+  }
+  const int status = Update(out, err);
+  FeedWatch* watch = FeedWatch::Start(out, err);
+  if (watch == nullptr) {
+    err << "the scheduler is not running: channels are not refreshed on time\n";
+    return 1;
+  }
+  out << "refreshing " << watch->GetChannelCount() << " channel(s) at their intervals for " << span
+      << " minute(s)\n"
+      << std::flush;
+  const int64_t until = kordll::Clock::MonotonicMillis() + span * 60000;
+  for (int64_t now; (now = kordll::Clock::MonotonicMillis()) < until;) {
+    kordll::Clock::SleepMillis(std::min<int64_t>(until - now, 1000));
+  }
+  const int failed = watch->GetFailedCount();
+  watch->Stop();
+  out << "stopped refreshing\n";
+  return status == 0 && failed == 0 ? 0 : 1;
 }
 
 int List(const std::vector<std::string>& args, std::ostream& out) {
@@ -258,17 +361,74 @@ int Filters(const std::vector<std::string>& args, std::ostream& out, std::ostrea
 
 }  // namespace
 
+// The watch is one registration with the scheduler per interval that a
+// channel has, the kind being the interval in minutes (channels living more
+// than 999 minutes are refreshed every 999).
+FeedWatch* FeedWatch::Start(std::ostream& out, std::ostream& err) {
+  if (kordll::PeriodicUpdateManager::GetPeriodicUpdateManager() == nullptr) return nullptr;
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return nullptr;
+  auto* watch = new FeedWatch(out, err);
+  for (Focusable* channel : Held(channels)) {
+    watch->minutes_.insert(std::min(Interval(channel), kLongestInterval));
+    ++watch->channels_;
+  }
+  for (int minutes : watch->minutes_) {
+    kordll::PeriodicUpdateManager::AddMaintenanceRCItem(watch, minutes * 60L, minutes);
+  }
+  return watch;
+}
+
+FeedWatch::FeedWatch(std::ostream& out, std::ostream& err) : out_(out), err_(err) {
+  SetResourceControllerID(kWatchController);
+}
+
+void FeedWatch::PerformMaintenance(int minutes) {
+  std::lock_guard<std::mutex> hold(mutex_);
+  if (stopped_) return;
+  Counts counts;
+  out_ << "refreshing the channels of every " << minutes << " minute(s)\n";
+  failed_ += RefreshChannels(minutes, out_, err_, &counts);
+  PrintCounts(counts, out_);
+  out_ << std::flush;
+  ++refreshes_;
+}
+
+int FeedWatch::GetRefreshCount() {
+  std::lock_guard<std::mutex> hold(mutex_);
+  return refreshes_;
+}
+
+int FeedWatch::GetFailedCount() {
+  std::lock_guard<std::mutex> hold(mutex_);
+  return failed_;
+}
+
+void FeedWatch::Stop() {
+  {
+    // Waits for a refresh under way; none starts after this.
+    std::lock_guard<std::mutex> hold(mutex_);
+    stopped_ = true;
+  }
+  for (int minutes : minutes_)
+    kordll::PeriodicUpdateManager::RemoveMaintenanceRCItem(this, minutes);
+  Release();
+}
+
 bool IsReaderCommand(const std::vector<std::string>& args) {
-  return !args.empty() &&
-         (args[0] == "add" || args[0] == "list" || args[0] == "show" || args[0] == "filters");
+  return !args.empty() && (args[0] == "add" || args[0] == "update" || args[0] == "run" ||
+                           args[0] == "list" || args[0] == "show" || args[0] == "filters");
 }
 
 int RunReaderCommand(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
   if (args.size() == 2 && args[0] == "add") return Add(args[1], out, err);
+  if (args.size() == 1 && args[0] == "update") return Update(out, err);
+  if (args.size() == 2 && args[0] == "run") return Run(args[1], out, err);
   if (args.size() <= 2 && args[0] == "list") return List(args, out);
   if (args.size() == 2 && args[0] == "show") return Show(args[1], out, err);
   if (!args.empty() && args[0] == "filters") return Filters(args, out, err);
-  err << "usage: add URL | list [WORD] | show GUID | filters [accept WORD | reject WORD | "
+  err << "usage: add URL | update | run MINUTES | list [WORD] | show GUID | filters [accept WORD | "
+         "reject WORD | "
          "clear]\n";
   return 2;
 }

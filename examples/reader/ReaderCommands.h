@@ -5,6 +5,12 @@
 //                  path; web addresses need the network side), stores the
 //                  channel once and every post not stored yet that passes
 //                  the user's filters
+//   update         reads every channel's feed again: new posts that pass
+//                  the filters are stored, the known ones are not stored
+//                  twice
+//   run MINUTES    update, then keep refreshing each channel at its
+//                  interval (its time to live in minutes) on the library's
+//                  scheduler until MINUTES have passed on the clock
 //   list [WORD]    the stored posts, or those holding WORD in any field
 //   show GUID      one post or channel, field by field
 //   filters [accept WORD | reject WORD | clear]
@@ -19,14 +25,20 @@
 #ifndef KORDLL_EXAMPLES_READER_READERCOMMANDS_H_
 #define KORDLL_EXAMPLES_READER_READERCOMMANDS_H_
 
+#include <mutex>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "kordll/control/ResourceController.h"
 
 namespace sample {
 
 constexpr int kPostsController = 3;
 constexpr int kChannelsController = 7;
+// The id the watch below goes by (it is never registered as a controller).
+constexpr int kWatchController = 41;
 
 // True when args[0] names a command above.
 bool IsReaderCommand(const std::vector<std::string>& args);
@@ -34,6 +46,42 @@ bool IsReaderCommand(const std::vector<std::string>& args);
 // Runs the command. Exit status: 0 done, 1 failed (the reason on err, in
 // words a person can act on), 2 usage error.
 int RunReaderCommand(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+
+// Keeps the channels fresh while the reader runs: each channel held when
+// the watch starts is read again every time its interval passes on the
+// scheduler's clock, on the scheduler's thread, what it stores and why a
+// read failed written to out and err. Requires the scheduler to run.
+class FeedWatch : public kordll::ResourceController {
+ public:
+  static constexpr int kLongestInterval = 999;  // minutes
+
+  // Null (and nothing registered) without a scheduler or the plug-in's
+  // controllers. The caller ends the watch with Stop.
+  static FeedWatch* Start(std::ostream& out, std::ostream& err);
+
+  // Refreshes the channels of that interval.
+  void PerformMaintenance(int minutes) override;
+
+  int GetChannelCount() const { return channels_; }
+  // How many refreshes ran, and how many channels could not be read.
+  int GetRefreshCount();
+  int GetFailedCount();
+
+  // Waits for a refresh under way, leaves the scheduler and lets the watch
+  // go. No refresh starts after Stop.
+  void Stop();
+
+ private:
+  FeedWatch(std::ostream& out, std::ostream& err);
+
+  std::ostream& out_;
+  std::ostream& err_;
+  std::set<int> minutes_;  // the intervals registered
+  int channels_ = 0;
+  std::mutex mutex_;  // held for the time of a refresh
+  bool stopped_ = false;
+  int refreshes_ = 0, failed_ = 0;
+};
 
 }  // namespace sample
 
