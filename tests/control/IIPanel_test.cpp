@@ -142,7 +142,8 @@ TEST(PanelViewMessageTest, OnlyHeapMessagesAreEndedAndTheirRecordsReleasedOnce) 
   PANELVIEWMESSAGE onStack;
   onStack.focusable = &record, onStack.focusableList = {&record, nullptr};
   onStack.ReserveFocusables();
-  EXPECT_EQ(PANELVIEWMESSAGE::DeleteHeapMessage(&onStack) + record.GetReferenceCount(), 2);
+  EXPECT_EQ(PANELVIEWMESSAGE::DeleteHeapMessage(&onStack), 0);
+  EXPECT_EQ(record.GetReferenceCount(), 2);
   auto* posted = new PANELVIEWMESSAGE(onStack);
   posted->heapAllocated = 1;
   posted->ReserveFocusables();

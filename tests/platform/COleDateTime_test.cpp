@@ -179,13 +179,10 @@ TEST(COleDateTimeFormatTest, InvalidNullAndOverlongResults) {
   EXPECT_EQ("2005", Fmt(ok, "%EY%Oz"));
 }
 
-TEST(COleDateTimeFormatTest, DefaultShapeReadsBack) {
-  COleDateTime d(2005, 11, 7, 21, 5, 9);
-  EXPECT_EQ("11/7/2005 9:05:09 PM", d.Format().ToUtf8());
-  COleDateTime back;
-  ASSERT_TRUE(back.ParseDateTime(d.Format()));
-  EXPECT_TRUE(back == d);
-  COleDateTime early(150, 1, 1, 0, 0, 0);
+// The default shape and its reading back are the XML file's tests; a year
+// of three digits reads back too.
+TEST(COleDateTimeFormatTest, DefaultShapeOfAnEarlyYearReadsBack) {
+  COleDateTime back, early(150, 1, 1, 0, 0, 0);
   ASSERT_TRUE(back.ParseDateTime(early.Format()));
   EXPECT_EQ(150, back.GetYear());
 }

@@ -255,17 +255,6 @@ TEST_F(RegistryTest, NoUsableFolderKeepsTheSessionInMemory) {
   EXPECT_EQ(content, "x");
 }
 
-TEST_F(RegistryTest, CurrentFollowsTheProfileFolderAndOldPointersFailSafely) {
-  Registry* first = Registry::Current();
-  EXPECT_EQ(first->file_path(), folder_ + "/registry.sqlite3");
-  EXPECT_EQ(Registry::Current(), first);
-  ASSERT_EQ(Put(first, "K", "v", RegValue::Dword(1)), ERROR_SUCCESS);
-  Registry::CloseCurrent();
-  RegValue v;
-  EXPECT_EQ(first->QueryValue(kUser, "K", "v", &v), ERROR_REGISTRY_IO_FAILED);
-  EXPECT_EQ(Get(Registry::Current(), "K", "v").integer, 1u);
-}
-
 // ---- The Win32-shaped calls --------------------------------------------------
 
 TEST_F(RegistryTest, Win32OpenCreateAndClose) {
