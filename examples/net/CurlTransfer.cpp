@@ -212,10 +212,15 @@ void DeletePartialFiles(FileRequest* request) {
 }
 
 // Sends what ends (or pauses) this run and tells the table what happened.
-void Finish(TransferJob* job) {
+// A pause (or the network side's shutdown) that comes after the last byte
+// has arrived changes nothing: the transfer is reported finished. A cancel
+// always holds: the user wants no file.
+void Finish(TransferJob* job, bool interrupted) {
   FileRequest* r = job->request;
   r->CloseSavedFile();
-  switch (static_cast<StopReason>(job->stop.load())) {
+  StopReason stop = static_cast<StopReason>(job->stop.load());
+  if (!interrupted && stop != StopReason::kCancel) stop = StopReason::kNone;
+  switch (stop) {
     case StopReason::kPause:
       // Kept for a resume: the handler of the pause takes one reservation.
       r->Reserve();
@@ -257,7 +262,7 @@ void RunSingle(TransferJob* job, const NetworkOptions& options, uint64_t offset)
   Easy easy = MakeEasy(job->url.ToUtf8(), options, &stream.response, job);
   if (!easy) {
     FillFailure(r, CURLE_FAILED_INIT);
-    return Finish(job);
+    return Finish(job, false);
   }
   curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, OnBody);
   curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &stream);
@@ -294,7 +299,7 @@ void RunSingle(TransferJob* job, const NetworkOptions& options, uint64_t offset)
   } else {
     FillFailure(r, code);
   }
-  Finish(job);
+  Finish(job, code == CURLE_ABORTED_BY_CALLBACK);
 }
 
 // --- A transfer in segments ----------------------------------------------------------
@@ -390,7 +395,8 @@ void RunSegments(TransferJob* job, const NetworkOptions& options,
   r->totalSize = r->reportedSize = segments.back().end;
   r->receivedSize = received;
   r->responseDate = ContentDate(head);
-  if (job->stop.load() == 0) {
+  const bool interrupted = !complete && job->stop.load() != 0;
+  if (!interrupted) {
     if (complete && JoinSpawnFile(spawnPath, segments, finalPath) == 1) {
       FileSystem::DeleteFile(spawnPath);
       r->httpStatus = 200;
@@ -402,7 +408,7 @@ void RunSegments(TransferJob* job, const NetworkOptions& options,
       FillFailure(r, failure != CURLE_OK ? failure : CURLE_PARTIAL_FILE);
     }
   }
-  Finish(job);
+  Finish(job, interrupted);
 }
 
 // Asks for the headers alone, to learn the size and whether ranges are taken.
@@ -496,7 +502,7 @@ void RunTransfer(TransferJob* job, const NetworkOptions& options) {
   if (path.IsEmpty()) {
     r->httpStatus = kNetErrorInternal;
     r->statusText = CString("The request names no file to save.");
-    return Finish(job);
+    return Finish(job, false);
   }
   const CString spawn = path + CString(kordll::kPartialFileSuffix);
   std::vector<SpawnSegment> segments;

@@ -314,7 +314,10 @@ NetworkSide* NetworkSide::Start(const NetworkOptions& options) {
     side->Release();
     return nullptr;
   }
-  side->thread_ = thread;
+  {
+    std::lock_guard<std::mutex> hold(side->threadMu_);
+    side->thread_ = thread;
+  }
   kordll::GlobalResourceCtrl::RegisterResourceCtrl(side);
   return side;
 }
@@ -329,10 +332,11 @@ int NetworkSide::InterpretGUICommand(kordll::PANELVIEWMESSAGE* message, int*) {
   if (command < kordll::kCommandStartTransfer || command > kordll::kCommandCancelTransfer) {
     return 0;
   }
+  std::lock_guard<std::mutex> hold(threadMu_);
   if (command == kordll::kCommandStartTransfer) {
     auto* request = reinterpret_cast<FileRequest*>(message->object);
     if (request == nullptr) return 1;
-    if (closed_.load() ||
+    if (thread_ == nullptr ||
         thread_->PostThreadMessage(kMsgStart, 0, reinterpret_cast<intptr_t>(request)) == 0) {
       request->Release();  // never started: the reservation given to us ends here
     }
@@ -342,7 +346,8 @@ int NetworkSide::InterpretGUICommand(kordll::PANELVIEWMESSAGE* message, int*) {
                         : command == kordll::kCommandResumeTransfer ? kMsgResume
                                                                     : kMsgCancel;
   auto* url = new CString(message->text);
-  if (closed_.load() || thread_->PostThreadMessage(code, 0, reinterpret_cast<intptr_t>(url)) == 0) {
+  if (thread_ == nullptr ||
+      thread_->PostThreadMessage(code, 0, reinterpret_cast<intptr_t>(url)) == 0) {
     delete url;
   }
   return 1;
@@ -351,11 +356,16 @@ int NetworkSide::InterpretGUICommand(kordll::PANELVIEWMESSAGE* message, int*) {
 void NetworkSide::CloseResourceCtrl() {
   if (closed_.exchange(true)) return;
   ResourceController::CloseResourceCtrl();
-  if (thread_ != nullptr) {
-    thread_->PostThreadMessage(kMsgStopAll, 0, 0);
-    thread_->WaitForExit(-1);
-    delete thread_;
-    thread_ = nullptr;
+  Thread* thread = nullptr;
+  {
+    // From now on commands find no thread and give their payload back.
+    std::lock_guard<std::mutex> hold(threadMu_);
+    std::swap(thread, thread_);
+  }
+  if (thread != nullptr) {
+    thread->PostThreadMessage(kMsgStopAll, 0, 0);
+    thread->WaitForExit(-1);
+    delete thread;
   }
   kordll::GlobalResourceCtrl::DeRegisterResourceCtrl(this);
 }

@@ -43,6 +43,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 
 #include "kordll/control/ResourceController.h"
 #include "kordll/platform/CString.h"
@@ -111,6 +112,7 @@ class NetworkSide : public kordll::ResourceController {
 
   friend class Thread;
   NetworkOptions options_;
+  std::mutex threadMu_;       // guards thread_ against a close meanwhile
   Thread* thread_ = nullptr;  // owned; ends in CloseResourceCtrl
   std::atomic<int> active_{0};
   std::atomic<int> settingsRequests_{0};
