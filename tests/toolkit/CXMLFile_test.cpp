@@ -25,7 +25,9 @@ class CXMLFileTest : public ::testing::Test {
   int MessageBoxes() const { return host_.CountOf(TestHost::CallKind::kMessageBox); }
   CString File(const char* name, const char* bytes = nullptr) {
     CString path = root_.Path(CString("data/") + name);
-    if (bytes != nullptr) EXPECT_EQ(1, FileSystem::WriteWholeFile(path, bytes));
+    if (bytes != nullptr) {
+      EXPECT_EQ(1, FileSystem::WriteWholeFile(path, bytes));
+    }
     return path;
   }
 
