@@ -184,6 +184,8 @@ TEST_F(FileRequestTest, PlainWritesAppendAtTheEndUnlessTold) {
   EXPECT_EQ(Read(resumed->fullPath), "1234567");
   resumed->requestFlags |= kRequestFlagNoSeekToEnd;
   ASSERT_EQ(resumed->SaveContent("ab", 2), 1);  // a new open starts at 0
+  resumed->CloseSavedFile();
+  EXPECT_EQ(Read(resumed->fullPath), "ab34567");
   resumed->DeleteSavedFile();
   EXPECT_FALSE(FileSystem::Exists(resumed->fullPath));
   // A file that cannot be made answers 0.
@@ -260,10 +262,6 @@ TEST_F(FileRequestTest, WindowGetsAnAbortOnlyWithAStatus) {
   EXPECT_EQ(request->GetHTTPStatusString(), CString("Requested file not found."));
   request->httpStatus = 206;
   EXPECT_EQ(request->GetHTTPStatusString(), CString());
-  request->httpStatus = 0;
-  EXPECT_EQ(request->GetHTTPStatusString(), CString("Network request aborted."));
-  request->httpStatus = 12007;
-  EXPECT_EQ(request->GetHTTPStatusString(), CString("The server name could not be resolved."));
   window.DestroyWindow();
   EXPECT_EQ(request->SendFinishedMessage(), 0);
   request->Release();
