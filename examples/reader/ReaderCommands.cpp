@@ -1,20 +1,25 @@
 #include "examples/reader/ReaderCommands.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdlib>
 #include <set>
 
 #include "examples/reader/FeedReader.h"
 #include "kordll/control/GlobalResourceCtrl.h"
+#include "kordll/control/PANELVIEWMESSAGE.h"
 #include "kordll/control/ResourceController.h"
 #include "kordll/filter/ContentFilter.h"
 #include "kordll/periodic/PeriodicUpdateManager.h"
 #include "kordll/platform/CRuntime.h"
 #include "kordll/platform/CWinApp.h"
+#include "kordll/platform/CWinThread.h"
 #include "kordll/platform/Clock.h"
 #include "kordll/platform/FileSystem.h"
+#include "kordll/platform/Locations.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/toolkit/KorlanDateTime.h"
+#include "kordll/transfer/FileRequest.h"
 
 namespace sample {
 
@@ -125,26 +130,118 @@ Focusable* FindChannel(ResourceController* channels, const CString& address) {
   return nullptr;
 }
 
-// Reads the feed at `address` (a file address or a path), stores its
+// Takes a fetched feed back from the network side: whatever ends the
+// transfer (finished, failed, paused or cancelled) hands the request back
+// here with its status.
+class FetchReplies : public kordll::CWinThread {
+ public:
+  int OnThreadMessage(unsigned message, intptr_t, intptr_t lParam) override {
+    if (message == kordll::kMsgDownloadResumed) return 1;
+    auto* request = reinterpret_cast<kordll::FileRequest*>(lParam);
+    std::lock_guard<std::mutex> hold(mutex_);
+    if (request != nullptr) {
+      status_ = request->httpStatus;
+      words_ = request->GetHTTPStatusString();
+      if (words_.IsEmpty()) words_ = request->statusText;
+      request->Release();
+    }
+    paused_ = message == kordll::kMsgDownloadPaused || message == kordll::kMsgDownloadAborted;
+    done_ = true;
+    cv_.notify_all();
+    return 1;
+  }
+  // Waits for the reply; the network side always gives one (its own
+  // timeouts end a transfer that stalls). 1 for a whole document.
+  int Wait(CString* why) {
+    std::unique_lock<std::mutex> hold(mutex_);
+    cv_.wait(hold, [this] { return done_; });
+    if (!paused_ && (status_ == 200 || status_ == 0)) return 1;
+    *why = paused_ ? CString("the transfer was stopped")
+                   : CString::Formatted(u"status %d", status_) +
+                         (words_.IsEmpty() ? CString() : CString(" (") + words_ + CString(")"));
+    return 0;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable cv_;
+  bool done_ = false, paused_ = false;
+  int status_ = 0;
+  CString words_;
+};
+
+// Brings the document at a web address into *path (a file of the data
+// root's "feeds" folder, which the caller deletes once read) through
+// whatever network side answers the transfer commands. 1, or 0 with the
+// reason on err.
+int FetchFeed(const std::string& url, CString* path, std::ostream& err) {
+  const CString folder = kordll::Locations::GetDataRoot() + CString("/feeds");
+  kordll::FileSystem::CreateDirectoryTree(folder);
+  *path = folder + CString("/fetched.xml");
+  kordll::FileSystem::DeleteFile(*path);
+  auto* replies = new FetchReplies();
+  replies->m_bAutoDelete = 0;
+  if (kordll::AfxBeginThread(replies) == nullptr) {
+    delete replies;
+    err << "cannot reach " << url << ": no thread for the transfer\n";
+    return 0;
+  }
+  auto* request = new kordll::FileRequest();
+  request->url = CString::FromUtf8(url);
+  request->folder = folder;
+  request->fullPath = *path;
+  request->requestFlags = kordll::kRequestFlagsFileDownload;
+  request->SetReplyThread(replies);
+  // Made with a count of 1, reserved once for the network side: the
+  // release of whoever ends the transfer (or ours below) deletes it.
+  request->Reserve();
+  kordll::PANELVIEWMESSAGE message;
+  message.message = kordll::kCommandStartTransfer;
+  message.object = reinterpret_cast<intptr_t>(request);
+  err << "fetching " << url << "\r" << std::flush;
+  CString why;
+  int fetched = 0;
+  if (kordll::GlobalResourceCtrl::InterpretGUICommand(&message, nullptr) == 0) {
+    request->Release();
+    why = CString("no network side is running");
+  } else {
+    fetched = replies->Wait(&why);
+  }
+  replies->PostThreadMessage(18, 0, 0);
+  replies->WaitForExit(-1);
+  delete replies;
+  err << "\r" << std::string(url.size() + 9, ' ') << "\r" << std::flush;
+  if (fetched == 0) {
+    kordll::FileSystem::DeleteFile(*path);
+    err << "cannot reach " << url << ": " << U8(why) << "\n";
+  }
+  return fetched;
+}
+
+// Reads the feed at `address` (a web or file address, or a path), stores its
 // channel when no channel has the address yet (with subscribe; otherwise
 // an unknown address fails) and every new post that passes the user's
 // filters. Answers 1, or 0 with the reason on err.
 int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostream& err,
             Counts* counts) {
   const std::string url = U8(address);
-  if (url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0) {
-    err << "cannot reach " << url << ": this build reads file addresses only\n";
-    return 0;
-  }
-  const CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
-  if (!kordll::FileSystem::IsFile(path)) {
+  const bool web = url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0;
+  CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
+  if (web && !FetchFeed(url, &path, err)) return 0;
+  if (!web && !kordll::FileSystem::IsFile(path)) {
     err << "cannot reach " << url << ": no file at " << U8(path) << "\n";
     return 0;
   }
   Feed feed;
   CString error;
-  if (!ReadFeedFile(path, &feed, &error)) {
-    err << U8(error) << "\n";
+  const int read = ReadFeedFile(path, &feed, &error);
+  if (web) kordll::FileSystem::DeleteFile(path);
+  if (!read) {
+    // A fetched document is told by its address, not by the file it went to.
+    std::string why = U8(error);
+    const std::string file = U8(path);
+    if (web && why.find(file) != std::string::npos) why.replace(why.find(file), file.size(), url);
+    err << why << "\n";
     return 0;
   }
   ResourceController *channels, *posts;

@@ -18,6 +18,10 @@
 #include "kordll/platform/TimerTable.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 #include "tests/control/GlobalResourceCtrlTest.h"
+#ifdef KORDLL_SAMPLE_NET
+#include "examples/net/NetworkSide.h"
+#include "tests/transfer/LocalHttpServer.h"
+#endif
 
 namespace sample {
 namespace {
@@ -121,12 +125,39 @@ TEST_F(ReaderTest, WatchRefreshesEachChannelAtItsIntervalThroughTheFilters) {
   EXPECT_NE(std::string::npos, out_.str().find("1 channel(s) could not be read")) << out_.str();
 }
 
+#ifdef KORDLL_SAMPLE_NET
+// Web addresses through the network side, on the tests' web server; the
+// answers a person reads when the server or the network side fails.
+TEST_F(ReaderTest, WebFeedsComeThroughTheNetworkSide) {
+  kordll::test::LocalHttpServer server(KORDLL_SOURCE_DIR "/tests/examples/feeds",
+                                       root_.Path("server.log").ToUtf8());
+  ASSERT_TRUE(server.ok());
+  kordll_net::NetworkSide* net = kordll_net::NetworkSide::Start({});
+  ASSERT_NE(nullptr, net);
+  EXPECT_EQ(0, Run({"add", server.Url("atom.xml")})) << err_.str();
+  EXPECT_EQ(2, Posts());
+  EXPECT_EQ(1, Run({"add", server.Url("gone.xml")}));
+  EXPECT_NE(std::string::npos, err_.str().find("cannot reach " + server.Url("gone.xml") +
+                                               ": status 404 (Requested file not found.)\n"))
+      << err_.str();
+  EXPECT_EQ(1, Run({"add", server.Url("not_a_feed.xml")}));
+  EXPECT_NE(std::string::npos,
+            err_.str().find("not a feed: " + server.Url("not_a_feed.xml") + " is a \"html\""))
+      << err_.str();
+  EXPECT_FALSE(kordll::FileSystem::Exists(root_.Path("data/feeds/fetched.xml")));
+  net->CloseResourceCtrl(), net->Release();
+  EXPECT_EQ(1, Run({"update"}));
+  EXPECT_NE(std::string::npos, err_.str().find(": no network side is running")) << err_.str();
+}
+#endif
+
 TEST_F(ReaderTest, CommandsRefuseWhatTheyCannotDo) {
   EXPECT_EQ(1, Run({"update"}));
   EXPECT_EQ("no channel to update: \"add URL\" subscribes to a feed\n", err_.str());
   EXPECT_EQ(1, Run({"add", "https://example.org/feed"}));
-  EXPECT_EQ("cannot reach https://example.org/feed: this build reads file addresses only\n",
-            err_.str());
+  EXPECT_NE(std::string::npos,
+            err_.str().find("cannot reach https://example.org/feed: no network side is running\n"))
+      << err_.str();
   EXPECT_EQ(2, Run({"run", "soon"}));
   EXPECT_EQ(2, Run({"run", "-1"}));
   EXPECT_EQ(0, Posts());
