@@ -43,48 +43,36 @@ void OnAction(NotifyNotification*, char*, gpointer data) {
 
 void FreeAction(gpointer data) { delete static_cast<ActionData*>(data); }
 
-}  // namespace
-
-struct DesktopNotices::Loop {
+// The one thread of the process that speaks to the service and runs the
+// event loop that receives its actions. Made with the first notice and kept
+// until the process ends, since the notification library binds itself to
+// the loop it first ran on.
+struct NoticeLoop {
   GMainContext* context = g_main_context_new();
   GMainLoop* loop = g_main_loop_new(context, FALSE);
-  std::thread thread;
   std::thread::id id;
   // Notices on screen, each held until the service says it closed.
   // Touched on the loop's thread only.
   std::set<NotifyNotification*> shown;
 
-  Loop() {
-    std::promise<void> started;
-    std::future<void> running = started.get_future();
-    thread = std::thread([this, &started] {
+  NoticeLoop() {
+    std::promise<std::thread::id> started;
+    std::future<std::thread::id> running = started.get_future();
+    std::thread([this, &started] {
       g_main_context_push_thread_default(context);
-      started.set_value();
+      started.set_value(std::this_thread::get_id());
       g_main_loop_run(loop);
-      for (NotifyNotification* notice : shown) g_object_unref(notice);
-      shown.clear();
-      if (notify_is_initted()) notify_uninit();
-      g_main_context_pop_thread_default(context);
-    });
-    id = thread.get_id();
-    running.wait();
+    }).detach();
+    id = running.get();
   }
 
-  ~Loop() {
-    g_main_context_invoke(
-        context,
-        [](gpointer data) -> gboolean {
-          g_main_loop_quit(static_cast<GMainLoop*>(data));
-          return G_SOURCE_REMOVE;
-        },
-        loop);
-    thread.join();
-    g_main_loop_unref(loop);
-    g_main_context_unref(context);
+  static NoticeLoop* Get() {
+    static NoticeLoop* shared = new NoticeLoop();  // never destroyed
+    return shared;
   }
 
   static void OnClosed(NotifyNotification* notice, gpointer data) {
-    auto* self = static_cast<Loop*>(data);
+    auto* self = static_cast<NoticeLoop*>(data);
     if (self->shown.erase(notice) != 0) g_object_unref(notice);
   }
 
@@ -111,22 +99,19 @@ struct DesktopNotices::Loop {
   }
 };
 
+}  // namespace
+
 DesktopNotices::DesktopNotices() = default;
 
 DesktopNotices::~DesktopNotices() = default;
 
 int DesktopNotices::Show(const HostNotice& notice) {
   if (!SessionBusPresent()) return 0;
-  Loop* loop = nullptr;
-  {
-    std::lock_guard<std::mutex> hold(mutex_);
-    if (loop_ == nullptr) loop_ = std::make_unique<Loop>();
-    loop = loop_.get();
-  }
+  NoticeLoop* loop = NoticeLoop::Get();
   // An action that raises a notice of its own is already on the loop.
   if (std::this_thread::get_id() == loop->id) return loop->ShowHere(notice);
   struct Task {
-    Loop* loop;
+    NoticeLoop* loop;
     HostNotice notice;
     std::promise<int> done;
   };
@@ -146,8 +131,6 @@ int DesktopNotices::Show(const HostNotice& notice) {
 }
 
 #else  // !KORDLL_HAVE_LIBNOTIFY
-
-struct DesktopNotices::Loop {};
 
 DesktopNotices::DesktopNotices() = default;
 

@@ -3,8 +3,10 @@
 //
 // A notice is shown with its title, text and actions; choosing an action
 // calls the notice's onAction with the action's button. The service is
-// spoken to from one thread of this object's own, which runs the event loop
-// that receives the actions; onAction runs on that thread.
+// spoken to from one thread of the process, started with the first notice
+// and running until the process ends, which also receives the actions:
+// onAction runs on that thread, also after the DesktopNotices that showed
+// the notice is gone.
 //
 // Without a session bus (no DBUS_SESSION_BUS_ADDRESS and no bus socket in
 // XDG_RUNTIME_DIR), without a notification service, or in a build without
@@ -16,9 +18,6 @@
 #ifndef KORDLL_PLATFORM_DESKTOPNOTICES_H_
 #define KORDLL_PLATFORM_DESKTOPNOTICES_H_
 
-#include <memory>
-#include <mutex>
-
 #include "kordll/platform/Host.h"
 
 namespace kordll {
@@ -29,8 +28,6 @@ class DesktopNotices {
   DesktopNotices();
   DesktopNotices(const DesktopNotices&) = delete;
   DesktopNotices& operator=(const DesktopNotices&) = delete;
-  // Ends the thread; notices still on screen stay there, their actions
-  // reach nobody any more.
   ~DesktopNotices();
 
   // 1 when the service took the notice, else 0.
@@ -38,11 +35,6 @@ class DesktopNotices {
 
   // Whether a session bus can be reached at all.
   static bool SessionBusPresent();
-
- private:
-  struct Loop;
-  std::mutex mutex_;
-  std::unique_ptr<Loop> loop_;  // guarded by mutex_; made on first use
 };
 
 }  // namespace kordll
