@@ -45,7 +45,8 @@ struct Net : ResourceController {
 
 class FileManagerTest : public TempRootTest {
  protected:
-  FileManagerTest() : app_("Tidrel", "Test") {
+  // With fakeNetwork set a Net stands for the network side.
+  explicit FileManagerTest(bool fakeNetwork = true) : app_("Tidrel", "Test") {
     settings_.path = root_.Path("ann");
     FileSystem::CreateDirectory(settings_.path);
     FileSystem::CreateDirectory(root_.DownloadFolder());
@@ -56,7 +57,7 @@ class FileManagerTest : public TempRootTest {
       std::lock_guard<std::mutex> hold(mu_);
       heard_.push_back(m), cv_.notify_all();
     };
-    net_ = new Net();
+    if (fakeNetwork) net_ = new Net();
     Open();
   }
   ~FileManagerTest() override {
@@ -64,7 +65,7 @@ class FileManagerTest : public TempRootTest {
     // The log-off's sweep: talks (which hold their records) and databases go.
     GlobalResourceCtrl::SetGlobalResourceClosed(1);
     GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
-    net_->Release();
+    if (net_ != nullptr) net_->Release();
     Host::Install(nullptr);
     GlobalResourceCtrl::DeleteGlobalResourceCtrl();
     SettingsEntryPoints::Install(nullptr);
