@@ -1,5 +1,5 @@
 # Two commands for a fresh machine:
-#   make demo   configure, build and run `kordll demo`
+#   make demo   configure, build and run `kordll demo`, then the sample podcast reader
 #   make test   build with AddressSanitizer and UndefinedBehaviorSanitizer and run every test
 # Further targets: bench (optimised build, runs the benchmarks), fuzz (clang libFuzzer
 # build), tsan (ThreadSanitizer build of the concurrency tests), install.
@@ -33,6 +33,11 @@ demo: deps
 	@mkdir -p $(BUILD)/demo-root
 	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) KORDLL_DEMO_PLUGINS=$(abspath $(BUILD)/release/examples/SampleReader) \
 	  $(BUILD)/release/kordll demo
+	@echo; echo "== The sample podcast reader: the typical event on the bundled podcast (examples/data/podcast)"
+	@rm -rf $(BUILD)/reader-demo-root
+	KORDLL_ROOT=$(abspath $(BUILD)/reader-demo-root) $(BUILD)/release/examples/SampleReader/kordll_sample_reader \
+	  add file://$(abspath examples/data/podcast/podcast.xml) + download 1 + talks open + downloads
+	@echo "The reader's data, profile and downloads are in $(abspath $(BUILD)/reader-demo-root)"
 
 test: deps
 	cmake -S . -B $(BUILD)/asan $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON

@@ -26,9 +26,10 @@
 //   --program-folder  where the plug-ins are (default: the folder of this
 //                     program, where the build puts SamplePlugin.DLL)
 //
-//   COMMAND           instead of steps 5 and 6, one of the reader's commands
-//                     (add URL, update, run MINUTES, list [WORD], show GUID,
-//                     filters ...; see
+//   COMMAND           instead of steps 5 and 6, the reader's commands (add
+//                     URL, update, run MINUTES, list [WORD], show GUID,
+//                     downloads, download N, talks [open], filters ...;
+//                     several joined by "+" run in one start; see
 //                     examples/reader/ReaderCommands.h), run while logged in
 //
 // Where data goes: with KORDLL_ROOT set, the profile is below
@@ -109,10 +110,10 @@ bool ParseOptions(int argc, char** argv, Options* options) {
       options->command.assign(argv + i, argv + argc);
       break;
     } else {
-      std::cerr
-          << "usage: kordll_sample_reader [--desktop] [--keyword WORD]"
-             " [--program-folder DIR] [add URL | update | run MINUTES | list [WORD] | show GUID |"
-             " filters ...]\n";
+      std::cerr << "usage: kordll_sample_reader [--desktop] [--keyword WORD]"
+                   " [--program-folder DIR] [COMMAND ARG... [+ COMMAND ARG...]...]\n"
+                   "commands: add URL | update | run MINUTES | list [WORD] | show GUID |"
+                   " downloads | download N | talks [open] | filters ...\n";
       return false;
     }
   }

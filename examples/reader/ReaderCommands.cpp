@@ -9,6 +9,7 @@
 #include "kordll/control/GlobalResourceCtrl.h"
 #include "kordll/control/PANELVIEWMESSAGE.h"
 #include "kordll/control/ResourceController.h"
+#include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 #include "kordll/filter/ContentFilter.h"
 #include "kordll/periodic/PeriodicUpdateManager.h"
 #include "kordll/platform/CRuntime.h"
@@ -18,6 +19,9 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/record/Focusable.h"
+#include "kordll/record/RecordIds.h"
+#include "kordll/talk/SystemTalkCtrl.h"
+#include "kordll/talk/TalkItem.h"
 #include "kordll/toolkit/KorlanDateTime.h"
 #include "kordll/transfer/FileRequest.h"
 
@@ -35,6 +39,8 @@ constexpr int kChannelRelation = 3;
 const char16_t kSection[] = u"SampleReader";
 const char16_t kAcceptKey[] = u"AcceptFilter";
 const char16_t kRejectKey[] = u"RejectFilter";
+// Where each downloaded enclosure went, by the GUID of its post.
+const char16_t kDownloadsSection[] = u"SampleReaderDownloads";
 
 std::string U8(const CString& text) { return text.ToUtf8(); }
 
@@ -142,6 +148,7 @@ class FetchReplies : public kordll::CWinThread {
     if (request != nullptr) {
       status_ = request->httpStatus;
       words_ = request->GetHTTPStatusString();
+      saved_ = request->GetFullFilePath2Save();
       if (words_.IsEmpty()) words_ = request->statusText;
       request->Release();
     }
@@ -152,9 +159,10 @@ class FetchReplies : public kordll::CWinThread {
   }
   // Waits for the reply; the network side always gives one (its own
   // timeouts end a transfer that stalls). 1 for a whole document.
-  int Wait(CString* why) {
+  int Wait(CString* why, CString* saved) {
     std::unique_lock<std::mutex> hold(mutex_);
     cv_.wait(hold, [this] { return done_; });
+    *saved = saved_;
     if (!paused_ && (status_ == 200 || status_ == 0)) return 1;
     *why = paused_ ? CString("the transfer was stopped")
                    : CString::Formatted(u"status %d", status_) +
@@ -167,18 +175,17 @@ class FetchReplies : public kordll::CWinThread {
   std::condition_variable cv_;
   bool done_ = false, paused_ = false;
   int status_ = 0;
-  CString words_;
+  CString words_, saved_;
 };
 
-// Brings the document at a web address into *path (a file of the data
-// root's "feeds" folder, which the caller deletes once read) through
-// whatever network side answers the transfer commands. 1, or 0 with the
-// reason on err.
-int FetchFeed(const std::string& url, CString* path, std::ostream& err) {
-  const CString folder = kordll::Locations::GetDataRoot() + CString("/feeds");
+// Brings the document at a web address into `folder` through whatever
+// network side answers the transfer commands: under the name `name`, or
+// with an empty name under the one the address gives (numbered when
+// taken). *saved is where it went. 1, or 0 with the reason on err.
+int Fetch(const std::string& url, const CString& folder, const CString& name, CString* saved,
+          std::ostream& err) {
   kordll::FileSystem::CreateDirectoryTree(folder);
-  *path = folder + CString("/fetched.xml");
-  kordll::FileSystem::DeleteFile(*path);
+  if (!name.IsEmpty()) kordll::FileSystem::DeleteFile(folder + CString("/") + name);
   auto* replies = new FetchReplies();
   replies->m_bAutoDelete = 0;
   if (kordll::AfxBeginThread(replies) == nullptr) {
@@ -189,7 +196,7 @@ int FetchFeed(const std::string& url, CString* path, std::ostream& err) {
   auto* request = new kordll::FileRequest();
   request->url = CString::FromUtf8(url);
   request->folder = folder;
-  request->fullPath = *path;
+  if (!name.IsEmpty()) request->fullPath = folder + CString("/") + name;
   request->requestFlags = kordll::kRequestFlagsFileDownload;
   request->SetReplyThread(replies);
   // Made with a count of 1, reserved once for the network side: the
@@ -205,17 +212,33 @@ int FetchFeed(const std::string& url, CString* path, std::ostream& err) {
     request->Release();
     why = CString("no network side is running");
   } else {
-    fetched = replies->Wait(&why);
+    fetched = replies->Wait(&why, saved);
   }
   replies->PostThreadMessage(18, 0, 0);
   replies->WaitForExit(-1);
   delete replies;
   err << "\r" << std::string(url.size() + 9, ' ') << "\r" << std::flush;
   if (fetched == 0) {
-    kordll::FileSystem::DeleteFile(*path);
+    if (!saved->IsEmpty()) kordll::FileSystem::DeleteFile(*saved);
     err << "cannot reach " << url << ": " << U8(why) << "\n";
   }
   return fetched;
+}
+
+// The address `ref` met in the feed at `base`, made whole: an address with
+// a scheme stays as it is, one from the root of the site ("/x") keeps the
+// scheme and host of the feed, any other is taken beside the feed.
+CString Resolve(const CString& base, const CString& ref) {
+  const std::string b = U8(base), r = U8(ref);
+  if (r.empty() || r.find("://") != std::string::npos) return ref;
+  const size_t scheme = b.find("://");
+  if (scheme == std::string::npos) {
+    const size_t slash = b.rfind('/');
+    return CString::FromUtf8(
+        r[0] == '/' || slash == std::string::npos ? r : b.substr(0, slash + 1) + r);
+  }
+  if (r[0] == '/') return CString::FromUtf8(b.substr(0, b.find('/', scheme + 3)) + r);
+  return CString::FromUtf8(b.substr(0, b.rfind('/') + 1) + r);
 }
 
 // Reads the feed at `address` (a web or file address, or a path), stores its
@@ -227,7 +250,10 @@ int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostr
   const std::string url = U8(address);
   const bool web = url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0;
   CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
-  if (web && !FetchFeed(url, &path, err)) return 0;
+  if (web && !Fetch(url, kordll::Locations::GetDataRoot() + CString("/feeds"),
+                    CString("fetched.xml"), &path, err)) {
+    return 0;
+  }
   if (!web && !kordll::FileSystem::IsFile(path)) {
     err << "cannot reach " << url << ": no file at " << U8(path) << "\n";
     return 0;
@@ -292,6 +318,12 @@ int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostr
     Focusable* post = posts->GenerateFocusable(kPostRelation);
     post->Reserve();
     FillPost(item, feed.channel.title, post);
+    if (!item.enclosure.IsEmpty()) {
+      // Enclosures may be named relative to the feed.
+      const int bar = item.enclosure.Find(u'|');
+      const CString ref = bar < 0 ? item.enclosure : item.enclosure.Left(bar);
+      post->SetValueStr(15, Resolve(address, ref) + item.enclosure.Mid(ref.GetLength()), 1);
+    }
     post->SetFocusableStatus(Focusable::kStatusUnread);
     post->SetReceiveDateTime(kordll::Clock::Now());
     if (!Store(posts, post)) {
@@ -428,6 +460,137 @@ int Show(const std::string& guid, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
+// The posts held that have an enclosure, in the order the posts
+// controller holds them: "download N" counts from 1 in this order.
+std::vector<Focusable*> Enclosed(ResourceController* posts) {
+  std::vector<Focusable*> enclosed;
+  for (Focusable* post : Held(posts)) {
+    if (!Field(post, 15).IsEmpty()) enclosed.push_back(post);
+  }
+  return enclosed;
+}
+
+CString EnclosureAddress(Focusable* post) {
+  const CString field = Field(post, 15);
+  const int bar = field.Find(u'|');
+  return bar < 0 ? field : field.Left(bar);
+}
+
+// Where the enclosure of the post went, kept in the profile by the post's
+// GUID; "" when it was never downloaded or the file is gone.
+CString SavedFile(Focusable* post) {
+  const CString path = kordll::AfxGetApp()->GetProfileString(kDownloadsSection, post->GetGUID());
+  return !path.IsEmpty() && kordll::FileSystem::IsFile(path) ? path : CString();
+}
+
+int Downloads(std::ostream& out, std::ostream& err) {
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+  const std::vector<Focusable*> enclosed = Enclosed(posts);
+  int saved = 0;
+  for (size_t i = 0; i < enclosed.size(); ++i) {
+    const CString path = SavedFile(enclosed[i]);
+    saved += path.IsEmpty() ? 0 : 1;
+    out << i + 1 << "\t" << U8(enclosed[i]->GetGUID()) << "\t" << U8(Field(enclosed[i], 4)) << "\t"
+        << U8(EnclosureAddress(enclosed[i])) << "\t"
+        << (path.IsEmpty() ? std::string("not downloaded") : "on disk: " + U8(path)) << "\n";
+  }
+  out << enclosed.size() << " enclosure(s), " << saved << " on disk in "
+      << U8(kordll::Locations::GetDownloadFolder()) << "\n";
+  return 0;
+}
+
+// Tells the user through a talk that the file of the post is on disk. The
+// talk holds a file record of its own (never stored) until it goes.
+void TellDownloaded(const CString& name, const CString& title, std::ostream& out) {
+  if (kordll::SystemTalkCtrl::Get() == nullptr) {
+    out << "no talk controller: nobody is told\n";
+    return;
+  }
+  auto* file = new Focusable(kordll::kRelationFile, nullptr);
+  file->SetSavable(0);
+  file->SetValueStr(kordll::kFileFieldTitle, name, 1);
+  file->Reserve();
+  kordll::_struct_RESCTRLNOTIFMSG news;
+  news.kind = kordll::kNotifyDownloadFinished;
+  news.text = title + CString(" is on disk.");
+  news.focusables.push_back(file);
+  kordll::TalkItem* talk = kordll::SystemTalkCtrl::FireNotification(&news, 0);
+  if (talk != nullptr) out << "talk fired: \"" << U8(talk->GetTalkTitle()) << "\"\n";
+  file->Release();  // the talk holds it now, if one was made
+}
+
+int Download(const std::string& number, std::ostream& out, std::ostream& err) {
+  ResourceController *channels, *posts;
+  if (!Controllers(&channels, &posts, err)) return 1;
+  const std::vector<Focusable*> enclosed = Enclosed(posts);
+  char* end = nullptr;
+  const long n = std::strtol(number.c_str(), &end, 10);
+  if (number.empty() || *end != '\0' || n < 1 || n > long(enclosed.size())) {
+    err << "no enclosure " << number << ": \"downloads\" numbers them from 1 to " << enclosed.size()
+        << "\n";
+    return 2;
+  }
+  Focusable* post = enclosed[n - 1];
+  const CString address = EnclosureAddress(post);
+  const std::string url = U8(address);
+  const CString folder = kordll::Locations::GetDownloadFolder();
+  CString saved;
+  if (url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0) {
+    if (!Fetch(url, folder, CString(), &saved, err)) return 1;
+  } else {
+    // A file address is copied, under the last part of its name.
+    const CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
+    saved = folder + CString("/") +
+            kordll::Locations::SafeDownloadFileName(path.Mid(path.ReverseFind(u'/') + 1));
+    kordll::FileSystem::CreateDirectoryTree(folder);
+    if (!kordll::FileSystem::IsFile(path) || kordll::FileSystem::CopyFile(path, saved, 0) != 1) {
+      err << "cannot reach " << url << ": no file at " << U8(path) << "\n";
+      return 1;
+    }
+  }
+  kordll::AfxGetApp()->WriteProfileString(kDownloadsSection, post->GetGUID(), saved);
+  out << "download finished: " << U8(Field(post, 4)) << " -> " << U8(saved) << " ("
+      << kordll::FileSystem::GetFileSize(saved) << " bytes)\n";
+  TellDownloaded(kordll::Locations::GetFileName(saved), Field(post, 4), out);
+  return 0;
+}
+
+// The talks of this run; with "open", each is opened as the user would, and
+// the host's answer ("Close Talk" for a host that shows nothing) removes it.
+int Talks(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  if (args.size() > 2 || (args.size() == 2 && args[1] != "open")) {
+    err << "usage: talks [open]\n";
+    return 2;
+  }
+  kordll::SystemTalkCtrl* talks = kordll::SystemTalkCtrl::Acquire();
+  if (talks == nullptr) {
+    err << "no talk controller is running\n";
+    return 1;
+  }
+  std::vector<kordll::TalkItem*> held;
+  for (Focusable* record : Held(talks)) {
+    if (record->GetFocusableRelation() == kordll::kTalkRelation) {
+      held.push_back(static_cast<kordll::TalkItem*>(record));
+    }
+  }
+  for (kordll::TalkItem* talk : held) out << "talk: \"" << U8(talk->GetTalkTitle()) << "\"\n";
+  out << held.size() << " talk(s)\n";
+  if (args.size() == 2) {
+    for (kordll::TalkItem* talk : held) {
+      const CString guid = talk->GetGUID();
+      out << "talk opened: \"" << U8(talk->GetTalkTitle()) << "\"\n";
+      talk->OpenFocusable();
+      talks->LockResource();
+      const bool gone = talks->CheckFocusable(guid, 0) == nullptr;
+      talks->UnLockResource();
+      out << (gone ? "talk removed\n" : "talk kept\n");
+    }
+  }
+  talks->Release();
+  return 0;
+}
+
 int Filters(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
   kordll::CWinApp* app = kordll::AfxGetApp();
   if (args.size() == 3 && (args[1] == "accept" || args[1] == "reject") && !args[2].empty()) {
@@ -513,20 +676,33 @@ void FeedWatch::Stop() {
 }
 
 bool IsReaderCommand(const std::vector<std::string>& args) {
-  return !args.empty() && (args[0] == "add" || args[0] == "update" || args[0] == "run" ||
-                           args[0] == "list" || args[0] == "show" || args[0] == "filters");
+  static const char* const kCommands[] = {"add",       "update",   "run",   "list",   "show",
+                                          "downloads", "download", "talks", "filters"};
+  if (args.empty()) return false;
+  for (const char* command : kCommands) {
+    if (args[0] == command) return true;
+  }
+  return false;
 }
 
 int RunReaderCommand(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  // Commands joined by "+" run in order in this one start, until one fails.
+  const auto plus = std::find(args.begin(), args.end(), "+");
+  if (plus != args.end()) {
+    const int status = RunReaderCommand({args.begin(), plus}, out, err);
+    return status != 0 ? status : RunReaderCommand({plus + 1, args.end()}, out, err);
+  }
+  if (args.size() == 1 && args[0] == "downloads") return Downloads(out, err);
+  if (args.size() == 2 && args[0] == "download") return Download(args[1], out, err);
+  if (!args.empty() && args[0] == "talks") return Talks(args, out, err);
   if (args.size() == 2 && args[0] == "add") return Add(args[1], out, err);
   if (args.size() == 1 && args[0] == "update") return Update(out, err);
   if (args.size() == 2 && args[0] == "run") return Run(args[1], out, err);
   if (args.size() <= 2 && args[0] == "list") return List(args, out);
   if (args.size() == 2 && args[0] == "show") return Show(args[1], out, err);
   if (!args.empty() && args[0] == "filters") return Filters(args, out, err);
-  err << "usage: add URL | update | run MINUTES | list [WORD] | show GUID | filters [accept WORD | "
-         "reject WORD | "
-         "clear]\n";
+  err << "usage: add URL | update | run MINUTES | list [WORD] | show GUID | downloads | "
+         "download N | talks [open] | filters [accept WORD | reject WORD | clear], joined by +\n";
   return 2;
 }
 

@@ -13,6 +13,14 @@
 //                  scheduler until MINUTES have passed on the clock
 //   list [WORD]    the stored posts, or those holding WORD in any field
 //   show GUID      one post or channel, field by field
+//   downloads      the enclosures of the stored posts, numbered, with the
+//                  file each went to
+//   download N     brings enclosure N into the download folder (web
+//                  addresses through the network side, file addresses
+//                  copied), keeps where it went in the profile, and tells
+//                  the user with a talk "Downloaded : <file>"
+//   talks [open]   the talks of this run; with open, each is opened as the
+//                  user would, and the host's answer removes it
 //   filters [accept WORD | reject WORD | clear]
 //                  the user's accept and reject filters, stored as filter
 //                  lines in the application's profile
@@ -20,7 +28,8 @@
 // Requires: the user platform is started and the plug-in has made both
 // controllers. Records added here are saved to the controller's database at
 // once and held by the controller like the ones it loaded, so a later start
-// finds them.
+// finds them. Several commands joined by "+" run in order in one start
+// (talks live as long as the run), stopping at the first that fails.
 
 #ifndef KORDLL_EXAMPLES_READER_READERCOMMANDS_H_
 #define KORDLL_EXAMPLES_READER_READERCOMMANDS_H_
