@@ -75,6 +75,13 @@ inline FakeController* FromController(ResourceController* c) {
   return reinterpret_cast<FakeController*>(c);
 }
 
+// The value of key in m, or null.
+template <class Map, class Key>
+typename Map::mapped_type Find(const Map& m, const Key& key) {
+  auto it = m.find(key);
+  return it != m.end() ? it->second : nullptr;
+}
+
 class FakeRegistry : public RegistryEntryPoints {
  public:
   struct Sent {
@@ -92,19 +99,14 @@ class FakeRegistry : public RegistryEntryPoints {
   }
   int AreDBsCleared() override { return cleared; }
   ResourceController* GetResourceController(int id) override {
-    auto it = controllers.find(id);
-    return it != controllers.end() ? AsController(it->second) : nullptr;
+    return AsController(Find(controllers, id));
   }
   ResourceController* GetPostCtrl(int dbID) override {
     ++postCtrlQuestions;
     if (onPostCtrlQuestion) onPostCtrlQuestion(postCtrlQuestions);
-    auto it = byDatabase.find(dbID);
-    return it != byDatabase.end() ? AsController(it->second) : nullptr;
+    return AsController(Find(byDatabase, dbID));
   }
-  AZeusDB* GetDBCtrl(int dbID) override {
-    auto it = databases.find(dbID);
-    return it != databases.end() ? it->second : nullptr;
-  }
+  AZeusDB* GetDBCtrl(int dbID) override { return Find(databases, dbID); }
   IIPanel* GetPanel(int id) override { return id == 1 ? panelOne : nullptr; }
   int SendRC2PanelMessage(ResourceController* c, int message, int kind, Focusable* r) override {
     sent.push_back({c, message, kind, r, false});
@@ -128,14 +130,10 @@ class FakeRegistry : public RegistryEntryPoints {
     return fake->generate ? fake->generate(relation) : nullptr;
   }
   Focusable* GetFocusable_wID(ResourceController* c, int id) override {
-    auto& m = FromController(c)->byID;
-    auto it = m.find(id);
-    return it != m.end() ? it->second : nullptr;
+    return Find(FromController(c)->byID, id);
   }
   Focusable* CheckFocusable(ResourceController* c, CString guid, int) override {
-    auto& m = FromController(c)->byGUID;
-    auto it = m.find(guid);
-    return it != m.end() ? it->second : nullptr;
+    return Find(FromController(c)->byGUID, guid);
   }
   int RegisterFocusable(ResourceController* c, Focusable* record, int, int) override {
     FakeController* fake = FromController(c);
