@@ -93,6 +93,9 @@ TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOut) {
       << out_;
   EXPECT_TRUE(Has("the sample plug-in passed over")) << out_;
   EXPECT_TRUE(Has("logged off again, every controller closed: yes")) << out_;
+  // Talks: a download's talk opened through the headless host, one removed by command.
+  EXPECT_TRUE(Has("listed: \"Downloaded : episode-12.mp3\"")) << out_;
+  EXPECT_TRUE(Has("command 29752 handled: yes")) << out_;
   EXPECT_TRUE(Has("All steps done.")) << out_;
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("data/demo.kdb")));
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("config/registry.sqlite3")));

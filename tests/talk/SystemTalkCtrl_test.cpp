@@ -124,12 +124,11 @@ TEST_F(TalkTest, NoticeActionsActAsTheDialogsButtonsAndPlainTalksShowOnlyClose) 
 
 TEST_F(TalkTest, AQuestionAnswersYesWithTheRecordAndNoWithObjectOne) {
   Focusable* file = File("q");
-  const intptr_t record = reinterpret_cast<intptr_t>(file);
   host_.QueueDialog({TestHost::Press(2)});
   Fire(kNotifyMaintenanceApproval, {file}, "Clean up?")->OpenFocusable();
   // The talk leaves the panels, then its removal tells them again.
   EXPECT_EQ(Heard(), "1037/1 1035/2 1035/2 ");  // the talk goes before the answer
-  EXPECT_EQ(files_->heard, "29999:" + std::to_string(record) + ": ");
+  EXPECT_EQ(files_->heard, "29999:" + std::to_string(reinterpret_cast<intptr_t>(file)) + ": ");
   files_->heard.clear();
   TalkItem* no = Fire(kNotifyMaintenanceApproval, {file, File("r")}, "Two?");
   panel_.onMessage = [this](unsigned m) {
@@ -137,12 +136,12 @@ TEST_F(TalkTest, AQuestionAnswersYesWithTheRecordAndNoWithObjectOne) {
   };
   no->OpenFocusable();  // headless: the third button, no
   EXPECT_EQ(files_->heard, "29999:1: removed removed ");
-  EXPECT_EQ(Count(), 0u);
   int check = 1;  // a given check value is the ask mode
   host_.QueueDialog({TestHost::PressWithCheck(2, 1)});
   EXPECT_EQ(CSystemTalkDlg::SystemAsk("Sure?", "Again", &check), 1);
-  EXPECT_EQ(check, 1);
-  EXPECT_EQ(host_.LastOf(TestHost::CallKind::kDoModal)->dialog.checkText, CString("Again"));
+  EXPECT_EQ(
+      host_.LastOf(TestHost::CallKind::kDoModal)->dialog.checkText.ToUtf8() + std::to_string(check),
+      "Again1");
   EXPECT_EQ(CSystemTalkDlg::SystemAsk("Sure?", "", nullptr), 0);
 }
 
@@ -164,9 +163,7 @@ TEST_F(TalkTest, ProgressTalksShowThePercentageAndGoWithTheirCommand) {
 TEST_F(TalkTest, ErrorsAreFiledByCodeAndEachGivesATalk) {
   SystemTalkCtrl::RegisterError(new ErrorMsg(21, "a"));
   SystemTalkCtrl::RegisterError(new ErrorMsg(21, "b"));
-  Talks()->LockResource();
   EXPECT_EQ(Talks()->GetRegisteredErrors(21)->size(), 2u);
-  Talks()->UnLockResource();
   EXPECT_EQ(Heard(), "1037/1 1037/1 ");
   EXPECT_EQ(static_cast<TalkItem*>(Talks()->GetFocusables()[2])->GetTalkTitle(),
             CString("Tidrel Error Report"));

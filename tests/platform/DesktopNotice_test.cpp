@@ -3,7 +3,7 @@
 // sends the button's command back; without a session bus nothing is shown.
 //
 // The notification service is the test's own (below), on the private bus of
-// `dbus-run-session`; the CTest entry talk.DesktopNoticesOnSessionBus runs
+// `dbus-run-session`; the CTest entry platform.DesktopNoticesOnSessionBus runs
 // this program so and sets KORDLL_TEST_PRIVATE_BUS. Run bare, the bus test
 // is skipped: a desktop's own service must not get test notices.
 #include <gtest/gtest.h>
@@ -32,14 +32,11 @@ namespace {
 const char kPath[] = "/org/freedesktop/Notifications";
 const char kName[] = "org.freedesktop.Notifications";
 const char kXml[] =
-    "<node><interface name='org.freedesktop.Notifications'>"
-    "<method name='Notify'><arg type='s'/><arg type='u'/><arg type='s'/><arg type='s'/>"
-    "<arg type='s'/><arg type='as'/><arg type='a{sv}'/><arg type='i'/>"
-    "<arg type='u' direction='out'/></method>"
-    "<method name='GetCapabilities'><arg type='as' direction='out'/></method>"
-    "<method name='CloseNotification'><arg type='u'/></method>"
-    "<method name='GetServerInformation'><arg type='s' direction='out'/>"
-    "<arg type='s' direction='out'/><arg type='s' direction='out'/>"
+    "<node><interface name='org.freedesktop.Notifications'><method name='Notify'><arg type='s'/>"
+    "<arg type='u'/><arg type='s'/><arg type='s'/><arg type='s'/><arg type='as'/><arg "
+    "type='a{sv}'/>"
+    "<arg type='i'/><arg type='u' direction='out'/></method><method name='GetServerInformation'>"
+    "<arg type='s' direction='out'/><arg type='s' direction='out'/><arg type='s' direction='out'/>"
     "<arg type='s' direction='out'/></method></interface></node>";
 
 // Owns the service's name on a connection of its own and notes each notice
@@ -77,10 +74,7 @@ class NoticeService {
                    GVariant* args, GDBusMethodInvocation* call, gpointer self_data) {
     auto* self = static_cast<NoticeService*>(self_data);
     const std::string name = method;
-    if (name == "GetCapabilities") {
-      const char* caps[] = {"actions", "body", nullptr};
-      g_dbus_method_invocation_return_value(call, g_variant_new("(^as)", caps));
-    } else if (name == "GetServerInformation") {
+    if (name == "GetServerInformation") {
       g_dbus_method_invocation_return_value(call, g_variant_new("(ssss)", "t", "t", "1", "1.2"));
     } else if (name == "Notify") {
       const char *summary, *body, **actions;
