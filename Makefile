@@ -33,11 +33,11 @@ demo: deps
 	@mkdir -p $(BUILD)/demo-root
 	KORDLL_ROOT=$(abspath $(BUILD)/demo-root) KORDLL_DEMO_PLUGINS=$(abspath $(BUILD)/release/examples/SampleReader) \
 	  $(BUILD)/release/kordll demo
-	@echo; echo "== The sample podcast reader: the typical event on the bundled podcast (examples/data/podcast)"
+	@echo; echo "== The sample podcast reader: the typical event on the bundled podcast, served on 127.0.0.1"
 	@rm -rf $(BUILD)/reader-demo-root
-	KORDLL_ROOT=$(abspath $(BUILD)/reader-demo-root) $(BUILD)/release/examples/SampleReader/kordll_sample_reader \
-	  add file://$(abspath examples/data/podcast/podcast.xml) + download 1 + talks open + downloads
-	@echo "The reader's data, profile and downloads are in $(abspath $(BUILD)/reader-demo-root)"
+	sh examples/data/podcast/run_with_server.sh $(abspath $(BUILD)/release/examples/SampleReader/kordll_sample_reader) \
+	  $(abspath $(BUILD)/reader-demo-root) add FEED + download 1 + talks open + downloads
+	@echo "The reader's profile, data and downloads are in $(abspath $(BUILD)/reader-demo-root)"
 
 test: deps
 	cmake -S . -B $(BUILD)/asan $(GENERATOR) $(LAUNCHER) -DCMAKE_BUILD_TYPE=Debug -DKORDLL_SANITIZE=address,undefined -DKORDLL_BENCH=OFF -DKORDLL_WERROR=ON

@@ -69,6 +69,7 @@
 #include "kordll/settings/Preferences.h"
 #include "kordll/settings/UserPlatformWiring.h"
 #include "kordll/toolkit/KorlanDateTime.h"
+#include "kordll/transfer/FileManagerCtrl.h"
 
 namespace {
 
@@ -300,6 +301,15 @@ int RunUserPlatform(kordll::CWinApp* app, const Options& options) {
   // is logged in: downloads of enclosures go through it.
   kordll_net::NetworkSide* network = kordll_net::NetworkSide::Start(kordll_net::NetworkOptions());
   std::cout << "Network side: " << (network != nullptr ? "ready" : "missing") << "\n";
+  // The download list (controller 14) keeps the entries of enclosures in the
+  // user's folder; the log-off closes it with the other controllers.
+  kordll::FileManagerCtrl* files = kordll::FileManagerCtrl::Start();
+  std::cout
+      << "Download list: "
+      << (files != nullptr
+              ? (CString("ready, files go to ") + kordll::Locations::GetDownloadFolder()).ToUtf8()
+              : std::string("missing"))
+      << "\n";
 
   const int status = options.command.empty()
                          ? ReadAndFilter(app, *platform, options.keyword, options.desktop)
@@ -311,6 +321,9 @@ int RunUserPlatform(kordll::CWinApp* app, const Options& options) {
   // 7. The log-off closes the posts controller first, the scheduler apart
   // from the rest, then every other controller, waiting (bounded) for them.
   platform->LogoffActiveUser();
+  // A closed download list goes on its own thread: wait for it (bounded) so
+  // that nothing of it runs past the shut-down.
+  if (files != nullptr) kordll::FileManagerCtrl::WaitUntilGone(10000);
   const bool closed = kordll::GlobalResourceCtrl::IsAllResourcesClosed(nullptr) != 0;
   std::cout << "\nLogged off: " << (closed ? "every controller closed" : "a controller was left")
             << "\n";

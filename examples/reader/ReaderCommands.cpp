@@ -19,10 +19,11 @@
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/Locations.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/RecordIds.h"
 #include "kordll/talk/SystemTalkCtrl.h"
 #include "kordll/talk/TalkItem.h"
 #include "kordll/toolkit/KorlanDateTime.h"
+#include "kordll/transfer/FileItem.h"
+#include "kordll/transfer/FileManagerCtrl.h"
 #include "kordll/transfer/FileRequest.h"
 
 namespace sample {
@@ -39,8 +40,6 @@ constexpr int kChannelRelation = 3;
 const char16_t kSection[] = u"SampleReader";
 const char16_t kAcceptKey[] = u"AcceptFilter";
 const char16_t kRejectKey[] = u"RejectFilter";
-// Where each downloaded enclosure went, by the GUID of its post.
-const char16_t kDownloadsSection[] = u"SampleReaderDownloads";
 
 std::string U8(const CString& text) { return text.ToUtf8(); }
 
@@ -121,6 +120,80 @@ bool Controllers(ResourceController** channels, ResourceController** posts, std:
 bool Store(ResourceController* ctrl, Focusable* record) {
   ctrl->AddFocusable(record);
   return !record->GetGUID().IsEmpty() && record->SaveFocusable() == 1;
+}
+
+// The download list, or null with the reason on err.
+kordll::FileManagerCtrl* DownloadList(std::ostream& err) {
+  kordll::FileManagerCtrl* files = kordll::FileManagerCtrl::GetFileManagerCtrl();
+  if (files == nullptr) err << "the download list is not running\n";
+  return files;
+}
+
+// The posts held that have an enclosure, in the order the posts controller
+// holds them: "download N" counts from 1 in this order.
+std::vector<Focusable*> Enclosed(ResourceController* posts) {
+  std::vector<Focusable*> enclosed;
+  for (Focusable* post : Held(posts)) {
+    if (!Field(post, 15).IsEmpty()) enclosed.push_back(post);
+  }
+  return enclosed;
+}
+
+CString EnclosureAddress(Focusable* post) {
+  const CString field = Field(post, 15);
+  const int bar = field.Find(u'|');
+  return bar < 0 ? field : field.Left(bar);
+}
+
+// The state of an entry in a few words, from its status word.
+std::string StateOf(kordll::FileItem* item) {
+  const int status = item->GetFocusableStatus();
+  if (status & kordll::kFileDownloading) return "downloading";
+  if (status & kordll::kFileDownloaded) return "on disk: " + U8(item->GetFileSavePath());
+  if (status & kordll::kFileNotFound) return "not found on the server";
+  if (status & (kordll::kFilePaused | kordll::kFilePausedToo)) return "paused";
+  if (status & kordll::kFileFailed) return "failed";
+  return "not downloaded";
+}
+
+// The titles of the talks standing.
+std::vector<CString> TalkTitles() {
+  std::vector<CString> titles;
+  if (kordll::SystemTalkCtrl* talks = kordll::SystemTalkCtrl::Acquire()) {
+    for (Focusable* record : Held(talks)) {
+      if (auto* talk = dynamic_cast<kordll::TalkItem*>(record))
+        titles.push_back(talk->GetTalkTitle());
+    }
+    talks->Release();
+  }
+  return titles;
+}
+
+// Tells the talks that came since `before` were standing.
+void TellNewTalks(const std::vector<CString>& before, std::ostream& out) {
+  for (const CString& title : TalkTitles()) {
+    if (std::find(before.begin(), before.end(), title) == before.end()) {
+      out << "talk fired: \"" << U8(title) << "\"\n";
+    }
+  }
+}
+
+// Hands the new posts to the download list, which makes an entry for each
+// enclosure it does not know yet (and a talk that tells of them).
+void MakeEntries(const std::vector<Focusable*>& fresh, std::ostream& out) {
+  kordll::FileManagerCtrl* files = kordll::FileManagerCtrl::GetFileManagerCtrl();
+  if (files == nullptr || fresh.empty()) return;
+  const std::vector<CString> talks = TalkTitles();
+  kordll::_struct_RESCTRLNOTIFMSG news;
+  news.focusables.assign(fresh.begin(), fresh.end());
+  files->InsertMsg(&news);
+  for (Focusable* post : fresh) {
+    const CString field = post->GetFieldString(15, 0);
+    const int bar = field.Find(u'|');
+    const CString address = bar < 0 ? field : field.Left(bar);
+    if (files->GetFileItem(address) != nullptr) out << "entry made: " << U8(address) << "\n";
+  }
+  TellNewTalks(talks, out);
 }
 
 // What one read of a feed did.
@@ -301,6 +374,7 @@ int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostr
   const bool accepting = StoredFilter(kAcceptKey, &accept);
   const bool rejecting = StoredFilter(kRejectKey, &reject);
   Counts done;
+  std::vector<Focusable*> fresh;  // new posts with an enclosure
   for (size_t i = 0; i < feed.items.size(); ++i) {
     const FeedItem& item = feed.items[i];
     err << "\rreading " << i + 1 << " of " << feed.items.size() << "\r" << std::flush;
@@ -332,7 +406,9 @@ int Refresh(const CString& address, bool subscribe, std::ostream& out, std::ostr
     }
     ++done.stored;
     out << "post stored: " << U8(post->GetGUID()) << " \"" << U8(item.title) << "\"\n";
+    if (!item.enclosure.IsEmpty()) fresh.push_back(post);
   }
+  MakeEntries(fresh, out);
   err << "\r                    \r" << std::flush;
   counts->stored += done.stored, counts->filtered += done.filtered, counts->known += done.known;
   return 1;
@@ -460,69 +536,34 @@ int Show(const std::string& guid, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
-// The posts held that have an enclosure, in the order the posts
-// controller holds them: "download N" counts from 1 in this order.
-std::vector<Focusable*> Enclosed(ResourceController* posts) {
-  std::vector<Focusable*> enclosed;
-  for (Focusable* post : Held(posts)) {
-    if (!Field(post, 15).IsEmpty()) enclosed.push_back(post);
-  }
-  return enclosed;
-}
-
-CString EnclosureAddress(Focusable* post) {
-  const CString field = Field(post, 15);
-  const int bar = field.Find(u'|');
-  return bar < 0 ? field : field.Left(bar);
-}
-
-// Where the enclosure of the post went, kept in the profile by the post's
-// GUID; "" when it was never downloaded or the file is gone.
-CString SavedFile(Focusable* post) {
-  const CString path = kordll::AfxGetApp()->GetProfileString(kDownloadsSection, post->GetGUID());
-  return !path.IsEmpty() && kordll::FileSystem::IsFile(path) ? path : CString();
-}
-
 int Downloads(std::ostream& out, std::ostream& err) {
   ResourceController *channels, *posts;
   if (!Controllers(&channels, &posts, err)) return 1;
+  kordll::FileManagerCtrl* files = DownloadList(err);
+  if (files == nullptr) return 1;
   const std::vector<Focusable*> enclosed = Enclosed(posts);
   int saved = 0;
   for (size_t i = 0; i < enclosed.size(); ++i) {
-    const CString path = SavedFile(enclosed[i]);
-    saved += path.IsEmpty() ? 0 : 1;
+    const CString address = EnclosureAddress(enclosed[i]);
+    kordll::FileItem* item = files->GetFileItem(address);
+    saved += item != nullptr && (item->GetFocusableStatus() & kordll::kFileDownloaded) ? 1 : 0;
     out << i + 1 << "\t" << U8(enclosed[i]->GetGUID()) << "\t" << U8(Field(enclosed[i], 4)) << "\t"
-        << U8(EnclosureAddress(enclosed[i])) << "\t"
-        << (path.IsEmpty() ? std::string("not downloaded") : "on disk: " + U8(path)) << "\n";
+        << U8(address) << "\t" << (item != nullptr ? StateOf(item) : std::string("no entry"))
+        << "\n";
   }
   out << enclosed.size() << " enclosure(s), " << saved << " on disk in "
       << U8(kordll::Locations::GetDownloadFolder()) << "\n";
   return 0;
 }
 
-// Tells the user through a talk that the file of the post is on disk. The
-// talk holds a file record of its own (never stored) until it goes.
-void TellDownloaded(const CString& name, const CString& title, std::ostream& out) {
-  if (kordll::SystemTalkCtrl::Get() == nullptr) {
-    out << "no talk controller: nobody is told\n";
-    return;
-  }
-  auto* file = new Focusable(kordll::kRelationFile, nullptr);
-  file->SetSavable(0);
-  file->SetValueStr(kordll::kFileFieldTitle, name, 1);
-  file->Reserve();
-  kordll::_struct_RESCTRLNOTIFMSG news;
-  news.kind = kordll::kNotifyDownloadFinished;
-  news.text = title + CString(" is on disk.");
-  news.focusables.push_back(file);
-  kordll::TalkItem* talk = kordll::SystemTalkCtrl::FireNotification(&news, 0);
-  if (talk != nullptr) out << "talk fired: \"" << U8(talk->GetTalkTitle()) << "\"\n";
-  file->Release();  // the talk holds it now, if one was made
-}
-
+// Starts the download of enclosure N through the download list, which
+// hands it to the network side, and waits until the entry tells how it
+// ended.
 int Download(const std::string& number, std::ostream& out, std::ostream& err) {
   ResourceController *channels, *posts;
   if (!Controllers(&channels, &posts, err)) return 1;
+  kordll::FileManagerCtrl* files = DownloadList(err);
+  if (files == nullptr) return 1;
   const std::vector<Focusable*> enclosed = Enclosed(posts);
   char* end = nullptr;
   const long n = std::strtol(number.c_str(), &end, 10);
@@ -531,28 +572,55 @@ int Download(const std::string& number, std::ostream& out, std::ostream& err) {
         << "\n";
     return 2;
   }
-  Focusable* post = enclosed[n - 1];
-  const CString address = EnclosureAddress(post);
-  const std::string url = U8(address);
-  const CString folder = kordll::Locations::GetDownloadFolder();
-  CString saved;
-  if (url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0) {
-    if (!Fetch(url, folder, CString(), &saved, err)) return 1;
-  } else {
-    // A file address is copied, under the last part of its name.
-    const CString path = url.rfind("file://", 0) == 0 ? CString::FromUtf8(url.substr(7)) : address;
-    saved = folder + CString("/") +
-            kordll::Locations::SafeDownloadFileName(path.Mid(path.ReverseFind(u'/') + 1));
-    kordll::FileSystem::CreateDirectoryTree(folder);
-    if (!kordll::FileSystem::IsFile(path) || kordll::FileSystem::CopyFile(path, saved, 0) != 1) {
-      err << "cannot reach " << url << ": no file at " << U8(path) << "\n";
-      return 1;
-    }
+  const CString url = EnclosureAddress(enclosed[n - 1]);
+  if (files->GetFileItem(url) == nullptr) MakeEntries({enclosed[n - 1]}, out);
+  kordll::FileItem* item = files->GetFileItem(url);
+  if (item == nullptr) {
+    err << "the download list made no entry for " << U8(url) << "\n";
+    return 1;
   }
-  kordll::AfxGetApp()->WriteProfileString(kDownloadsSection, post->GetGUID(), saved);
-  out << "download finished: " << U8(Field(post, 4)) << " -> " << U8(saved) << " ("
-      << kordll::FileSystem::GetFileSize(saved) << " bytes)\n";
-  TellDownloaded(kordll::Locations::GetFileName(saved), Field(post, 4), out);
+  const std::vector<CString> talks = TalkTitles();
+  // The network side saves into the download folder; it has to exist.
+  kordll::FileSystem::CreateDirectoryTree(kordll::Locations::GetDownloadFolder());
+  kordll::PANELVIEWMESSAGE message;
+  message.message = kordll::kCommandDownloadFile;
+  message.focusable = item;
+  int result = 0;
+  if (kordll::GlobalResourceCtrl::InterpretGUICommand(&message, &result) == 0) {
+    err << "the download list did not take the download of " << U8(url) << "\n";
+    return 1;
+  }
+  // The network side gives up on a transfer that stalls, so every download
+  // ends; the bound below is only for a machine that hangs.
+  const int ended = kordll::kFileDownloaded | kordll::kFileFailed | kordll::kFileNotFound |
+                    kordll::kFilePaused | kordll::kFilePausedToo;
+  const int64_t until = kordll::Clock::MonotonicMillis() + 60 * 60 * 1000;
+  int status = 0;
+  for (;;) {
+    item = files->GetFileItem(url);
+    status = item != nullptr ? item->GetFocusableStatus() : 0;
+    if (item == nullptr || ((status & ended) && !(status & kordll::kFileDownloading))) break;
+    if (kordll::Clock::MonotonicMillis() > until) break;
+    err << "\rdownloading " << item->GetFieldInt(kordll::kFileFieldDownloaded) << " bytes\r"
+        << std::flush;
+    kordll::Clock::SleepMillis(20);
+  }
+  err << "\r                                        \r" << std::flush;
+  if (item == nullptr || !(status & kordll::kFileDownloaded)) {
+    err << "cannot reach " << U8(url) << ": "
+        << (item == nullptr ? std::string("the entry went away") : StateOf(item)) << "\n";
+    return 1;
+  }
+  const CString path = item->GetFileSavePath();
+  out << "download finished: " << U8(Field(enclosed[n - 1], 4)) << " -> " << U8(path) << " ("
+      << kordll::FileSystem::GetFileSize(path) << " bytes)\n";
+  // The list fires its talk once it has left its lock, just after the
+  // entry changed.
+  for (int64_t wait = kordll::Clock::MonotonicMillis() + 5000;
+       TalkTitles().size() <= talks.size() && kordll::Clock::MonotonicMillis() < wait;) {
+    kordll::Clock::SleepMillis(10);
+  }
+  TellNewTalks(talks, out);
   return 0;
 }
 

@@ -1,10 +1,11 @@
 // ReaderCommands: what the sample reader does for a person at the command
 // line, over the controllers its plug-in made (channels, id 7; posts, id 3).
 //
-//   add URL        reads the feed at URL (a file address "file:///..." or a
-//                  path; web addresses need the network side), stores the
-//                  channel once and every post not stored yet that passes
-//                  the user's filters
+//   add URL        reads the feed at URL (a web address, through the
+//                  network side; a file address "file:///..." or a path),
+//                  stores the channel once and every post not stored yet
+//                  that passes the user's filters; the download list makes
+//                  an entry for each enclosure of those posts
 //   update         reads every channel's feed again: new posts that pass
 //                  the filters are stored, the known ones are not stored
 //                  twice
@@ -13,12 +14,11 @@
 //                  scheduler until MINUTES have passed on the clock
 //   list [WORD]    the stored posts, or those holding WORD in any field
 //   show GUID      one post or channel, field by field
-//   downloads      the enclosures of the stored posts, numbered, with the
-//                  file each went to
-//   download N     brings enclosure N into the download folder (web
-//                  addresses through the network side, file addresses
-//                  copied), keeps where it went in the profile, and tells
-//                  the user with a talk "Downloaded : <file>"
+//   downloads      the enclosures of the stored posts, numbered, each with
+//                  the state of its entry in the download list
+//   download N     downloads enclosure N: the download list hands it to the
+//                  network side and records how it ended; the list's talk
+//                  "Downloaded : <title>" tells the user
 //   talks [open]   the talks of this run; with open, each is opened as the
 //                  user would, and the host's answer removes it
 //   filters [accept WORD | reject WORD | clear]
