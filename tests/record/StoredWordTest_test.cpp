@@ -24,21 +24,17 @@ class StoredWordTestTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(root_.ok());
     tmpl_.AddField(0, 20, 4, "", "guid", 0, 0);
-    tmpl_.AddField(1, 10, 0, "", "status", 0, 0);
     tmpl_.AddField(4, 30, 4, "", "title", 0, 0);
     tmpl_.AddField(5, 30, 4, "", "author", 0, 0);
     RelationsEntryPoints::SetTemplate(4, &tmpl_);
     AZeusDB db(root_.root(), "words", 10, 0);
-    std::vector<Focusable*> batch;
     for (size_t i = 0; i < kTitles.size(); ++i) {
-      auto* r = new Focusable(4, nullptr);
-      r->SetValueStr(0, CString(std::to_string(i).c_str()), 1);
-      r->SetValueStr(4, CString(kTitles[i]), 1);
-      r->SetValueStr(5, CString(i == 1 ? "by the Harbour" : "anon"), 1);
-      batch.push_back(r);
+      Focusable r(4, nullptr);
+      r.SetValueStr(0, CString(std::to_string(i).c_str()), 1);
+      r.SetValueStr(4, CString(kTitles[i]), 1);
+      r.SetValueStr(5, CString(i == 1 ? "by the Harbour" : "anon"), 1);
+      ASSERT_EQ(1, db.writeFocusableSlot(&r, nullptr, nullptr));
     }
-    ASSERT_EQ(1, db.writeFocusablesSlot(&batch, nullptr, nullptr));
-    for (Focusable* r : batch) delete r;
   }
   void TearDown() override { RelationsEntryPoints::ClearTemplates(); }
 

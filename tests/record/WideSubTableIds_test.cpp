@@ -39,7 +39,7 @@ class WideSubTableIdsTest : public ::testing::Test {
   // one sub-table of the given id); their slots, -1 for those not saved.
   std::vector<int> Save(int count, int* result, int id = -1) {
     if (id != -1) {
-      std::vector<int> first = Save(1, result);
+      Save(1, result);
       std::string bytes = Bytes();
       std::string line = "[" + std::to_string(id) + bytes.substr(1002, 40);
       line.resize(42);
@@ -59,9 +59,7 @@ class WideSubTableIdsTest : public ::testing::Test {
     std::vector<int> slots;
     for (Focusable* r : batch) {
       slots.push_back(r->GetDBSlotIndex());
-      if (slots.back() == -1) {
-        EXPECT_TRUE(r->IsItemChanged(1, 1));
-      }
+      EXPECT_TRUE(slots.back() != -1 || r->IsItemChanged(1, 1));  // kept to save
     }
     return slots;
   }
