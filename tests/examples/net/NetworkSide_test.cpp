@@ -36,15 +36,20 @@ class ReplyThread : public CWinThread {
  public:
   int OnThreadMessage(unsigned message, intptr_t, intptr_t lParam) override {
     auto* r = reinterpret_cast<FileRequest*>(lParam);
-    Report report{message,
-                  r->httpStatus,
-                  r->totalSize,
-                  r->receivedSize,
-                  r->GetHTTPStatusString(),
-                  r->statusText,
-                  r->responseDate,
-                  r->GetFullFilePath2Save()};
-    if (message != kMsgDownloadResumed) r->Release();
+    Report report;
+    report.message = message;
+    // A resumed request goes on at once: only its address may be read then.
+    if (message != kMsgDownloadResumed) {
+      report = Report{message,
+                      r->httpStatus,
+                      r->totalSize,
+                      r->receivedSize,
+                      r->GetHTTPStatusString(),
+                      r->statusText,
+                      r->responseDate,
+                      r->GetFullFilePath2Save()};
+      r->Release();
+    }
     std::lock_guard<std::mutex> hold(mu_);
     reports_.push_back(report);
     cv_.notify_all();
