@@ -90,8 +90,26 @@ int FileManagerCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int* result)
     }
     return 1;
   }
-  auto* item = dynamic_cast<FileItem*>(message->focusable);
-  if (item == nullptr || item->GetFocusableRelation() != kFileRelation) return 1;
+  Focusable* record = message->focusable;
+  if (record == nullptr || record->GetFocusableRelation() != kFileRelation) return 1;
+  auto* item = dynamic_cast<FileItem*>(record);
+  FileItem* copy = nullptr;
+  if (item == nullptr) {
+    // A file record of another class: the list's entry of that address, or
+    // else a file entry made from it, which the command may enter.
+    LockResource();
+    item = dynamic_cast<FileItem*>(CheckFocusable(record->GetGUID(), 0));
+    if (item == nullptr) {
+      item =
+          dynamic_cast<FileItem*>(CheckFocusable(KorlanHTMLCtrl::URLDecode(record->GetGUID()), 0));
+    }
+    UnLockResource();
+    if (item == nullptr) {
+      copy = item = new FileItem();
+      copy->CopyFocusable(record, 1);
+      copy->SetFullyLoaded(1);
+    }
+  }
   // Held for the length of the command, which may let go of it; a record
   // nobody holds is the caller's and lives through the call anyway.
   const bool held = item->IsInUse() != 0;
@@ -143,6 +161,12 @@ int FileManagerCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int* result)
       break;
   }
   if (held) item->Release();
+  if (copy != nullptr) {
+    LockResource();
+    const bool entered = CheckFocusable(copy->GetGUID(), 0) == copy;
+    UnLockResource();
+    if (!entered) delete copy;  // the command did not enter it
+  }
   return 1;
 }
 

@@ -114,8 +114,15 @@ TEST_F(FileCommandsTest, FilesAndEntriesAreDeletedCancelledAndExported) {
   Command(kCommandDeleteFileAndEntry, Item("http://h/b.mp3"));
   EXPECT_EQ(nullptr, Item("http://h/b.mp3"));
   EXPECT_TRUE(FileSystem::Exists(Download("b.mp3")));
+  // A file record of another class is entered as a file entry when started.
+  Focusable plain(kFileRelation, nullptr);
+  plain.SetGUID("http://h/plain%20x.mp3"), plain.SetFocusableStatus(kFileEntryOnly);
+  Command(kCommandDownloadFile, &plain);
+  EXPECT_EQ(kFileDownloading, Status("http://h/plain x.mp3"));
+  net_->requests.back()->SendRequest(kMsgDownloadAborted, 0);
+  Command(kCommandKeepAsFileEntry, &plain);
   Close(), Open();
-  EXPECT_EQ(1u, ctrl_->GetFocusables().size());
+  EXPECT_EQ(2u, ctrl_->GetFocusables().size());
 }
 
 TEST_F(FileCommandsTest, StoredNamesNeverReachOutsideTheDownloadFolder) {
