@@ -88,6 +88,11 @@
 #include "kordll/talk/SystemTalkCtrl.h"
 #include "kordll/talk/TalkItem.h"
 
+// File transfer: requests for the network side, the download list.
+#include "kordll/transfer/FileItem.h"
+#include "kordll/transfer/FileManagerCtrl.h"
+#include "kordll/transfer/FileRequest.h"
+
 // Text, time and XML tools.
 #include "kordll/toolkit/CFileFinder.h"
 #include "kordll/toolkit/CPath.h"
