@@ -160,16 +160,13 @@ TEST_F(TalkTest, ProgressTalksShowThePercentageAndGoWithTheirCommand) {
   EXPECT_EQ(Talks()->GetProgressTalk(progress), nullptr);
 }
 
-TEST_F(TalkTest, ErrorsAreFiledByCodeAndEachGivesATalk) {
+TEST_F(TalkTest, ErrorsGiveTalksAndLogOffEmptiesTheListReleasingTheRecordsOnce) {
   SystemTalkCtrl::RegisterError(new ErrorMsg(21, "a"));
   SystemTalkCtrl::RegisterError(new ErrorMsg(21, "b"));
   EXPECT_EQ(Talks()->GetRegisteredErrors(21)->size(), 2u);
   EXPECT_EQ(Heard(), "1037/1 1037/1 ");
   EXPECT_EQ(static_cast<TalkItem*>(Talks()->GetFocusables()[2])->GetTalkTitle(),
             CString("Tidrel Error Report"));
-}
-
-TEST_F(TalkTest, LogOffEmptiesTheListAndReleasesTheRecordsOnce) {
   Focusable* file = File("x");
   Fire(kNotifyDownloadApproval, {file});
   SystemTalkCtrl::FireProgressNotification("Scan");
