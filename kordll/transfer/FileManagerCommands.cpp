@@ -307,7 +307,9 @@ void FileManagerCtrl::StartDownload(FileItem* item) {
   request->isFileTransfer = 1;
   request->Reserve();
   entry->ReSetFocusableStatus(kFileDownloading, kFileEntryOnly | kFileFailed | kFilePaused);
+  LockResource();
   Save(entry);
+  UnLockResource();
   PANELVIEWMESSAGE offer;
   offer.message = kCommandStartTransfer;
   offer.object = reinterpret_cast<intptr_t>(request);

@@ -134,8 +134,9 @@ void FileManagerCtrl::LoadDB() {
     auto* db = new AZeusDB(GetRunningPath(), GetRunningFile(), 20, 0);
     if (GlobalResourceCtrl::RegisterDBCtrl(db, this) != 0) {
       db_ = db;
+      dbID_ = db->GetDBID();
       // Without an application object the registry does not keep it.
-      ownsDB_ = GlobalResourceCtrl::GetDBCtrl(db->GetDBID()) != db;
+      ownsDB_ = GlobalResourceCtrl::GetDBCtrl(dbID_) != db;
     } else {
       delete db;
     }
@@ -163,11 +164,22 @@ int FileManagerCtrl::LetGo(Focusable* record) {
   return DeRegisterFocusable(record, nullptr, 0);
 }
 
+bool FileManagerCtrl::DBUsable() {
+  if (db_ == nullptr) return false;
+  if (ownsDB_) return true;
+  // The registry deletes the databases at log-off; a list that outlives the
+  // log-off (a download still running) must not write to a database that
+  // is gone, nor to the one a new log-in opened in its place.
+  return GlobalResourceCtrl::AreDBsCleared() == 0 && GlobalResourceCtrl::GetDBCtrl(dbID_) == db_;
+}
+
 void FileManagerCtrl::Save(Focusable* record) {
-  // After log-off has cleared the databases a record has nowhere to go.
-  if (record == nullptr || GlobalResourceCtrl::AreDBsCleared() != 0) return;
-  if (record->GetDB() == nullptr) return;
-  record->SaveFocusable();
+  if (record == nullptr) return;
+  if (!DBUsable()) {
+    record->SetDB(nullptr);  // nor when it is let go
+    return;
+  }
+  if (record->GetDB() != nullptr) record->SaveFocusable();
 }
 
 void FileManagerCtrl::Tell(unsigned message, int kind, Focusable* record) {
@@ -364,7 +376,7 @@ int FileManagerCtrl::InsertFiles(_struct_RESCTRLNOTIFMSG* message) {
       if (gone != 0) records.erase(records.begin() + static_cast<long>(i--));
     }
   }
-  if (!toWrite.empty() && db_ != nullptr && GlobalResourceCtrl::AreDBsCleared() == 0) {
+  if (!toWrite.empty() && DBUsable()) {
     DBTaskItem task;
     task.allFields = 1;
     db_->writeFocusablesSlot(&toWrite, nullptr, &task);
@@ -412,8 +424,7 @@ void FileManagerCtrl::UpdateMsg(_struct_RESCTRLNOTIFMSG* message) {
       Focusable::GetRemovedStatus(record->GetFocusableStatus(), message->setStatus, added, removed);
       record->ReSetFocusableStatus(added, removed);
     }
-    if (record->IsSavable() && record->NeedToSave() && db_ != nullptr &&
-        GlobalResourceCtrl::AreDBsCleared() == 0) {
+    if (record->IsSavable() && record->NeedToSave() && DBUsable()) {
       db_->writeFocusableSlot(record, nullptr, nullptr);
     }
     record->Reserve();  // kept for the panels, below
@@ -439,7 +450,7 @@ void FileManagerCtrl::DeleteMsg(_struct_RESCTRLNOTIFMSG* message) {
     // Held until the panels have heard of it: letting go may end it.
     // A record nobody holds is the caller's, alive for the whole call.
     if (record->IsInUse() != 0) record->Reserve(), reserved.push_back(record);
-    if (db_ != nullptr && GlobalResourceCtrl::AreDBsCleared() == 0) record->DeleteFocusable();
+    if (DBUsable()) record->DeleteFocusable();
     record->ReSetFocusableStatus(kFileDeleted, 0);
     LetGo(record);
     if (dynamic_cast<FocusableLink*>(record) == nullptr && record->IsFocusableDeleted() == 0) {
@@ -665,7 +676,13 @@ void FileManagerCtrl::ReleaseOwnReference() {
 // --- Closing and questions ----------------------------------------------------------
 
 void FileManagerCtrl::CloseResourceCtrl() {
+  // Held for the call: the last running download may end meanwhile, on the
+  // list's thread, and let go of the list.
+  ResourceController::Reserve();
+  // The closed mark is read by the reports under the lock.
+  LockResource();
   ResourceController::CloseResourceCtrl();
+  UnLockResource();
   // The panels let go now; a running download keeps the object, not its
   // place in the registry.
   GlobalResourceCtrl::DeRegisterResourceCtrl(this);
@@ -678,6 +695,7 @@ void FileManagerCtrl::CloseResourceCtrl() {
   const bool empty = data_ == nullptr || data_->focusables.empty();
   UnLockResource();
   if (empty) ReleaseOwnReference();
+  ResourceController::Release();
 }
 
 void FileManagerCtrl::GetFocusables_wFilter(CArray<Focusable*, Focusable*>* out, ContentFilter*) {

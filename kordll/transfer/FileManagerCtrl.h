@@ -152,7 +152,10 @@ class FileManagerCtrl : public CWinThread, public ResourceController {
  private:
   // The item of the request's address, or null. REQUIRES: the lock.
   FileItem* ItemOf(FileRequest* request);
-  // Saves the record unless the databases are already gone.
+  // Whether the list's database may be written. REQUIRES: the lock.
+  bool DBUsable();
+  // Saves the record; when the database may not be written, the record
+  // forgets it instead. REQUIRES: the lock.
   void Save(Focusable* record);
   // Enters a record (and reserves it). REQUIRES: the lock.
   bool Hold(Focusable* record, int allowEmptySlot);
@@ -184,6 +187,7 @@ class FileManagerCtrl : public CWinThread, public ResourceController {
   void ShowInMainPanel(int message, Focusable* record, int rcID, int param);
 
   AZeusDB* db_ = nullptr;  // the registry's once registered, else owned
+  int dbID_ = -1;
   bool ownsDB_ = false;
   std::atomic<bool> ownReferenceDropped_{false};
 };

@@ -155,5 +155,23 @@ TEST_F(FileManagerTest, ALastDownloadAfterClosingStillSavesAndEndsTheList) {
   for (Focusable* p : news.focusables) p->Release();
 }
 
+TEST_F(FileManagerTest, ADownloadEndingAfterALogOffAndNewLogInLeavesTheNewDatabasesAlone) {
+  Focusable* post = Post("http://h/slow.bin", "Slow");
+  _struct_RESCTRLNOTIFMSG news;
+  news.focusables = {post};
+  ctrl_->InsertMsg(&news);
+  Command(kCommandDownloadFile, Item("http://h/slow.bin"));
+  ASSERT_EQ(1u, net_->requests.size());
+  ctrl_ = nullptr;  // the log-off closes it; the download keeps it
+  GlobalResourceCtrl::SetGlobalResourceClosed(1);
+  GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
+  GlobalResourceCtrl::InitializeGlobalResourceCtrl();
+  Open();
+  Reply(net_->requests[0], kMsgDownloadFinished, 200, 3, 3);
+  EXPECT_EQ(1, FileManagerCtrl::WaitUntilGone(0) == 0);  // the new list stands
+  Close(false);
+  post->Release();
+}
+
 }  // namespace
 }  // namespace kordll
