@@ -184,14 +184,21 @@ void MakeEntries(const std::vector<Focusable*>& fresh, std::ostream& out) {
   kordll::FileManagerCtrl* files = kordll::FileManagerCtrl::GetFileManagerCtrl();
   if (files == nullptr || fresh.empty()) return;
   const std::vector<CString> talks = TalkTitles();
+  // The list reads the enclosure of each post: their bodies are brought in
+  // (which reserves them) for the time of the news.
   kordll::_struct_RESCTRLNOTIFMSG news;
-  news.focusables.assign(fresh.begin(), fresh.end());
-  files->InsertMsg(&news);
   for (Focusable* post : fresh) {
+    if (post->IsFullyLoaded(1) != 0 || post->LoadFocusable(nullptr) != 0) {
+      news.focusables.push_back(post);
+    }
+  }
+  files->InsertMsg(&news);
+  for (Focusable* post : news.focusables) {
     const CString field = post->GetFieldString(15, 0);
     const int bar = field.Find(u'|');
     const CString address = bar < 0 ? field : field.Left(bar);
     if (files->GetFileItem(address) != nullptr) out << "entry made: " << U8(address) << "\n";
+    post->Release();
   }
   TellNewTalks(talks, out);
 }
@@ -601,7 +608,8 @@ int Download(const std::string& number, std::ostream& out, std::ostream& err) {
     status = item != nullptr ? item->GetFocusableStatus() : 0;
     if (item == nullptr || ((status & ended) && !(status & kordll::kFileDownloading))) break;
     if (kordll::Clock::MonotonicMillis() > until) break;
-    err << "\rdownloading " << item->GetFieldInt(kordll::kFileFieldDownloaded) << " bytes\r"
+    const int received = item->GetFieldInt(kordll::kFileFieldDownloaded);
+    err << "\rdownloading " << (received > 0 ? std::to_string(received) + " bytes" : "") << "\r"
         << std::flush;
     kordll::Clock::SleepMillis(20);
   }
