@@ -89,6 +89,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const CString path = item->GetFileSavePath();
     Check(path.IsEmpty() || Locations::IsPathInside(Locations::GetDownloadFolder(), path));
     item->SetFileName(url);
+    const CString stored = item->GetFileSavePath();
+    Check(stored.IsEmpty() || Locations::IsPathInside(Locations::GetDownloadFolder(), stored));
     Command(kCommandDeleteFileOnly, item);
     Command(kCommandCancelDownload, item);
     Command(kCommandDeleteFileAndEntry, item);
