@@ -23,12 +23,12 @@ TrashItem::TrashItem(Focusable* source) : Focusable(-1, nullptr) {
   ReSetFocusableStatus(kStatusTrashed, 0);
   trashedDate_ = Clock::Now();
   AZeusDB* db = source->GetDB();
-  rescueDBID_ = static_cast<int16_t>(db != nullptr ? db->GetDBID() : -1);
+  rescueDBID_ = db != nullptr ? db->GetDBID() : -1;
   sourceGUID_ = source->GetGUID();
   sourceGUID_.Replace(kBar, kEscapedBar);
   Focusable::SetGUID(CString::Formatted(CString(u"%s|%s|%d"), sourceGUID_,
                                         KorlanDateTime::DateTimeToSimpleString(trashedDate_, 0),
-                                        static_cast<int>(rescueDBID_)));
+                                        rescueDBID_));
 }
 
 TrashItem::TrashItem(const TrashItem& other)
@@ -75,7 +75,7 @@ void TrashItem::LoadGUID() {
   trashedDate_ = KorlanDateTime::StringToDateTime(piece, 0);
   piece = composite.Tokenize(kBar, start);
   if (start == -1) return;
-  rescueDBID_ = static_cast<int16_t>(_wtoi(piece));
+  rescueDBID_ = _wtoi(piece);
 }
 
 CString TrashItem::GetTrashItemTitle() {

@@ -9,9 +9,8 @@
 // "|"; a source GUID that already holds the literal "&898989;" therefore
 // comes back with a "|" in its place.
 //
-// The database id is kept in 16 bits, as the bin stores it: an id beyond
-// -32768..32767 (or a text beyond the int range, read as the int limit)
-// wraps.
+// The database id is kept whole as an int, and written as its decimal text;
+// a text beyond the int range reads as the int limit.
 //
 // Which records go to the bin, and when it is emptied, is the applications'
 // choice; so is putting a rescued record back into its controller and
@@ -21,8 +20,6 @@
 
 #ifndef KORDLL_CONTROL_TRASHITEM_H_
 #define KORDLL_CONTROL_TRASHITEM_H_
-
-#include <cstdint>
 
 #include "kordll/platform/COleDateTime.h"
 #include "kordll/platform/CString.h"
@@ -75,7 +72,7 @@ class TrashItem : public Focusable {
 
  private:
   COleDateTime trashedDate_;
-  int16_t rescueDBID_ = 0;
+  int rescueDBID_ = 0;
   CString sourceGUID_;  // empty: not unpacked yet
 };
 

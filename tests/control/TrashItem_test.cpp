@@ -5,6 +5,8 @@
 #include <memory>
 
 #include "kordll/platform/Clock.h"
+#include "kordll/record/AZeusDB.h"
+#include "tests/support/TempRoot.h"
 
 namespace kordll {
 namespace {
@@ -49,10 +51,22 @@ TEST(TrashItemTest, DamagedGuidTextsLeaveWhatTheyCannotSay) {
   EXPECT_EQ(one->GetTrashedDate(), COleDateTime());
   auto bars = Stored("||a|||junk|99999999999999|more");
   EXPECT_NE(bars->GetTrashedDate().GetStatus(), COleDateTime::valid);
-  // The number read as INT_MAX and kept in 16 bits.
-  EXPECT_EQ(bars->GetGUID() + S::Formatted("%d", bars->GetRescueDBID()), S("a-1"));
+  // A number beyond the int range reads as the int limit.
+  EXPECT_EQ(bars->GetGUID() + S::Formatted("%d", bars->GetRescueDBID()), S("a2147483647"));
   EXPECT_EQ(Stored("|||")->GetGUID(), S());
-  EXPECT_EQ(Stored("g|d|70000")->GetRescueDBID(), 4464);
+}
+
+TEST(TrashItemTest, DatabaseIdsBeyondSixteenBitsSurviveTheBin) {
+  ScopedManualClock clock(2024, 3, 5, 10, 30, 0);
+  test::TempRoot root;
+  AZeusDB db(root.DataRoot(), CString("posts"), 0, 0);
+  db.SetDBID(70000, 0);
+  Focusable post(4, &db);
+  post.SetGUID("g");
+  TrashItem trash(&post);
+  EXPECT_EQ(trash.Focusable::GetGUID(), S("g|03/05/24@10:30|70000"));
+  EXPECT_EQ(Stored(trash.Focusable::GetGUID())->GetRescueDBID(), 70000);
+  EXPECT_EQ(TrashItem(trash).GetRescueDBID(), 70000);
 }
 
 }  // namespace
