@@ -230,9 +230,9 @@ void TalkItem::AnswerQuestion(bool yes) {
   Held hold(about);
   if (yes) {
     Remove();
-    SendCommand(message.command, about, message.object);
+    SendCommand(message.command, about, 0);
   } else {
-    // The receiver reads object 1 as "no".
+    // The receiver reads object 0 as "yes" and 1 as "no".
     SendCommand(message.command, about, 1);
     Remove();
   }

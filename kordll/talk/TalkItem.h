@@ -68,8 +68,8 @@ class TalkItem : public Focusable {
   // keeps them for the talk (a progress report stays: the talk holds it).
   void ForgetRecords();
   // Answers a question talk (kind 5): with yes the talk goes first and the
-  // command follows with the record; with no the command goes with object
-  // 1 and the talk goes after it.
+  // command follows with the record in focusable and object 0; with no the
+  // command goes with object 1 and the talk goes after it.
   void AnswerQuestion(bool yes);
 
  private:
