@@ -19,6 +19,12 @@ CString JoinPath(const CString& directory, const CString& name) {
   return directory + CString(u"//") + name;
 }
 
+// A container needs both a folder and a name: without a folder, "//" + name
+// would name a file at the top of the file system.
+bool HasContainerPath(const CString& directory, const CString& name) {
+  return !directory.IsEmpty() && !name.IsEmpty();
+}
+
 // The text of a record: little-endian 16-bit units up to the first NUL or
 // the end of the bytes (an odd last byte is the low half of a unit whose
 // high half is the cleared buffer's zero).
@@ -76,7 +82,8 @@ int SkinFile::ParseSkinFile(CString fileName, CString directory) {
 int SkinFile::ParseSkinFile(CString fileName, CString directory, SkinParseReport* report) {
   if (report != nullptr) *report = SkinParseReport();
   WinFile file;
-  if (!file.Open(JoinPath(directory, fileName), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING)) {
+  if (!HasContainerPath(directory, fileName) ||
+      !file.Open(JoinPath(directory, fileName), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING)) {
     return Refuse(report, -1, CString(u"the file cannot be opened"));
   }
   const int64_t file_size = file.GetFileSize();
@@ -147,6 +154,7 @@ int SkinFile::ParseSkinFile(CString fileName, CString directory, SkinParseReport
 }
 
 void SkinFile::FlushSkin() {
+  if (!HasContainerPath(directory_, file_name_)) return;
   // Every record is made before the file is touched, so that a text that
   // does not fit leaves an existing container as it was.
   std::vector<uint8_t> header;

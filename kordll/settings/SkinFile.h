@@ -63,7 +63,8 @@ class SkinFile {
   // failed parse leaves what it stored so far (header texts, entries read
   // before the failure) until ClearSkin. An entry whose size is not positive
   // or exceeds what is left of the file is refused (0), so that no size
-  // taken from a file allocates more than the file holds.
+  // taken from a file allocates more than the file holds. An empty folder or
+  // name names no container (0).
   int ParseSkinFile(CString fileName, CString directory);
   // The same, telling why it refused and where (report may be null).
   int ParseSkinFile(CString fileName, CString directory, SkinParseReport* report);
@@ -74,7 +75,8 @@ class SkinFile {
   // cleared whole before its text is put in. If the header text or an entry
   // record does not fit its record (a NUL must follow the text), nothing is
   // written and an existing file stays as it was; if the file cannot be
-  // created, nothing happens.
+  // created (an empty folder or file name among the reasons), nothing
+  // happens.
   void FlushSkin();
 
   // Writes the entry's bytes to directory + "//" + entryName. Answers 1 if

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
+#include "kordll/platform/Env.h"
 #include "kordll/platform/FileSystem.h"
 #include "tests/support/TempRoot.h"
 
@@ -135,6 +137,32 @@ TEST_F(SkinFileTest, TextsThatDoNotFitWriteNothing) {
   skin.AddSkinEntry(std::u16string(96, u'n'), "x", 1);  // "[" + 96 + "|1]" + NUL = 100 units
   skin.FlushSkin();
   EXPECT_EQ(before, Read("w.tsf"));
+}
+
+// Notes every path opened and opens none.
+class OpenRecorder : public EnvWrapper {
+ public:
+  OpenRecorder() : EnvWrapper(Env::Current()) {}
+  int OpenFile(const std::string& path, uint32_t, int, std::unique_ptr<EnvFile>*) override {
+    opened += path + ";";
+    return ERROR_ACCESS_DENIED;
+  }
+  std::string opened;
+};
+
+// Without a folder there is no container: "//" + name is not taken as a
+// path at the top of the file system.
+TEST(SkinFileNoFolderTest, NeitherReadNorWrittenWithoutAFolder) {
+  OpenRecorder recorder;
+  ScopedEnv use(&recorder);
+  SkinFile skin;
+  EXPECT_EQ(0, skin.ParseSkinFile("r.tsf", ""));
+  skin.SetFileName("w.tsf");
+  skin.FlushSkin();
+  skin.SetFileName("");
+  skin.SetDirectory("/tmp");
+  skin.FlushSkin();
+  EXPECT_EQ("", recorder.opened);
 }
 
 TEST_F(SkinFileTest, ExportKeepsHostileNamesInsideTheFolder) {
