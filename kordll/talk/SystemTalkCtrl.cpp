@@ -315,9 +315,11 @@ int SystemTalkCtrl::RemoveTalk(TalkItem* talk) {
                                           talk);
   LockResource();
   // Another thread may have removed it while the panels were told.
+  // Only the talk goes: its notifications stay with the controller, and
+  // keep their records, until the list is closed at log-off.
   const bool still = Holds(talk);
   if (still) {
-    for (NotificationItem* notification : Forget(talk)) Drop(notification);
+    Forget(talk);
     Drop(talk);
   }
   UnLockResource();
@@ -342,11 +344,9 @@ void SystemTalkCtrl::Drop(Focusable* record) {
   DeRegisterFocusable(record, nullptr, 1);
 }
 
-CArray<NotificationItem*, NotificationItem*> SystemTalkCtrl::Forget(TalkItem* talk) {
-  CArray<NotificationItem*, NotificationItem*> fired;
+void SystemTalkCtrl::Forget(TalkItem* talk) {
   auto found = firedItems_.find(talk);
   if (found != firedItems_.end()) {
-    fired.swap(*found->second);
     delete found->second;
     firedItems_.erase(found);
   }
@@ -354,7 +354,6 @@ CArray<NotificationItem*, NotificationItem*> SystemTalkCtrl::Forget(TalkItem* ta
     it = it->second == talk ? progressTalks_.erase(it) : std::next(it);
   }
   talk->ForgetRecords();
-  return fired;
 }
 
 void SystemTalkCtrl::RemoveAll() {

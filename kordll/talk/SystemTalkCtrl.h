@@ -14,9 +14,10 @@
 // download with a file title is titled "Downloaded : <file title>" (or
 // "File Not Found : <file title>"). A talk is removed by command 29752
 // (the talk in focusable) or, for a progress talk, by command 29751 (its
-// report in object); removing a talk also lets go of its notifications and
-// so of the records they held. Closing the controller removes every talk
-// and asks nothing.
+// report in object); removing a talk leaves its notifications with the
+// controller, and so the records they hold stay in memory, until the
+// controller closes at log-off. Closing the controller removes every talk
+// and notification and asks nothing.
 //
 // Each talk that is not silent is also offered to the host as a desktop
 // notice, whose actions send the commands of the talk's dialog.
@@ -116,8 +117,9 @@ class SystemTalkCtrl : public ResourceController {
   // de-registers the controller and drops the constructor's reference.
   void CloseResourceCtrl() override;
 
-  // Takes talk out of the list: panels hear 1035 (kind 2), its
-  // notifications go, and the controller lets the talk go (it is deleted
+  // Takes talk out of the list: panels hear 1035 (kind 2), the list of its
+  // notifications goes (the notifications stay registered until the
+  // controller closes), and the controller lets the talk go (it is deleted
   // once nobody else holds it). 1 when the talk was held here, else 0.
   int RemoveTalk(TalkItem* talk);
 
@@ -128,9 +130,9 @@ class SystemTalkCtrl : public ResourceController {
   bool Hold(Focusable* record);
   // Lets go of a held record. REQUIRES: LockResource.
   void Drop(Focusable* record);
-  // Takes talk out of every map and returns its notifications (the caller
-  // drops them). REQUIRES: LockResource.
-  CArray<NotificationItem*, NotificationItem*> Forget(TalkItem* talk);
+  // Takes talk out of every map; its notifications stay registered.
+  // REQUIRES: LockResource.
+  void Forget(TalkItem* talk);
   // Removes every talk and error without telling anybody.
   void RemoveAll();
   // Whether talk is one of this controller's talks. REQUIRES: LockResource.
