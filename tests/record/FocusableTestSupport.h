@@ -31,13 +31,6 @@ class FocusableTest : public ::testing::Test {
   void SetUp() override { KordllProcessAttach(); }
 };
 
-// Checks each {answer, expected} row; a failure names the row. The answers
-// are taken in the order written (an array's elements are).
-template <class T, size_t N>
-void ExpectAnswers(const std::pair<T, T> (&rows)[N]) {
-  for (size_t i = 0; i < N; ++i) EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;
-}
-
 template <class Entry>
 class ScopedEntry {
  public:
@@ -121,10 +114,6 @@ class FakeRegistry : public RegistryEntryPoints {
     panelMessages.push_back({panel, message, request});
     return 1;
   }
-  int InterpretGUICommand_wRequest(const PanelViewRequest& request, int*) override {
-    commands.push_back(request);
-    return 1;
-  }
   Focusable* GenerateFocusable(ResourceController* c, int relation) override {
     FakeController* fake = FromController(c);
     return fake->generate ? fake->generate(relation) : nullptr;
@@ -162,7 +151,6 @@ class FakeRegistry : public RegistryEntryPoints {
   IIPanel* panelOne = nullptr;
   std::vector<Sent> sent;
   std::vector<PanelMessage> panelMessages;
-  std::vector<PanelViewRequest> commands;
 };
 
 // Relation 4 as the store tests lay it out, for the life of the object: the
