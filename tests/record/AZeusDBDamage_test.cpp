@@ -1,10 +1,9 @@
 // Damaged record and string files, each made from the valid one in
 // tests/record/data by a small edit, go through the engines and through
 // `kordll kdb check` / `kordll sdb check`: the engines fail with their error
-// codes and keep working, the checker names a problem. And `kordll kdb dump`:
-// records shown field by field with the ids, keys and types of the relation
-// catalogue, and by position when the catalogue does not know the relation
-// or its layout differs from the file's.
+// codes and keep working, the checker names a problem. And `kordll kdb dump`
+// shows records field by field with the keys and types of the relation
+// catalogue.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -319,58 +318,6 @@ TEST_F(DamagedFilesTest, DamagedStringFilesFailCleanly) {
 }
 
 // --- kdb dump ---------------------------------------------------------------------
-
-// The layout of valid.kdb (relation 4): guid, status, two holes, title.
-bool ValidLayout(int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
-  if (relation != 4) return false;
-  fields->assign(5, KdbExaminer::FieldDesc());
-  (*fields)[0] = {0, "guid", 4};
-  (*fields)[1] = {1, "status", 0};
-  (*fields)[4] = {4, "title", 4};
-  return true;
-}
-
-// A title chained over three slots is joined and one with multi-byte
-// characters decoded as marked text. Declared as an int, the title's area is
-// read as 8-bit text: the marker blanks stay and the multi-byte groups are
-// not joined ("é" as its two bytes, each read as the unit of the same value).
-// A relation the catalogue does not know, or whose layout differs from the
-// file's (told once, not for every record), is shown by position.
-TEST(KdbDumpTest, FieldsAreShownByTheirLayoutOrByPosition) {
-  using Layout = bool (*)(int, std::vector<KdbExaminer::FieldDesc>*);
-  const Layout narrow = [](int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
-    return ValidLayout(relation, fields) && ((*fields)[4].type = 0, true);
-  };
-  const Layout none = [](int, std::vector<KdbExaminer::FieldDesc>*) { return false; };
-  const Layout longer = [](int relation, std::vector<KdbExaminer::FieldDesc>* fields) {
-    return ValidLayout(relation, fields) && (fields->resize(7), true);
-  };
-  const struct {
-    Layout layout;
-    std::vector<std::string> lines;
-  } cases[] = {
-      {ValidLayout,
-       {"  field 0 guid (string): R3_G1\n", "  field 1 status (int): 2\n",
-        "  field 4 title (string): a title that runs over three slots\n",
-        "  field 4 title (string): caf\xc3\xa9 \xe2\x82\xac\n"}},
-      {narrow,
-       {"  field 4 title (int):   short\n", "  field 4 title (int): !:caf\xc3\x83\xc2\xa9"}},
-      {none, {"  field 4: a title that runs over three slots\n", "  field 1: 2\n"}},
-      {longer,
-       {"relation 4: the catalogue's layout has 7 field positions, the file 5",
-        "  field 4: a title that runs over three slots\n"}},
-  };
-  for (const auto& c : cases) {
-    std::ostringstream out;
-    EXPECT_EQ(0, KdbExaminer::DumpKdb(Load("valid.kdb"), out, c.layout));
-    const std::string s = out.str();
-    for (const std::string& line : c.lines)
-      EXPECT_NE(std::string::npos, s.find(line)) << line << " in\n" << s;
-    EXPECT_EQ(s.find("layout has"), s.rfind("layout has")) << s;
-    EXPECT_EQ(c.layout == none || c.layout == longer, s.find("  field 4: ") != std::string::npos)
-        << s;
-  }
-}
 
 // The tool takes the layout from the relation catalogue.
 TEST(KdbDumpTest, ToolUsesTheRelationCatalogue) {
