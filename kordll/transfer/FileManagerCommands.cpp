@@ -22,9 +22,6 @@ namespace {
 // What the main panel is asked to show: the list of files.
 constexpr int kViewCommandMyFiles = 1078;
 constexpr int kMyFilesParam = 16384;
-// A download request asks for the body saved to a file (32) and written
-// where the file ends (2).
-constexpr int kFileDownloadFlags = 34;
 
 using Menu = std::vector<HostMenuItem>;
 
@@ -300,7 +297,7 @@ void FileManagerCtrl::StartDownload(FileItem* item) {
   }
   auto* request = new FileRequest(nullptr, 0);
   request->taskName = entry->GetFieldString(kFileTitleField, 0);
-  request->requestFlags = kFileDownloadFlags;
+  request->requestFlags = kRequestFlagsFileDownload;
   request->url = entry->GetFileWebPath();
   request->SetReplyThread(this);
   request->folder = GetDownloadPath();

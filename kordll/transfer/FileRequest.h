@@ -66,7 +66,8 @@ constexpr int kCommandShowNetworkSettings = 29675;
 constexpr int kRequestFlagSaveToFile = 0x20;
 // Blocks are written where the file's position is, not at its end.
 constexpr int kRequestFlagNoSeekToEnd = 0x40;
-// What a file download uses: save to a file (and bit 2).
+// What a download of a file entry asks for: saved to a file, each block
+// written at the file's end (bit 2 is the network side's).
 constexpr int kRequestFlagsFileDownload = 0x22;
 
 // The size of each segment header of the ".spawn" partial file. Written to
