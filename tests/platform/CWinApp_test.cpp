@@ -67,29 +67,5 @@ TEST_F(CWinAppTest, DeletingEntriesAndSections) {
   EXPECT_EQ(app.DeleteProfileSection("\\"), 0);
 }
 
-TEST_F(CWinAppTest, CurrentApplication) {
-  EXPECT_EQ(CWinApp::Current(), nullptr);
-  {
-    CWinApp first("Korlan", "Tidrel");
-    EXPECT_EQ(AfxGetApp(), &first);
-    {
-      CWinApp second("Korlan", "Marsek");
-      EXPECT_EQ(AfxGetApp(), &second);
-      EXPECT_EQ(CWinApp::SetCurrent(&first), &second);
-    }
-    EXPECT_EQ(AfxGetApp(), &first) << "destroying another object leaves the current one";
-  }
-  EXPECT_EQ(AfxGetApp(), nullptr);
-}
-
-TEST_F(CWinAppTest, AnApplicationWithItsOwnRegistryKeepsApart) {
-  Registry own(root_.Path("elsewhere").ToUtf8());
-  CWinApp app("Korlan", "Tidrel", &own);
-  ASSERT_EQ(app.WriteProfileInt("S", "n", 4), 1);
-  EXPECT_EQ(app.GetProfileInt("S", "n", 0), 4);
-  CWinApp plain("Korlan", "Tidrel");
-  EXPECT_EQ(plain.GetProfileInt("S", "n", 0), 0);
-}
-
 }  // namespace
 }  // namespace kordll

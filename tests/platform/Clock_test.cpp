@@ -1,10 +1,8 @@
 #include "kordll/platform/Clock.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cmath>
 #include <string>
 
@@ -50,45 +48,6 @@ TEST(ClockTest, ManualClockMovesTheDateAndTheMonotonicCountTogether) {
   }
   EXPECT_EQ(300, passes);
   EXPECT_EQ("2005-01-01 00:00:15", Stamp(Clock::Now()));
-  COleDateTime bad;
-  bad.SetStatus(COleDateTime::invalid);
-  clock.SetLocalNow(bad);
-  EXPECT_EQ("2005-01-01 00:00:15", Stamp(Clock::Now()));
-}
-
-TEST(ClockTest, ScopesRestoreThePreviousClockAndFinallyTheMachines) {
-  {
-    ScopedManualClock outer(1950, 1, 1, 0, 0, 0);
-    { ScopedManualClock inner(2010, 6, 15, 8, 0, 0); }
-    EXPECT_EQ("1950-01-01 00:00:00", Stamp(Clock::Now()));
-  }
-  COleDateTime now = Clock::Now();
-  EXPECT_EQ(COleDateTime::valid, now.GetStatus());
-  EXPECT_GE(now.GetYear(), 2020);
-}
-
-// Listeners hear every move of the clock and its installing and removal.
-TEST(ClockTest, ListenersHearEveryMoveUntilRemoved) {
-  std::atomic<int> heard{0};
-  int id = Clock::AddListener([&heard] { ++heard; });
-  EXPECT_NE(0, id);
-  {
-    ScopedManualClock clock(2005, 1, 1, 0, 0, 0);
-    EXPECT_EQ(1, heard.load());
-    clock.Advance(10);
-    clock.SetLocalNow(COleDateTime(2006, 1, 1, 0, 0, 0));
-    Clock::SleepMillis(5);
-    EXPECT_EQ(4, heard.load());
-    clock.Advance(0);  // no move, no call
-    EXPECT_EQ(4, heard.load());
-  }
-  EXPECT_EQ(5, heard.load());
-  Clock::RemoveListener(id);
-  ScopedManualClock clock;
-  EXPECT_EQ("2000-01-01 00:00:00", Stamp(Clock::Now()));
-  clock.Advance(10);
-  EXPECT_EQ(5, heard.load());
-  Clock::RemoveListener(id);  // unknown id: ignored
 }
 
 // ---- Universal time and the zone ---------------------------------------------
@@ -110,8 +69,7 @@ TEST(TimeZoneTest, BiasIsUtcMinusLocalStandardTime) {
     bool no_summer_time;  // the machine clock's distance from UTC is -bias all year
   } cases[] = {
       {"", 0, false}, {"EST5EDT", 300, false}, {"NST3:30NDT", 210, false}, {"JST-9", -540, true},
-      {"XYZ3:30", 210, true}, {"<+1245>-12:45", -765, false}, {"Europe/Paris", -60, false},
-      {"Asia/Kolkata", -330, false}};
+      {"<+1245>-12:45", -765, false}, {"Europe/Paris", -60, false}};
   // clang-format on
   for (const auto& c : cases) {
     if (!have_zones && std::string(c.tz).find('/') != std::string::npos) continue;
@@ -121,21 +79,6 @@ TEST(TimeZoneTest, BiasIsUtcMinusLocalStandardTime) {
       EXPECT_EQ(-c.bias, RoundMinutes(Clock::Now() - Clock::NowUtc())) << c.tz;
     }
   }
-}
-
-TEST(TimeZoneTest, ScopeRestoresTheEnvironment) {
-  {
-    ScopedTimeZone outer("EST5EDT");
-    {
-      ScopedTimeZone inner("JST-9");
-      EXPECT_EQ(-540, TimeZone::GetBias());
-    }
-    EXPECT_STREQ("EST5EDT", getenv("TZ"));
-    EXPECT_EQ(300, TimeZone::GetBias());
-  }
-  unsetenv("TZ");
-  { ScopedTimeZone tz("JST-9"); }
-  EXPECT_EQ(nullptr, getenv("TZ"));
 }
 
 // A wait "for ever and a day" ends like any other: the deadline is held at

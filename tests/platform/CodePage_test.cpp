@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "kordll/platform/WinError.h"
-#include "tests/platform/LastError.h"
-
 namespace kordll {
 namespace {
 
@@ -15,15 +12,6 @@ TEST(CodePageTest, AnsiIsWindows1252) {
   EXPECT_EQ(CodePage::ToUnicode(1252, "caf\xE9 \x93q\x94").str(),
             std::u16string(u"caf\u00E9 \u201Cq\u201D"));
   EXPECT_EQ(CodePage::ToUnicode(28591, "\x80").str(), std::u16string(u"\u0080"));
-}
-
-TEST(CodePageTest, CommonCodePagesDecode) {
-  EXPECT_EQ(CodePage::ToUnicode(CP_UTF8, "\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80").str(),
-            std::u16string(u"\u00FC\u20AC\U0001F600"));
-  EXPECT_EQ(CodePage::ToUnicode(932, "\x82\xA0\x93\xFA").str(), std::u16string(u"\u3042\u65E5"));
-  EXPECT_EQ(CodePage::ToUnicode(1200, std::string("A\0\xAC\x20", 4)).str(),
-            std::u16string(u"A\u20AC"));
-  EXPECT_EQ(CodePage::ToUnicode(20866, "\xC1").str(), std::u16string(u"\u0430"));
 }
 
 TEST(CodePageTest, InvalidBytesBecomeReplacementCharacters) {
@@ -55,10 +43,6 @@ TEST(CodePageTest, UnknownCodePageGivesEmpty) {
     EXPECT_TRUE(CodePage::ToUnicode(cp, "abc").IsEmpty()) << cp;
     EXPECT_TRUE(CodePage::FromUnicode(cp, "abc").empty()) << cp;
   }
-  char16_t buffer[8];
-  SetLastError(0);
-  EXPECT_TRUE(
-      test::Answers(0, ERROR_INVALID_PARAMETER, MultiByteToWideChar(99, 0, "abc", 3, buffer, 8)));
 }
 
 TEST(CodePageTest, EncodingReplacesWhatTheCodePageCannotHold) {
@@ -74,43 +58,6 @@ TEST(CodePageTest, EncodingReplacesWhatTheCodePageCannotHold) {
             "a\xEF\xBF\xBD"
             "b");
   EXPECT_TRUE(replaced);
-}
-
-TEST(CodePageTest, Win32MultiByteToWideChar) {
-  // Counting, then converting; -1 takes the terminator along.
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -1, nullptr, 0), 3);
-  char16_t buffer[4] = {u'?', u'?', u'?', u'?'};
-  ASSERT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -1, buffer, 4), 3);
-  EXPECT_EQ(std::u16string(buffer, 3), std::u16string(u"h\u00E9\0", 3));
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", 3, buffer, 4), 2);
-
-  SetLastError(0);
-  EXPECT_TRUE(test::Answers(0, ERROR_INSUFFICIENT_BUFFER,
-                            MultiByteToWideChar(CP_UTF8, 0, "hello", 5, buffer, 4)));
-  EXPECT_TRUE(test::Answers(0, ERROR_INVALID_PARAMETER,
-                            MultiByteToWideChar(CP_UTF8, 0, "hello", 0, buffer, 4)));
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0);
-  EXPECT_TRUE(
-      test::Answers(0, ERROR_NO_UNICODE_TRANSLATION,
-                    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 4)));
-  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "a\xFF", 2, buffer, 4), 2);
-  EXPECT_EQ(buffer[1], u'\uFFFD');
-}
-
-TEST(CodePageTest, Win32WideCharToMultiByte) {
-  const char16_t text[] = u"\u00E9t\u00E9";
-  EXPECT_EQ(WideCharToMultiByte(1252, 0, text, -1, nullptr, 0, nullptr, nullptr), 4);
-  char out[8] = {};
-  int used = -1;
-  ASSERT_EQ(WideCharToMultiByte(1252, 0, text, 3, out, 8, nullptr, &used), 3);
-  EXPECT_EQ(std::string(out, 3), "\xE9t\xE9");
-  EXPECT_EQ(used, 0);
-  ASSERT_EQ(WideCharToMultiByte(1252, 0, u"\u4E2D", 1, out, 8, nullptr, &used), 1);
-  EXPECT_EQ(out[0], '?');
-  EXPECT_EQ(used, 1);
-  SetLastError(0);
-  EXPECT_TRUE(test::Answers(0, ERROR_INSUFFICIENT_BUFFER,
-                            WideCharToMultiByte(CP_UTF8, 0, text, 3, out, 2, nullptr, nullptr)));
 }
 
 TEST(CodePageTest, RoundTripsThroughEveryNamedFamily) {

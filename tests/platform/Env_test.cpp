@@ -147,32 +147,5 @@ TEST(EnvClockTest, MovingAManualClockEndsTimedMessageAndThreadWaits) {
   delete thread;
 }
 
-TEST(EnvClockTest, TheMachinesTimedWaitEndsAtItsDeadline) {
-  std::mutex mu;
-  std::condition_variable cv;
-  std::unique_lock<std::mutex> lock(mu);
-  const int64_t start = Clock::MonotonicMillis();
-  while (!Clock::WaitUntil(cv, lock, start + 30)) {
-  }
-  EXPECT_GE(Clock::MonotonicMillis(), start + 30);
-}
-
-// A wrapper changes one call and leaves the rest; the scope puts back the
-// Env it found.
-TEST(EnvWrapperTest, OverridesOneCallAndScopesNest) {
-  struct Frozen : EnvWrapper {
-    Frozen() : EnvWrapper(Env::Current()) {}
-    COleDateTime LocalNow() override { return COleDateTime(1999, 12, 31, 23, 59, 59); }
-  } frozen;
-  Env* before = Env::Current();
-  {
-    ScopedEnv use(&frozen);
-    EXPECT_EQ(1999, Clock::Now().GetYear());
-    EXPECT_TRUE(FileSystem::IsFolder("/"));
-  }
-  EXPECT_EQ(before, Env::Current());
-  EXPECT_NE(1999, Clock::Now().GetYear());
-}
-
 }  // namespace
 }  // namespace kordll

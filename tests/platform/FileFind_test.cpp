@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "kordll/platform/FileSystem.h"
-#include "kordll/platform/Locations.h"
 #include "kordll/platform/WinError.h"
 #include "tests/platform/LastError.h"
 #include "tests/support/TempRoot.h"
@@ -74,19 +73,6 @@ TEST_F(FileFindTest, ListsMatchingNamesInAFixedOrder) {
   EXPECT_EQ(want, Walk(finder));
 }
 
-TEST_F(FileFindTest, FindNextFileAnswersZeroOnTheLastEntryWhichIsStillValid) {
-  Touch("only.txt");
-  FileFind finder;
-  ASSERT_EQ(1, finder.FindFile(root_.root(), "*.txt"));
-  EXPECT_TRUE(test::Answers(0, ERROR_NO_MORE_FILES, finder.FindNextFile()));
-  EXPECT_EQ("only.txt", finder.GetFileName());
-  EXPECT_EQ(P("only.txt"), finder.GetFilePath());
-  EXPECT_TRUE(finder.GetLength() == 1 && finder.IsRegularFile() && !finder.IsDirectory());
-  EXPECT_EQ(0, finder.FindNextFile());
-  EXPECT_EQ(nullptr, finder.GetEntry());
-  EXPECT_EQ("", finder.GetFileName());
-}
-
 TEST_F(FileFindTest, NoMatchAndNoFolderAreToldApart) {
   FileFind finder;
   EXPECT_TRUE(test::Answers(0, ERROR_FILE_NOT_FOUND, finder.FindFile(root_.root(), "*.none")));
@@ -117,14 +103,6 @@ TEST_F(FileFindTest, LinksAreReportedAsLinksNotFoldersAndDotEntriesNotAtAll) {
   FileFind finder;
   ASSERT_EQ(1, finder.FindFile(P("w"), "*"));
   EXPECT_EQ((std::vector<std::string>{"...", ".hidden", "jump", "real"}), Walk(finder));
-}
-
-TEST_F(FileFindTest, ABackslashIsPartOfAName) {
-  Touch("a\\b.txt");
-  FileFind finder;
-  ASSERT_EQ(1, finder.FindFile(Locations::Join(root_.root(), "*\\*.TXT")));
-  finder.FindNextFile();
-  EXPECT_EQ("a\\b.txt", finder.GetFileName());
 }
 
 }  // namespace

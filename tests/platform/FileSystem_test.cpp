@@ -136,9 +136,7 @@ TEST_F(FileSystemTest, QuestionsAboutNames) {
   // A name is free only if nothing has it and it could be made.
   for (const CString& taken : {P("file"), root_.DataRoot(), P("dangling"), CString(), P("file/x")})
     EXPECT_FALSE(FileSystem::IsNameFree(taken)) << taken.ToUtf8();
-  // A link answers for its target, and a dangling one exists but is nothing.
-  EXPECT_TRUE(FileSystem::IsFile(P("link")) && FileSystem::IsSymlink(P("link")));
-  EXPECT_FALSE(FileSystem::IsSymlink(P("file")) || FileSystem::IsFolder(P("file")));
+  // A dangling link exists but is nothing.
   EXPECT_TRUE(FileSystem::Exists(P("dangling")) && !FileSystem::IsFile(P("dangling")));
   EXPECT_EQ(5, FileSystem::GetFileSize(P("link")));
   EXPECT_EQ(-1, FileSystem::GetFileSize(P("none")));

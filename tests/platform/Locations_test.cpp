@@ -22,16 +22,6 @@ class LocationsTest : public test::TempRootTest {
   }
 };
 
-TEST_F(LocationsTest, RootGivesConfigDataAndDownloads) {
-  EXPECT_EQ(root_.ProfileFolder(), Locations::GetProfileFolder());
-  EXPECT_EQ(root_.DataRoot(), Locations::GetDataRoot());
-  EXPECT_EQ(root_.DownloadFolder(), Locations::GetDownloadFolder());
-  EXPECT_TRUE(FileSystem::IsFolder(Locations::GetDataRoot()));
-  // A trailing "/" on the variable changes nothing.
-  Locations::SetVariableForTesting("KORDLL_ROOT", root_.root() + "/");
-  EXPECT_EQ(root_.DataRoot(), Locations::GetDataRoot());
-}
-
 // Without a root the XDG variables decide, then the home folder; an explicit
 // download folder wins over everything. Empty or relative values count as unset.
 TEST_F(LocationsTest, WithoutARootXdgThenHomeDecide) {
@@ -46,8 +36,7 @@ TEST_F(LocationsTest, WithoutARootXdgThenHomeDecide) {
   } rows[] = {{nullptr, nullptr, nullptr, nullptr, nullptr, kDl, kData, kProfile},
               {"", "relative/dl", "", "data", "", kDl, kData, kProfile},
               {nullptr, nullptr, "/media/dl", "/x/share/", "/x/conf", "/media/dl/Tidrel Downloads",
-               "/x/share/kordll", "/x/conf/kordll"},
-              {nullptr, "/srv/dl", "/media/dl", nullptr, nullptr, "/srv/dl", kData, kProfile}};
+               "/x/share/kordll", "/x/conf/kordll"}};
   auto set = [](const char* name, const char* value) {
     Locations::SetVariableForTesting(name,
                                      value ? std::optional<CString>(CString(value)) : std::nullopt);
@@ -79,17 +68,6 @@ TEST(LocationsAfterTest, NothingReachesTheRealHomeOnceATestRootIsGone) {
   Locations::SetVariableForTesting("HOME", CString("/home/someone"));
   EXPECT_EQ("/home/someone/.config/kordll", Locations::GetProfileFolder());
   Locations::ResetForTesting();
-}
-
-TEST_F(LocationsTest, ProgramFolderIsTheExecutablesUnlessSet) {
-  CString exe_folder = Locations::GetProgramFolder();
-  ASSERT_FALSE(exe_folder.IsEmpty());
-  EXPECT_EQ(u'/', exe_folder[0]);
-  EXPECT_TRUE(FileSystem::IsFolder(exe_folder));
-  Locations::SetProgramFolder(P("program/"));
-  EXPECT_EQ(P("program"), Locations::GetProgramFolder());
-  Locations::SetProgramFolder(CString());
-  EXPECT_EQ(exe_folder, Locations::GetProgramFolder());
 }
 
 TEST(LocationsPathTest, JoinParentNameAndNormalizeAreLexical) {

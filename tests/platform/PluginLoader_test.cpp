@@ -52,19 +52,6 @@ TEST_F(PluginLoaderTest, LibraryWithoutEntryPointIsClosedAgain) {
   EXPECT_EQ(host_.CountOf(TestHost::CallKind::kMessageBox), 0);
 }
 
-TEST_F(PluginLoaderTest, LoadLibraryAndGetProcAddress) {
-  CString path = Install("NoEntryPlugin.DLL", "Lookup.DLL");
-  void* module = PluginLoader::LoadLibrary(path);
-  ASSERT_NE(module, nullptr);
-  auto fn = reinterpret_cast<int (*)()>(PluginLoader::GetProcAddress(module, "NotTheEntryPoint"));
-  ASSERT_NE(fn, nullptr);
-  EXPECT_EQ(fn(), 7);
-  EXPECT_EQ(PluginLoader::GetProcAddress(module, "LoadResources"), nullptr);
-  EXPECT_EQ(PluginLoader::GetProcAddress(nullptr, "NotTheEntryPoint"), nullptr);
-  EXPECT_EQ(PluginLoader::FreeLibrary(module), 1);
-  EXPECT_EQ(PluginLoader::FreeLibrary(nullptr), 0);
-}
-
 // Only regular files directly in the program folder load: the built plug-in
 // itself (outside it), a sub-folder, a way out through "..", relative paths,
 // missing files, folders and names with U+0000 are refused before anything
