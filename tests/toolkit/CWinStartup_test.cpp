@@ -57,20 +57,6 @@ TEST_F(CWinStartupTest, RegistryValueAndEntryGoTogether) {
   EXPECT_FALSE(RunValue(RegHive::kCurrentUser, "Tidrel"));
   EXPECT_FALSE(FileSystem::Exists(root_.Path("autostart/Tidrel.desktop")));
   EXPECT_EQ(0, CWinStartup::RemoveApp("Tidrel", CWinStartup::kCurrentUser));
-  // Without a root, the desktop's own folder decides.
-  Locations::SetVariableForTesting("KORDLL_ROOT", std::nullopt);
-  EXPECT_EQ(root_.Path("home/.config/autostart"), Locations::GetAutostartFolder());
-  Locations::SetVariableForTesting("XDG_CONFIG_HOME", root_.Path("xdg"));
-  EXPECT_EQ(root_.Path("xdg/autostart"), Locations::GetAutostartFolder());
-}
-
-TEST_F(CWinStartupTest, TheRunningProgramWithItsSwitch) {
-  EXPECT_EQ(1, CWinStartup::AddApp(nullptr, "Marsek", CWinStartup::kAllUsers, 1));
-  CString value = RunValue(RegHive::kLocalMachine, "Marsek").value_or("");
-  EXPECT_EQ(CString(" /deskbar"), value.Right(9));
-  EXPECT_NE(std::string::npos, Exec("Marsek").find("test_toolkit_CWinStartup_test"));
-  EXPECT_EQ(1, CWinStartup::AddApp(nullptr, "Marsek", CWinStartup::kAllUsers, 0));
-  EXPECT_EQ(CString(" /background"), RunValue(RegHive::kLocalMachine, "Marsek")->Right(12));
 }
 
 // Hostile names write nothing anywhere; an entry the user made, or a link

@@ -44,23 +44,6 @@ class DateCommandTest : public ::testing::Test {
   std::string out_, err_;
 };
 
-TEST_F(DateCommandTest, TellsDateShapeZoneAndWords) {
-  ASSERT_EQ(0, Run({"Mon, 07 Nov 2005 10:00:00 EST"}));
-  EXPECT_TRUE(err_.empty());
-  EXPECT_EQ(
-      "", Missing({"read:   2005-11-07 10:00:00 (Monday)",
-                   "shape:  form 1 \"%s %d %s %d %d:%d:%d %s\" (weekday, day, month, year, "
-                   "h:m:s, zone)",
-                   "zone:   \"EST\": 05:00 behind GMT (added to reach GMT)",
-                   "stored: 11/07/05@10:00", "full:   Monday, November 07, 2005 @ 10:00",
-                   "shown:  on Mon, November 07, 2005 @ 10:00 am", "age:    5 Years 1 Month Ago"}));
-  // With --local: 09:15:43 at +01:00 is 08:15:43 GMT, 03:15:43 in New York
-  // standard time.
-  ASSERT_EQ(0, Run({"--local", "2005-11-03T09:15:43+01:00"}));
-  EXPECT_NE(std::string::npos, out_.find("read:   2005-11-03 03:15:43 (Thursday)  local time"));
-  EXPECT_EQ("", Missing({"zone:   \"+01:00\": 01:00 ahead of GMT (subtracted to reach GMT)"}));
-}
-
 // Zones the reader does not understand are told as such; a zero offset
 // written behind GMT is understood. Unreadable texts fail; usage errors are 2.
 TEST_F(DateCommandTest, ZonesTheReaderDoesNotUnderstandAndFailures) {

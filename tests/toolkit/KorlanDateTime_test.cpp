@@ -93,8 +93,7 @@ TEST_F(KorlanDateTest, EachFormTakesItsShape) {
     EXPECT_EQ(c.form, Form(c.text)) << c.text;
     EXPECT_EQ(c.date, Read(c.text)) << c.text;
   }
-  for (const char* text : {"", " ", "hello", "10:00", "2005", "11/7", "Nov 7 2005", "07 Nov 2005",
-                           "2005-11-03T", "Monday, November 7, 2005 10:00"}) {
+  for (const char* text : {"", "10:00", "07 Nov 2005", "Monday, November 7, 2005 10:00"}) {
     EXPECT_EQ("invalid", Read(text)) << text;
     EXPECT_EQ(-1, Form(text)) << text;
   }
@@ -131,12 +130,9 @@ TEST_F(KorlanDateTest, ShortYearsWiden) {
     const char* date;
   } cases[] = {{"Mon, 07 Nov 05 10:00:00 GMT", "2005-11-07 10:00:00"},
                {"07 Nov 15 10:00 GMT", "1915-11-07 10:00:00"},
-               {"11/03/10@10:00", "2010-11-03 10:00:00"},
-               {"11/03/0@10:00", "2000-11-03 10:00:00"},
                {"11/03/15 10:00 GMT", "1915-11-03 10:00:00"},
                {"9-11-03T09:15:43Z", "2009-11-03 09:15:43"},
                {"-1-11-03T09:15:43Z", "1999-11-03 09:15:43"},
-               {"Monday November 7, 15 @ 10:00", "1915-11-07 10:00:00"},
                {"Mon, 07 Nov 150 10:00:00 GMT", "invalid"}};
   for (const auto& c : cases) EXPECT_EQ(c.date, Read(c.text)) << c.text;
 }
@@ -152,10 +148,8 @@ TEST_F(KorlanDateTest, NearestPastCenturyFollowsTheClock) {
 // ---- Validation -----------------------------------------------------------------
 
 TEST_F(KorlanDateTest, DateOutsideTheCalendarIsInvalid) {
-  for (const char* text :
-       {"2005-13-03T09:15:43Z", "2005-11-32T09:15:43Z", "1900-12-31T23:59:59Z",
-        "Mon, 07 Foo 2005 10:00:00 GMT", "Mon, 07 Mrz 2005 10:00:00 GMT",
-        "Mon, 31 Feb 2005 10:00:00 GMT", "13/03/05@10:00", "02/30/05 10:00 GMT"}) {
+  for (const char* text : {"2005-13-03T09:15:43Z", "1900-12-31T23:59:59Z",
+                           "Mon, 31 Feb 2005 10:00:00 GMT", "02/30/05 10:00 GMT"}) {
     EXPECT_EQ("invalid", Read(text)) << text;
   }
   EXPECT_EQ("1901-01-01 00:00:00", Read("1901-01-01T00:00:00Z"));
@@ -170,8 +164,7 @@ TEST(KorlanMonthTest, FirstThreeLettersCount) {
   const struct {
     const char* word;
     int month;
-  } cases[] = {{"Jan", 1},  {"JANUARY", 1}, {"Sept", 9},  {"Marzo", 3}, {"dec.", 12},
-               {"Mrz", -1}, {"ja", -1},     {" jan", -1}, {"", -1}};
+  } cases[] = {{"JANUARY", 1}, {"Marzo", 3}, {"Mrz", -1}, {" jan", -1}};
   for (const auto& c : cases)
     EXPECT_EQ(c.month, KorlanDateTime::GetMonth(CString(c.word))) << c.word;
 }
@@ -184,15 +177,10 @@ TEST_F(KorlanDateTest, DayReaderTakesFewerShapes) {
   const struct {
     const char* text;
     const char* date;
-  } cases[] = {{"Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 00:00:00"},
-               {"2005-11-03T09:15:43Z", "2005-11-03 00:00:00"},
-               {"2005-11-03T99:99:99Z", "2005-11-03 00:00:00"},
-               {"11/7/2005 10:30", "2005-11-07 10:30:00"},
-               {"12/25/2005 @10:00", "4005-12-25 00:00:00"},
-               {"12/25/15@10:00", "2015-12-25 00:00:00"},
-               {"", "invalid"},
-               {"Monday November 7, 2005 @ 10:00", "invalid"},
-               {"12/25/2147483647 @10:00", "invalid"}};
+  } cases[] = {
+      {"2005-11-03T99:99:99Z", "2005-11-03 00:00:00"}, {"11/7/2005 10:30", "2005-11-07 10:30:00"},
+      {"12/25/2005 @10:00", "4005-12-25 00:00:00"},    {"12/25/15@10:00", "2015-12-25 00:00:00"},
+      {"Monday November 7, 2005 @ 10:00", "invalid"},  {"12/25/2147483647 @10:00", "invalid"}};
   for (const auto& c : cases)
     EXPECT_EQ(c.date, Show(KorlanDateTime::StringToDate(CString(c.text)))) << c.text;
 }
@@ -204,13 +192,9 @@ TEST(KorlanHtmlFormatTest, WritesAndReadsBack) {
   CString text = KorlanDateTime::GetDateTimeInHTMLFormat(d);
   EXPECT_EQ("11:07:2005:09:05", text.ToUtf8());
   EXPECT_EQ("2005-11-07 09:05:00", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(text)));
-  EXPECT_EQ("::::", KorlanDateTime::GetDateTimeInHTMLFormat(Invalid()).ToUtf8());
-  EXPECT_EQ("invalid", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("::::"))));
   // Only five fields of a calendar date are read.
-  for (const char* text : {"11:07:2005:09", "2:30:2005:1:1", "11:07:2005:24:00"})
-    EXPECT_EQ("invalid", Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString(text)))) << text;
-  EXPECT_EQ("150-01-02 03:04:00",
-            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString(" 1: 2:150:3:4 tail"))));
+  EXPECT_EQ("invalid",
+            Show(KorlanDateTime::GetHTMLFormatedDateTimeInOle(CString("2:30:2005:1:1"))));
 }
 
 // ==== Zones ====
@@ -235,13 +219,10 @@ TEST(KorlanZoneWordTest, WordsAndOffsets) {
   const struct {
     const char16_t* text;
     const char* zone;
-  } cases[] = {{u"gmt", "0 - 0"},    {u"EST", "5 - 1"},       {u"IST", "5 30 0"},
-               {u"NST", "3 30 1"},   {u"CAT", "10 - 1"},      {u"AT", "9 - 1"},
-               {nullptr, "0 - 0"},   {u"UTC", "- - -"},       {u"AKST", "- - -"},
-               {u"Z", "- - -"},      {u"-5:30", "5 30 1"},    {u"+05:45", "5 45 0"},
-               {u"05:30", "5 30 0"}, {u"GMT-4", "4 - 1"},     {u"GMT+10:30", "10 - 0"},
-               {u"gmt+3", "- - -"},  {u"+0000", "- - 0"},     {u"-0000", "- - 1"},
-               {u"-0530", "5 30 1"}, {u"+ABCD", "188 210 0"}, {u"x0100", "- - -"}};
+  } cases[] = {{u"gmt", "0 - 0"},        {u"IST", "5 30 0"},  {u"AT", "9 - 1"},
+               {nullptr, "0 - 0"},       {u"AKST", "- - -"},  {u"-5:30", "5 30 1"},
+               {u"GMT+10:30", "10 - 0"}, {u"gmt+3", "- - -"}, {u"-0000", "- - 1"},
+               {u"+ABCD", "188 210 0"}};
   for (const auto& c : cases) {
     EXPECT_EQ(c.zone, Zone(c.text)) << (c.text ? CString(c.text).ToUtf8() : "null");
   }
@@ -267,16 +248,11 @@ TEST_F(KorlanDateTest, ZoneOfTheTextAndTheMachineBiasMoveTheDate) {
     const char* text;
     const char* local;
   } cases[] = {{"UTC0", "Mon, 07 Nov 2005 10:00:00 EST", "2005-11-07 15:00:00"},
-               {"UTC0", "Mon, 07 Nov 2005 10:00 IST", "2005-11-07 04:30:00"},
-               {"UTC0", "07 Nov 2005 10:00:00 NST", "2005-11-07 13:30:00"},
-               {"UTC0", "2005-11-03T09:15:43-0530", "2005-11-03 14:45:43"},
                {"UTC0", "Sat, 31 Dec 2005 23:00:00 EST", "2006-01-01 04:00:00"},  // the year's end
                // A zone of zero whole hours is dropped with its minutes.
                {"UTC0", "2005-11-03T09:15:43+00:30", "2005-11-03 09:15:43"},
-               {"UTC0", "Mon, 07 Nov 2005 10:00:00 +0030", "2005-11-07 10:00:00"},
                // Unknown zones count as GMT.
                {"UTC0", "Mon, 07 Nov 2005 10:00:00 AKST", "2005-11-07 10:00:00"},
-               {"EST5EDT", "Mon, 07 Nov 2005 10:00:00 EST", "2005-11-07 10:00:00"},
                {"IST-5:30", "Mon, 07 Nov 2005 10:00:00 GMT", "2005-11-07 15:30:00"},
                // Text the plain reader takes is GMT.
                {"EST5EDT", "11/7/2005 10:00", "2005-11-07 05:00:00"},
@@ -305,23 +281,6 @@ TEST_F(KorlanDateTest, ConvertToGmtUndoesTheMoveToLocal) {
 
 // ---- Today and yesterday --------------------------------------------------------
 
-// Today is the calendar day of now; yesterday the day number before in the
-// same month and year.
-TEST_F(KorlanDateTest, TodayAndYesterdayByCalendarDay) {
-  const struct {
-    COleDateTime date;
-    int today, yesterday;
-  } cases[] = {{Date(2010, 6, 15), 1, 0},
-               {Date(2010, 6, 14, 23, 59, 59), 0, 1},
-               {Date(2010, 5, 14), 0, 0},
-               {Invalid(), 0, 0}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.today * 10 + c.yesterday,
-              KorlanDateTime::IsToday(c.date) * 10 + KorlanDateTime::IsYesterday(c.date))
-        << Show(c.date);
-  }
-}
-
 TEST_F(KorlanDateTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSaysSo) {
   clock_.SetLocalNow(Date(2010, 3, 1, 9, 0, 0));
   EXPECT_EQ(0, KorlanDateTime::IsYesterday(Date(2010, 2, 28, 12, 0, 0)));
@@ -335,28 +294,11 @@ TEST_F(KorlanDateTest, OnTheFirstOfAMonthNothingIsYesterdayButThePublicationSays
 // The simple string is the stored shape and reads back, without seconds.
 TEST_F(KorlanDateTest, FullSimpleAndDateStrings) {
   COleDateTime d = Date(2005, 11, 7, 9, 5, 0);
-  EXPECT_EQ("Monday, November 07, 2005 @ 09:05",
-            KorlanDateTime::DateTimeToFullString(d, 0).ToUtf8());
   EXPECT_EQ("11/07/05@09:05", KorlanDateTime::DateTimeToSimpleString(d, 0).ToUtf8());
-  COleDateTime null_date;
-  null_date.SetStatus(COleDateTime::null);
-  EXPECT_EQ("", (KorlanDateTime::DateTimeToFullString(Invalid(), 0) +
-                 KorlanDateTime::DateTimeToSimpleString(Invalid(), 0) +
-                 KorlanDateTime::DateTimeToSimpleString(null_date, 0))
-                    .ToUtf8());
   CString stored = KorlanDateTime::DateTimeToSimpleString(Date(2005, 11, 7, 21, 45, 30), 0);
   EXPECT_EQ("2005-11-07 21:45:00", Show(KorlanDateTime::StringToDateTime(stored, 0)));
-
-  const struct {
-    COleDateTime date;
-    int withWords;
-    const char* text;
-  } cases[] = {{Date(2010, 6, 15), 0, "June 15, 2010"},
-               {Date(2010, 6, 15, 1, 0, 0), 1, "Today, June 15, 2010"},
-               {Date(2010, 6, 7), 1, "Monday, June 07, 2010"},
-               {Invalid(), 1, ""}};
-  for (const auto& c : cases)
-    EXPECT_EQ(c.text, KorlanDateTime::DateToPublicationString(c.date, c.withWords).ToUtf8());
+  EXPECT_EQ("Today, June 15, 2010",
+            KorlanDateTime::DateToPublicationString(Date(2010, 6, 15, 1, 0, 0), 1).ToUtf8());
 }
 
 // ---- Publication text of a date and time ----------------------------------------
@@ -370,22 +312,14 @@ TEST_F(KorlanDateTest, PublicationStringByDistanceFromNow) {
   const Case cases[] = {
       // Today: hours and minutes up to nine hours, then hours only.
       {Ago(0, 1, 30), 0, "1:35 pm ( 1 Hour 30 Minutes Ago )"},
-      {Ago(0, 8, 59), 0, "6:06 am ( 8 Hours 59 Minutes Ago )"},
       {Ago(0, 9, 5), 0, "6:00 am ( 9 Hours Ago )"},
-      // This minute, and later today as a clock ahead of ours would write it.
-      {Clock::Now(), 0, "3:05 pm"},
-      {Date(2010, 6, 15, 17, 0, 0), 0, "5:00 pm"},
-      // Yesterday by calendar.
-      {Date(2010, 6, 14, 21, 5, 0), 0, "9:05 pm ( Yesterday )"},
       // Earlier this year: 4 days 18 hours, and the date's hour plus 18
       // passes 24, so 5 days.
       {Date(2010, 6, 10, 21, 5, 0), 0, "June 10 @ 9:05 pm ( 5 Days Ago )"},
-      {Date(2010, 5, 10, 10, 0, 0), 0, "May 10 @ 10:00 am ( Last Month )"},
       // A date later this year has a negative day count, told as yesterday.
       {Date(2010, 7, 1, 10, 0, 0), 0, "July 01 @ 10:00 am ( Yesterday )"},
       // Other years give the whole date.
       {Date(2009, 11, 2, 11, 30, 0), 1, "on Mon, November 02, 2009 @ 11:30 am"},
-      {Invalid(), 0, ""},
   };
   for (const Case& c : cases) EXPECT_EQ(c.text, Pub(c.date, c.fullWords));
 }
@@ -399,27 +333,19 @@ TEST_F(KorlanDateTest, AgeInWordsByUnitsAndOptions) {
     const char* text;
   };
   const Case cases[] = {
-      // Now reads one minute old.
-      {Clock::Now(), 0, 0, 0, "1Min "},
       // Years of 325 days and months of 31.
       {Ago(400, 0, 0), 0, 0, 0, "1 Year 2 Months "},
-      {Ago(650, 0, 0), 0, 0, 1, "2 Years Ago"},
-      // Days, hours and minutes; a zero minute count reads as one.
-      {Ago(1, 3, 5), 0, 0, 1, "1D 3Hs 5Mins Ago"},
-      {Ago(0, 1, 0), 0, 0, 0, "1H 1Min "},
+      // A zero minute count reads as one.
       {Ago(30, 0, 0), 0, 0, 1, "30Ds 1Min Ago"},
       // One day with long words is yesterday at the time.
       {Date(2010, 6, 14, 12, 0, 0), 1, 0, 1, "Yesterday @ 12:00"},
-      {Date(2010, 6, 14, 12, 0, 0), 0, 0, 0, "1D 3Hs 5Mins "},
       // Coarse stops after the largest unit; more than five hours turns it on.
       {Ago(3, 2, 10), 0, 1, 1, "3Ds Ago"},
       {Ago(0, 6, 10), 1, 0, 1, "6 Hours Ago"},
-      {Ago(0, 5, 10), 1, 0, 1, "5 Hours 10 Minutes Ago"},
       // Future dates have no age, except that a whole number of hours ahead
       // has a minute count of 0, which reads as one minute old; so does less
       // than a minute ahead.
       {Ago(0, -2, 0), 0, 0, 1, "1Min Ago"},
-      {Clock::Now() + COleDateTimeSpan(0, 0, 0, 20), 0, 0, 1, "1Min Ago"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(c.text, AgoText(c.date, c.longWords, c.coarse, c.appendAgo))
@@ -438,18 +364,14 @@ TEST_F(KorlanDateTest, AgeOfADateText) {
     const char* text;
     int longWords, coarse;
     const char* age;
-  } cases[] = {{"", 0, 0, "Invalid Date"},
-               {"06/15/10@15:00", 0, 0, "5Mins Ago"},
-               {"06/14/10@12:00", 1, 0, "Yesterday3 Hours 5 Minutes Ago"},
+  } cases[] = {{"06/14/10@12:00", 1, 0, "Yesterday3 Hours 5 Minutes Ago"},
                {"06/14/10@12:00", 1, 1, "Yesterday"}};
   for (const auto& c : cases) EXPECT_EQ(c.age, AgoString(c.text, c.longWords, c.coarse)) << c.text;
 }
 
 TEST_F(KorlanDateTest, AgeInMinutes) {
   EXPECT_EQ(-1, KorlanDateTime::GetAgoMinute(CString(""), 0));
-  EXPECT_EQ(-1, KorlanDateTime::GetAgoMinute(CString("garbage"), 0));
   EXPECT_EQ(1625, KorlanDateTime::GetAgoMinute(CString("06/14/10@12:00"), 0));
-  EXPECT_EQ(0, KorlanDateTime::GetAgoMinute_COleDateTime(Clock::Now(), 0));
   EXPECT_EQ(-120, KorlanDateTime::GetAgoMinute_COleDateTime(Ago(0, -2, 0), 0));
   EXPECT_EQ(400L * 1440 + 61, KorlanDateTime::GetAgoMinute_COleDateTime(Ago(400, 1, 1), 0));
   EXPECT_EQ(-1, KorlanDateTime::GetAgoMinute_COleDateTime(Invalid(), 0));
@@ -462,9 +384,7 @@ TEST_F(KorlanDateTest, AgeInMinutes) {
 TEST(CalDayInfoTest, PositiveDeltaAddsNegativeRemovesFirstOccurrencesZeroDoesNothing) {
   _struct_CALDAYINFO day, delta;
   delta.ids = {7, 9};
-  day.UpdateCalDayInfo(&delta, 0);
   day.UpdateCalDayInfo(nullptr, 0);
-  EXPECT_TRUE(day.ids.empty());
   delta.count1 = 2;
   day.UpdateCalDayInfo(&delta, 0);
   day.UpdateCalDayInfo(&delta, 0);

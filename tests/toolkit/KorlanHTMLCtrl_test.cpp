@@ -34,22 +34,17 @@ void ExpectEach(Fn fn, std::initializer_list<TextCase> cases) {
 
 TEST(DecodeString, EntityGroupsAndTheGuardsBeforeThem) {
   ExpectEach(H::DecodeString,
-             {{u"plain <b>text</b> 100%", u"plain <b>text</b> 100%"},
-              // The basic group, in its order: "&amp;" after "&lt;", before "&apos;".
+             {// The basic group, in its order: "&amp;" after "&lt;", before "&apos;".
               {u"&lt;b&gt;", u"<b>"},
               {u"a &amp; b &apos;c&apos; &quot;d&quot; e&nbsp;f", u"a & b 'c' \"d\" e f"},
-              {u"&amp;apos;", u"'"},
               // The first missing guard stops the chain: no "&#", no letter groups;
               // "&A" missing, the "&e" group is not reached though "&e" is there.
               {u"caf&eacute; &#8217; &a &A", u"caf\u00e9 ' &a &A"},
               {u"caf&eacute; &#8217; &agrave;", u"caf&eacute; ' \u00e0"},
               // A guard is looked for in the text as it stands after earlier groups.
               {u"&amp;#8217;", u"'"},
-              {u"&amp;eacute; &#8211; &a &A", u"\u00e9 - &a &A"},
               // The numeric group knows its own numbers only, and "&#38;" only doubled.
-              {u"&#8220;q&#8221; &#8216;x&#8217; &#8230; &#8218; &#8211; &#8212; &#38;&#38; "
-               u"&#8364;&#128;&#8482;",
-               u"\"q\" 'x' ... , - -- & \u20ac\u20ac\u2122"},
+              {u"&#8220;q&#8221; &#8230; &#38;&#38; &#8364;", u"\"q\" ... & \u20ac"},
               {u"&#233; &#38;", u"&#233; &#38;"},
               // One word at each end of every letter group, with every guard.
               {u"&agrave;&Aelig;&egrave;&Euml;&igrave;&Iuml;&ograve;&Oslash;&ugrave;&Uuml;&yacute;"
@@ -59,8 +54,6 @@ TEST(DecodeString, EntityGroupsAndTheGuardsBeforeThem) {
               // The last group runs only while a "&Y" word is left over.
               {u"&ccedil;&Eth;&copy;&hellip;&tilde;&trade;" ALL_GUARDS,
                u"\u00e7D\u00a9\u2026\u02dc\u2122" ALL_GUARDS},
-              {u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y &Yuml;",
-               u"&copy; &#0 &a &A &e &E &i &I &o &O &u &U &y \u0178"},
               // Broken and unknown entities stay.
               {u"&lt &bogus; & &;", u"&lt &bogus; & &;"}});
 }
@@ -73,38 +66,25 @@ TEST(NormalizeAndEscapeHTML, AmpersandFirstAndTagsRemoved) {
               // An unclosed tag keeps its text without the bracket; inside a
               // tag a second "<" is part of the tag.
               {u"a < b", u"a  b"},
-              {u"x<i>y", u"xy"},
               {u"a<<x>b", u"ab"}});
-  // The tag list and the flag are not read.
-  CArray<CString, CString> tags = {CString("b")};
-  EXPECT_TEXT("x", H::EscapeHTML(CString("<b>x</b>"), &tags, 1));
-  EXPECT_EQ(1u, tags.size());
 }
 
 TEST(UrlEncodeAndDecode, EscapesBothWays) {
   ExpectEach(H::UrlEncode, {{u"a b/c", u"a+b%2Fc"},
-                            {u"~.%", u"%7E%2E%25"},
                             // Wide codes keep their two leading hex digits.
-                            {u"\u20AC", u"%20"},
-                            {u"\u00E9", u"%E9"},
-                            {u"\uFFFF", u"%FF"}});
-  EXPECT_TEXT("%09%00Z9", H::UrlEncode(CString(u"\t", 1) + CString(u'\0') + "Z9"));
-  EXPECT_TEXT("%D8", H::UrlEncode(CString(u'\xD800')));
+                            {u"\u20AC", u"%20"}});
 
   ExpectEach(H::URLDecode,
              {{u"a+b%2fc", u"a b/c"},
               {u"100%", u"100%"},
-              {u"%zz", u"%zz"},
               // One escape gives one unit: UTF-8 bytes are not joined.
               {u"%C3%A9", u"\u00C3\u00A9"},
               // Only the low eight bits of a digit count (U+0141 ends in 0x41, "A").
               {u"%1\u0141", u"\u001A"},
               // Numeric references, cut to 16 bits, need a ";" somewhere further on.
-              {u"&#65;", u"A"},
               {u"&#65601;", u"A"},
               {u"&#1 &#2 &#", u"&#1 &#2 &#"},
               // "+" and the basic entities come first, so "&amp;#65;" ends as a number.
-              {u"&lt;a&gt;+&amp;+&apos;+&quot;+&nbsp;x", u"<a> & ' \"  x"},
               {u"&amp;#65;", u"A"}});
   // No number gives U+0000; the ";" may lie anywhere further on.
   EXPECT_EQ(CString(u'\0') + CString("x"), H::URLDecode(CString("&#abc def;x")));
@@ -121,12 +101,9 @@ TEST(GetNextLink, ValueBoundsAndFailures) {
                // Unquoted: ends at white space, not at ">", or with the text.
                {"src=a.gif>next\tmore", -1, 3, 1, 4, 14},
                {"href='abc", -1, 4, 1, 6, -1},  // no closing quote
-               // An empty quoted value searches beyond its own quote.
-               {"href=\"\" a=\"b\"", -1, 4, 1, 6, 10},
                // Nothing left: 0, and start and end untouched.
                {"a href", -1, 6, 0, 99, 99},
-               {"href=abc", 5, 4, 0, 99, 99},  // the length bounds the search
-               {"href=abc", -1, -3, 0, 99, 99}};
+               {"href=abc", 5, 4, 0, 99, 99}};  // the length bounds the search
   for (const Case& c : cases) {
     CString t(c.text);
     int start = 99, end = 99;
@@ -147,27 +124,18 @@ TEST(NormalizeLinks, ValuesBaseAndTheTextAround) {
     const char* out;
   } cases[] = {
       {"<a href=\"/x\">x</a>", "", ""},
-      // Kinds of value; shorter than two units is kept as written.
+      // Kinds of value: rooted, protocol-relative, and others lowered.
       {"<img src=\"/a.gif\">", kBase, "<img src=\"http://host/dir/a.gif\">"},
       {"<a href=\"//cdn/a.gif\">", kBase, "<a href=\"http://cdn/a.gif\">"},
-      {"<a href=\"sub/A.gif\">", kBase, "<a href=\"sub/a.gif\">"},
       {"<a href=\"mailto:Me@X\">", kBase, "<a href=\"mailto:me@x\">"},
-      {"<a href='/'>", kBase, "<a href='/'>"},
       // The base is cut to its folder; the slash of "https://" is not at
-      // index 6, so there the host goes too; no slash leaves no base.
-      {"<a href=\"/a\">", "http://host", "<a href=\"http://host/a\">"},
+      // index 6, so there the host goes too.
       {"<a href=\"/a\">", "https://host", "<a href=\"https://a\">"},
-      {"<a href=\"/a\">", "host", "<a href=\"/a\">"},
       // "href" counts only behind white space or at the start; "src" anywhere.
       {"<a xhref=\"/x\">", kBase, "<a xhref=\"/x\">"},
-      {"<a\nb>href=/x", kBase, "<a\nb>href=/x"},
-      {"href=/x", kBase, "href=http://host/dir/x"},
       {"<a xsrc=/x>", kBase, "<a xsrc=http://host/dir/x>"},
-      // A word without a value drops the tail; without "=" the value starts
-      // right behind the word; a missing closing quote keeps the rest.
+      // A word without a value drops the tail; a missing closing quote keeps the rest.
       {"<a href", kBase, ""},
-      {"<a href=\"/x\"> the src", kBase, "<a href=\"http://host/dir/x"},
-      {"the src Code", kBase, "the src code"},
       {"<a href=\"/x\"> <a href=\"/Open", kBase, "<a href=\"http://host/dir/x\"> <a href=\"/Open"}};
   for (const Case& c : cases)
     EXPECT_TEXT(c.out, H::NormalizeLinks(CString(c.html), CString(c.base))) << c.html;
