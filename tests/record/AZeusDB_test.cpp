@@ -389,6 +389,17 @@ TEST_F(StringDBTest, LongTextChainsAndShrinks) {
   EXPECT_EQ((std::vector<int>{4, 5, 6, 7, 1, 2, 3}), order);
 }
 
+TEST_F(StringDBTest, MultiByteTextRoundTrips) {
+  StringDB db(root_.root(), "texts", 30, 4);
+  int slot = -1;
+  const CString text(u"caf\u00e9 \u20ac \u007f and more text beyond one slot \U0001F600");
+  ASSERT_GT(db.WriteStringSlot(&slot, text), 1);
+  EXPECT_EQ("!:", SlotData(0).substr(0, 2));
+  CString back;
+  ASSERT_GT(db.ReadStringSlot(slot, back), 1);
+  EXPECT_EQ(text, back);
+}
+
 TEST_F(StringDBTest, ReadErrors) {
   StringDB db(root_.root(), "texts", 30, 4);
   int slot = -1;
