@@ -36,7 +36,6 @@ TEST(FilterCommandTest, PrintsWhatTheFilterHoldsAndRefusesMalformedTextAndBadUsa
   EXPECT_NE(out.find("relation\t11\tfield\t4\tstring\tnews\n"), std::string::npos) << out;
   EXPECT_NE(out.find("text\t(4)(:)(65519)(news:)(4:4:4:|11:4:4:|)()\n"), std::string::npos);
   EXPECT_NE(out.find("\nsentence\tAccept retrieved post only when word"), std::string::npos);
-  EXPECT_NE(out.find("\nnotification\tNotify me when word"), std::string::npos);
   EXPECT_EQ(RunFilterCommand({"(1)(x)"}, &out, &err), 1);
   EXPECT_EQ(RunFilterCommand({"(4)(:)(65519)()()()", "--check"}, &out, &err), 2);
 }
