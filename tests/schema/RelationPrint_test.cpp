@@ -120,8 +120,6 @@ TEST_F(RelationPrintTest,
   } cases[] = {
       {"http://e/a", "<enclosure><link>http://e/a</link>\n</enclosure>\n"},
       {"|2048|audio/mpeg", ""},
-      {"u|1000|", "<enclosure><link>u</link>\n</enclosure>\n"},
-      {"u||video/mp4", "<enclosure><link>u</link>\n<type>video/mp4</type>\n</enclosure>\n"},
       {"u|1048576|a|b",
        "<enclosure><link>u</link>\n<size>1024 KBs</size>\n"
        "<type>a|b</type>\n</enclosure>\n"},
