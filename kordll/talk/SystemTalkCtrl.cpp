@@ -296,7 +296,10 @@ int SystemTalkCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int*) {
       }
       return 0;
     case kCommandRemoveTalkRecord:
-      RemoveTalk(static_cast<TalkItem*>(message->focusable));
+      // Any record may come with the command; only one of this list's talks is taken for a talk.
+      LockResource();
+      if (Holds(message->focusable)) RemoveTalk(static_cast<TalkItem*>(message->focusable));
+      UnLockResource();
       return 1;
     default:
       return 0;

@@ -208,6 +208,10 @@ TEST_F(TalkTest, ARemovedTalksNotificationsHoldTheirRecordsUntilTheLogOff) {
   ASSERT_EQ(Talks()->GetFocusables().size(), 1u);
   EXPECT_EQ(Talks()->GetFocusables()[0]->GetFocusableRelation(), kNotificationRelation);
   EXPECT_EQ(file->GetReferenceCount(), 2);
+  // The command given a record that is not a talk (the notification, a file) removes nothing.
+  EXPECT_EQ(Command(kCommandRemoveTalkRecord, Talks()->GetFocusables()[0]), 1);
+  EXPECT_EQ(Command(kCommandRemoveTalkRecord, file), 1);
+  EXPECT_EQ(Talks()->GetFocusables().size(), 1u);
   GlobalResourceCtrl::SetGlobalResourceClosed(1);
   GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
   EXPECT_EQ(file->GetReferenceCount(), 1);
