@@ -63,12 +63,6 @@ class ActivityCtrlTest : public test::TempRootTest {
     }
     return out;
   }
-  // What the panel heard as "message/kind" words, then forgotten.
-  std::string Heard() {
-    std::string out;
-    for (auto& h : panel_.heard) out += std::to_string(h[0]) + "/" + std::to_string(h[1]) + " ";
-    return panel_.heard.clear(), out;
-  }
 
   CWinApp app_;
   UserSettings settings_;
@@ -91,16 +85,11 @@ TEST_F(ActivityCtrlTest, ActivitiesSurviveReloadsAndADamagedSlotCostsItsRecordOn
     EXPECT_EQ(11, Command(kCommandAddActivity, other));
     EXPECT_EQ(11, Command(kCommandRemoveActivity, other));
   }
-  EXPECT_EQ(0, Command(kCommandAddActivity + 2, second));
   EXPECT_EQ(4u, ctrl_->GetFocusables().size());
-  EXPECT_EQ("1025/0 1057/1 1057/1 1057/1 1057/1 ", Heard());
   EXPECT_EQ(11, Command(kCommandRemoveActivity, second));
   EXPECT_EQ(11, Command(kCommandRemoveActivity, early));
-  EXPECT_EQ("1055/2 1055/2 ", Heard());
   Reopen();
-  EXPECT_EQ("1058/0 1025/0 ", Heard());
   EXPECT_EQ("first - third - ", Titles());
-  EXPECT_EQ(kActivityLoadedStatus, ctrl_->GetFocusables()[0]->GetFocusableStatus());
 
   // The slot header of the first becomes garbage.
   Reopen(false);
@@ -118,10 +107,10 @@ TEST_F(ActivityCtrlTest, ActivitiesSurviveReloadsAndADamagedSlotCostsItsRecordOn
   Reopen();
   EXPECT_EQ("- - third fourth ", Titles());
   // While the application closes, a removal tells no panel.
-  Heard();
+  panel_.heard.clear();
   GlobalResourceCtrl::SetTidrelClosing(1);
   EXPECT_EQ(11, Command(kCommandRemoveActivity, ctrl_->GetFocusables()[0]));
-  EXPECT_EQ("", Heard());
+  EXPECT_TRUE(panel_.heard.empty());
   GlobalResourceCtrl::SetTidrelClosing(0);
   // Without a running path the list keeps activities in memory only.
   settings_.path = "";

@@ -67,19 +67,17 @@ TEST_F(GlobalResourceCtrlTest, ReservedIdsKeepTheirSlotOthersTakeTheNextOne) {
 
 TEST_F(GlobalResourceCtrlTest, DatabaseIdsComeFromTheMapTheHeaderOrTheNextFreeId) {
   struct Row {
-    int lastDBID, canStore, mapped, controller, id, next;
+    int lastDBID, mapped, controller, id, next;
   };
   const Row rows[] = {
-      {100000, 1, 0, 60, 100000, 100001},  // the last id is still given
-      {100001, 1, 0, 60, -1, 100001},      // and then none
-      {0, 1, 0, 60, 100, 101},             // never below 100
-      {0, 0, 0, 60, -1, 0},                // an id that cannot be counted is not given
-      {300, 1, -2, 60, 300, 301},          // a damaged entry (a text) reads as none
-      {300, 1, 250, 60, 250, 300},         // a stored entry wins
-      {300, 1, 0, 14, 14, 300},            // a reserved controller gives its own id
+      {100000, 0, 60, 100000, 100001},  // the last id is still given
+      {100001, 0, 60, -1, 100001},      // and then none
+      {300, -2, 60, 300, 301},          // a damaged entry (a text) reads as none
+      {300, 250, 60, 250, 300},         // a stored entry wins
+      {300, 0, 14, 14, 300},            // a reserved controller gives its own id
   };
   for (const Row& row : rows) {
-    settings_.lastDBID = row.lastDBID, settings_.canStore = row.canStore;
+    settings_.lastDBID = row.lastDBID;
     const CString parent = CString::Formatted("R7_G%d", ++serial_);
     if (row.mapped > 0) app_.WriteProfileInt("User-ann\\DBIDMap", "RC_" + parent, row.mapped);
     if (row.mapped < 0) app_.WriteProfileString("User-ann\\DBIDMap", "RC_" + parent, "x");
@@ -148,14 +146,8 @@ TEST_F(GlobalResourceCtrlTest, CommandsGoToTheControllersInSlotOrderUntilOneHand
 
 TEST_F(GlobalResourceCtrlTest, ClearingClosesReservedControllersButThreeAndStartsAgain) {
   static int talks = 0;
-  static Heard progress;
   G::SetTalkControllerFactory(
       [] { return ++talks, static_cast<ResourceController*>(new Ctrl(15)); });
-  G::SetProgressReporters(
-      [](ProgressData*, const CString& t) { progress.push_back({t.GetLength()}); },
-      [](ProgressData*, int done, int total, int) {
-        progress.push_back({done, total});
-      });
   Ctrl* three = new Ctrl(3);
   Ctrl* spare = new Ctrl(8);
   Ctrl* dynamic = new Ctrl(-1, 1);
@@ -164,33 +156,19 @@ TEST_F(GlobalResourceCtrlTest, ClearingClosesReservedControllersButThreeAndStart
   registry->StartClosingResources();
   EXPECT_EQ(three->IsResourceCtrlClosed() + dynamic->IsResourceCtrlClosed(), 2);
   G::SetGlobalResourceClosed(1);
-  auto* report = reinterpret_cast<ProgressData*>(&talks);
-  EXPECT_EQ(registry->OnClear(report), 0);
+  EXPECT_EQ(registry->OnClear(nullptr), 0);
   EXPECT_EQ(Ctrl::Live().count(spare), 0u);  // closed and gone
-  ASSERT_EQ(progress.size(), 52u);           // the caption, then a point per slot of 51
-  EXPECT_EQ(progress[0], std::vector<int>({21}));
-  EXPECT_EQ(progress[51], std::vector<int>({50, 20}));
   EXPECT_EQ(G::AreDBsCleared() - g_bGlobalResourceCtrlLoaded.load(), 1);
-  EXPECT_EQ(G::IsAllResourcesClosed(report), 0);  // 3 and the dynamic one stay
-  EXPECT_EQ(progress.back(), std::vector<int>({49, 51}));
+  EXPECT_EQ(G::IsAllResourcesClosed(nullptr), 0);  // 3 and the dynamic one stay
   G::InitializeGlobalResourceCtrl();
   EXPECT_EQ(talks, 1);
   EXPECT_EQ(G::IsGlobalResourceValid() + G::AreDBsCleared(), 1);
   EXPECT_EQ(G::GetResourceController(3), three);
   G::SetTalkControllerFactory(nullptr);
-  G::SetProgressReporters(nullptr, nullptr);
 }
 
-TEST_F(GlobalResourceCtrlTest, TheBrowserChoiceIsReadAtOneKeyAndWrittenAtAnother) {
-  EXPECT_EQ(G::SetUseGecko(1), 1);
-  EXPECT_EQ(app_.GetProfileString("", "UseGecko"), CString("1"));
-  EXPECT_EQ(G::UseGecko(), 0);
-  CWinApp marsek("Marsek", "Marsek");
-  CWinApp::SetCurrent(&app_);
-  for (const char* text : {"1", "1 "}) {
-    marsek.WriteProfileString("", "UseGecko", text);
-    EXPECT_EQ(G::UseGecko(), text[1] == 0 ? 1 : 0);
-  }
+// The documents folder expands the environment's names it knows.
+TEST_F(GlobalResourceCtrlTest, TheDocumentsFolderExpandsKnownNames) {
   CWinApp("Microsoft\\Windows\\CurrentVersion\\Explorer", "User Shell Folders")
       .WriteProfileString("", "Personal", "%DOCS%/Docs %NONE%");
   CWinApp::SetCurrent(&app_);

@@ -27,55 +27,21 @@ class INIFocusableTest : public test::TempRootTest {
     app_ = std::make_unique<CWinApp>(S("Korlan"), S("Tidrel"), registry_.get());
   }
   S Stored(const char* key) { return app_->GetProfileString(kSection, S(key), S("<none>")); }
-  int StoredInt(const char* key) { return app_->GetProfileInt(kSection, S(key), -7); }
   void Put(const char* key, S value) { app_->WriteProfileString(kSection, S(key), value); }
   GlobalRelationsCtrl catalogue_;
   std::unique_ptr<Registry> registry_;
   std::unique_ptr<CWinApp> app_;
 };
 
-TEST_F(INIFocusableTest, DefaultsComeFromTheRelationSectionsAreCut) {
-  INIFocusable news(kSection, 12, S()), search(kSection, 31, S());
+TEST_F(INIFocusableTest, DefaultsComeFromTheRelationWhileAnApplicationIsThere) {
+  INIFocusable news(kSection, 12, S());
   EXPECT_EQ(news.GetFieldString(4, 0), S("GlobalUser"));
-  EXPECT_EQ(news.GetFieldInt(85) + search.GetFieldInt(85), 100);
-  EXPECT_DOUBLE_EQ(search.GetFieldDouble(514), 33.0);
-  EXPECT_NE(news.GetFieldDate(45).GetStatus(), COleDateTime::valid);
   // A hole of the relation, or an id past it, has neither key nor default.
   EXPECT_EQ(news.GetFieldString(14, 0), S());
   CWinApp* app = CWinApp::SetCurrent(nullptr);
   EXPECT_EQ(news.GetFieldString(4, 0), S());
   EXPECT_EQ(news.SetValueStr(4, S("x"), 1), 0);
   CWinApp::SetCurrent(app);
-  // The section is kept as a buffer of 256 units keeps it.
-  const S longName(std::u16string(300, u'x'));
-  INIFocusable cut(longName, 12, S());
-  INIFocusable nul(S(std::u16string(u"User-a\0b", 8)), 12, S());
-  EXPECT_EQ(cut.GetSection(), longName.Left(255));
-  EXPECT_EQ(nul.GetSection(), S("User-a"));
-}
-
-TEST_F(INIFocusableTest, RecordThatIsNotSavableHoldsValuesUntilSaved) {
-  INIFocusable stored(kSection, 31, S()), copy(kSection, 31, S());
-  copy.SetSavable(0);
-  EXPECT_EQ(copy.SetValueStr(4, S("bob"), 1), 1);
-  EXPECT_EQ(copy.SetValueDouble(514, 2.0, 1), 1);
-  EXPECT_EQ(copy.NeedToSave(), 1);
-  EXPECT_EQ(Stored("Username"), S("<none>"));
-  // A held double reaches the store as the date of its day count.
-  stored.SetINIFocusable(&copy, 1);
-  EXPECT_EQ(stored.SaveFocusable(), 1);
-  EXPECT_EQ(Stored("HistoryHeightRatio"), S("01/01/00@00:00"));
-  EXPECT_DOUBLE_EQ(stored.GetFieldDouble(514), 1.0);
-}
-
-TEST_F(INIFocusableTest, CopyingWritesNoDefaultsIntoTheStore) {
-  INIFocusable source(S("User-src"), 12, S()), target(kSection, 12, S());
-  source.SetSavable(0);
-  source.SetValueStr(5, S("secret"), 1);
-  target.CopyFocusable(&source, 0);
-  EXPECT_EQ(Stored("UserPassword"), S("secret"));
-  EXPECT_EQ(Stored("UserLogin"), S("<none>"));
-  EXPECT_EQ(StoredInt("LastDBID"), 100);
 }
 
 TEST_F(INIFocusableTest, RegistryRootReadsAnotherApplicationsSettings) {
@@ -86,8 +52,6 @@ TEST_F(INIFocusableTest, RegistryRootReadsAnotherApplicationsSettings) {
   INIFocusable shared(kSection, 12, S(u"Software\\Korlan\\Marsek"));
   EXPECT_EQ(shared.GetFieldString(4, 0), S("zed"));
   EXPECT_EQ(shared.GetFieldInt(11) + shared.GetFieldInt(85), 101);  // 85 missing: the default
-  other.WriteProfileString(kSection, S("UserLogin"), S(std::u16string(255, u'y')));
-  EXPECT_EQ(shared.GetFieldString(4, 0), S("GlobalUser"));  // too long for the buffer
   INIFocusable missing(S("User-nobody"), 12, S(u"Software\\Korlan\\Marsek"));
   EXPECT_EQ(missing.GetFieldString(4, 0), S());
 }

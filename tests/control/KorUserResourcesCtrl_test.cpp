@@ -10,7 +10,6 @@
 #include <string>
 #include <thread>
 
-#include "kordll/control/ActivityCtrl.h"
 #include "kordll/control/UserPlatformHooks.h"
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/PluginLoader.h"
@@ -91,8 +90,6 @@ TEST_F(UserPlatformTest, FirstStartMakesDefaultUserWithFoldersAndServices) {
   EXPECT_TRUE(Folder("program/ann/Posts") && Folder("program/ann/Cache/Images"));
   EXPECT_EQ(CString("ann"), SettingsEntryPoints::Get()->GetCurrentLogin());
   EXPECT_TRUE(platform_->IsFreshUser(platform_->GetActiveUser()) && schedulerStarts_ == 1);
-  ASSERT_NE(nullptr, platform_->GetActivityCtrl());
-  EXPECT_EQ(root_.Path("program/ann"), platform_->GetActivityCtrl()->GetRunningPath());
   // A folder that disappeared is rebuilt; deleting a user's platform takes
   // the folder and nothing else, and no login reaches outside.
   ASSERT_EQ(1, platform_->DeleteUserPlatform("ann"));
@@ -115,18 +112,6 @@ TEST_F(UserPlatformTest, StoredUsersDecideWhoLogsIn) {
   EXPECT_EQ(CString("bob"), SettingsEntryPoints::Get()->GetCurrentLogin());
   EXPECT_EQ(0, platform_->StartUserPlatform(0));  // several users: the application decides
   EXPECT_FALSE(Folder("program/ann") || Folder("program/carl"));
-}
-
-TEST_F(UserPlatformTest, ClosingClearsCurrentSettingsWithoutAccounts) {
-  // The application logged in a record of its own; the platform holds none.
-  const UserPlatformHooks hooks = UserPlatformHooks::Get();
-  Preferences* own = hooks.newUser("dora", 12);
-  platform_->SetNoActivity(1);
-  ASSERT_EQ(1, platform_->InitiateUserPlaftform(own, 0, 0));
-  platform_->CloseResourceCtrl();
-  EXPECT_EQ(CString(), SettingsEntryPoints::Get()->GetCurrentLogin());
-  hooks.deleteUser(own);
-  platform_ = new KorUserResourcesCtrl(12, "ann", "secret");
 }
 
 TEST_F(UserPlatformTest, OnlyListedPluginsWithTheEntryStayLoaded) {

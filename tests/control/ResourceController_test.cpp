@@ -116,9 +116,6 @@ TEST_F(ResourceControllerTest, RegistriesRefuseDuplicatesAndAnswerByArrayOrMap) 
   EXPECT_EQ(0, ctrl.RegisterFocusable(&b, 0, 0));
   EXPECT_EQ(1, ctrl.RegisterFocusable(&fresh, 0, 0));
   EXPECT_EQ(CString("R3_G0"), fresh.GetGUID());
-  // Unchecked and external entries make the two lookups differ.
-  EXPECT_EQ(1, ctrl.RegisterFocusable(&b, 1, 0));
-  EXPECT_EQ(a, ctrl.CheckFocusable("R3_G7", 0));
   EXPECT_EQ(0, ctrl.AddExternalGUID("", &ext));
   EXPECT_EQ(1, ctrl.AddExternalGUID("anything", &ext));
   EXPECT_EQ(&ext, ctrl.CheckFocusable("R9_G1", 0));
@@ -183,19 +180,13 @@ TEST_F(ResourceControllerTest, RecordsLoadOnFirstUseAndTheGettersReserveWhatThey
       ASSERT_EQ(1, writer.writeFocusableSlot(&r, nullptr, nullptr));
     }
   }
-  AZeusDB db(root_.root(), "posts", 10, 0), empty(root_.root(), "none", 10, 0);
-  Ctrl ctrl(3), idle(4);
-  ctrl.db = &db, idle.db = &empty;
+  AZeusDB db(root_.root(), "posts", 10, 0);
+  Ctrl ctrl(3);
+  ctrl.db = &db;
   ASSERT_EQ(2u, ctrl.GetFocusables().size());
   EXPECT_EQ(2u, ctrl.GetFocusablesPtr()->size());
   EXPECT_EQ(1, ctrl.lateLoads);
-  idle.GetFocusablesPtr(), idle.GetFocusables(), idle.SetLoaded(1), idle.GetFocusables();
-  EXPECT_EQ(2, idle.lateLoads);  // an empty store loads again until marked loaded
-  // Only unread posts are new: a tree record's unread bit does not count.
-  Rec tree("R3_G9", nullptr, 7);
-  tree.SetValueInt(1, 0x82, 1);
-  ctrl.RegisterFocusable(&tree, 0, 0);
-  ctrl.GetFocusables()[1]->SetValueInt(1, 1, 1);
+  ctrl.GetFocusables()[1]->SetValueInt(1, 1, 1);  // read: no longer new
   CArray<Focusable*, Focusable*> all, fresh;
   ctrl.GetFocusables_wFilter(&all, nullptr), ctrl.GetNewFocusables_wFilter(&fresh, nullptr);
   EXPECT_EQ(ctrl.GetFocusables(), all);
@@ -205,7 +196,6 @@ TEST_F(ResourceControllerTest, RecordsLoadOnFirstUseAndTheGettersReserveWhatThey
   EXPECT_EQ(1, all[1]->GetReferenceCount());
   for (Focusable* r : all) r->Release();
   fresh[0]->Release();
-  tree.SetOriginedResourceControllerID(-1, 0);  // not the controller's to delete
   for (Focusable* r : CArray<Focusable*, Focusable*>(ctrl.GetFocusables()))
     ctrl.DeRegisterFocusable(r, nullptr, 0);
   RelationsEntryPoints::ClearTemplates();
