@@ -58,12 +58,10 @@ TEST(COleDateTimeTest, SetDateTimeRefusesPartsOutsideTheCalendar) {
         << p[0] << "-" << p[1] << "-" << p[2] << " " << p[3] << ":" << p[4] << ":" << p[5];
     EXPECT_EQ(COleDateTime::invalid, d.GetStatus());
     EXPECT_EQ(-1, d.GetYear());
-    EXPECT_EQ(-1, d.GetDayOfWeek());
   }
   COleDateTime leap;
   EXPECT_EQ(0, leap.SetDate(2000, 2, 29));
   EXPECT_EQ(COleDateTime::valid, leap.GetStatus());
-  EXPECT_EQ(0, leap.GetHour());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(-700000.0).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(3000000.0).GetStatus());
   EXPECT_EQ(COleDateTime::invalid, COleDateTime(NAN).GetStatus());
