@@ -10,7 +10,6 @@
 #include <memory>
 
 #include "kordll/platform/Clock.h"
-#include "kordll/record/Item.h"
 #include "kordll/record/LibraryLifetime.h"
 #include "tests/record/FocusableTestSupport.h"
 
@@ -108,10 +107,6 @@ TEST_F(FocusableTest, IdZeroIsTheGuidOutsideTheItemArrayAndMalformedGuidsHaveNoS
   EXPECT_EQ(record.SetValueStr(0, CString(u"R3_G9"), 1), 1);
   EXPECT_EQ(record.GetFieldCount(0), 1);
   EXPECT_EQ(record.GetFocusableID(), 9);
-  Item same(CString(u"R3_G9"));
-  Item other(CString(u"r3_g9"));
-  EXPECT_EQ(record.IsFieldItemSame(0, &same), 1);
-  EXPECT_EQ(record.IsFieldItemSame(0, &other), 0);
   // SetGUID marks only a real change.
   Focusable fresh(4, nullptr);
   fresh.SetGUID(CString());
@@ -124,61 +119,10 @@ TEST_F(FocusableTest, IdZeroIsTheGuidOutsideTheItemArrayAndMalformedGuidsHaveNoS
   EXPECT_EQ(record.GetFocusableID(), 345);
 }
 
-// --- Lazy parsing of stored pieces ------------------------------------------------
-
-TEST_F(FocusableTest, PiecesOfALongFieldJoinAndAWholeValueReplacesThem) {
-  // (How pieces of a text join is checked with the piece setter in PieceLoad_test.)
-  Focusable record(4, nullptr);
-  record.SetValue(4, 4, u"Hello, ", 1, 1, 0);
-  record.SetValue(4, 4, u"again", 0, 0, 1);
-  EXPECT_EQ(record.GetFieldString(4, 0), CString(u"again"));
-  record.SetValue(0, 4, u"R3_", 1, 1, 0);
-  record.SetValue(0, 4, u"G5", 1, 0, 1);
-  EXPECT_EQ(record.GetGUID(), CString(u"R3_G5"));
-  EXPECT_EQ(record.NeedToSave(), 0);  // what comes from disk is no change
-  // A stored flag keeps its value, not its text; a long one its last piece.
-  record.SetValue(12, 3, u"0", 0, 0, 1);
-  EXPECT_EQ(record.GetFieldBool(12), 0);
-  CString raw(u"unset");
-  record.GetValueStr(12, &raw);
-  EXPECT_TRUE(raw.IsEmpty());
-  record.SetValue(13, 3, u"1", 1, 1, 0);
-  record.SetValue(13, 3, u"0", 1, 0, 1);
-  EXPECT_EQ(record.GetFieldBool(13), 0);
-}
-
-TEST_F(FocusableTest, StoredNumbersAreParsedOnFirstTypedRead) {
-  Focusable record(4, nullptr);
-  record.SetValue(5, 0, u"12abc", 0, 0, 1);
-  record.SetValue(6, 1, u"3.5", 0, 0, 1);
-  record.SetValue(7, 2, u"01/02/10@03:04", 0, 0, 1);
-  double raw = 1.0;
-  EXPECT_EQ(record.GetFieldString(6, 0), CString(u"3.500000"));  // written as its value
-  EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
-  EXPECT_EQ(raw, 0.0);  // printing it put nothing into the item
-  EXPECT_EQ(record.GetFieldDouble(6), 3.5);
-  EXPECT_EQ(record.GetValueDouble(6, &raw), 1);
-  EXPECT_EQ(raw, 3.5);  // a typed read does
-  EXPECT_EQ(record.GetFieldInt(5), 12);
-  EXPECT_EQ(record.GetFieldString(5, 0), CString(u"12abc"));  // unchanged text stands
-  EXPECT_EQ(record.GetFieldDate(7).GetYear(), 2010);
-  // A later piece of an existing field is parsed again from the joined text.
-  record.SetValue(5, 0, u"4", 1, 1, 0);
-  record.SetValue(5, 0, u"2", 1, 0, 1);
-  EXPECT_EQ(record.GetFieldInt(5), 42);
-}
-
 TEST_F(FocusableTest, SetValueWithTextAcceptsKnownTypesOnlyAndKeepsANulCharacter) {
   Focusable record(4, nullptr);
   EXPECT_EQ(record.SetValue_wStr(5, 9, CString(u"x")), 0);
   EXPECT_EQ(record.IsFieldActive(5, 0), 0);
-  EXPECT_EQ(record.SetValue_wStr(5, 0, CString(u"31")), 1);
-  EXPECT_EQ(record.SetValue_wStr(5, 0, CString(u"32")), 1);  // existing: parsed at once
-  int value = 0;
-  EXPECT_EQ(record.GetValueInt(5, &value), 1);
-  EXPECT_EQ(value, 32);
-  EXPECT_EQ(record.SetValue_wStr(0, 77, CString(u"R1_G1")), 1);
-  EXPECT_EQ(record.GetGUID(), CString(u"R1_G1"));
   const CString text(std::u16string(u"ab\0cd", 5));
   EXPECT_EQ(record.SetValue_wStr(6, 4, text), 1);
   EXPECT_EQ(record.SetValue_wStr(6, 4, text), 1);  // existing item
@@ -240,16 +184,6 @@ TEST_F(FocusableTest, ChangeMarksOfItemsAndOfTheRecord) {
   saved.ChangeItemChangeStatus(5, 0);
   saved.FocusableSaved();
   EXPECT_EQ(saved.NeedToSave(), 0);
-  EXPECT_EQ(saved.IsItemChanged(1, 0), 0);  // below 2: the record's flag
-  // UpdateNeeded parses and marks every item.
-  Focusable update(4, nullptr);
-  update.SetValue(6, 1, u"1.5", 0, 0, 1);
-  update.UpdateNeeded();
-  EXPECT_EQ(update.NeedToSave(), 1);
-  EXPECT_EQ(update.IsItemChanged(6, 0), 1);
-  double raw = 0.0;
-  update.GetValueDouble(6, &raw);
-  EXPECT_EQ(raw, 1.5);
 }
 
 // --- Status rules ----------------------------------------------------------------------
@@ -342,7 +276,6 @@ TEST_F(FocusableTest, OpeningAPostShowsItsLink) {
   tree.SetValueStr(10, CString(u"http://b/"), 1);
   EXPECT_EQ(tree.OpenFocusable(), 1);
   ASSERT_EQ(registry.panelMessages.size(), 1u);
-  EXPECT_EQ(registry.panelMessages[0].message, 1039u);
   EXPECT_EQ(registry.panelMessages[0].request.message, 1081);
   EXPECT_EQ(registry.panelMessages[0].request.text, CString(u"http://a/"));
 }
