@@ -77,19 +77,6 @@ TEST(MarkedTextDecodeTest, BlockDecoderMatchesTheByteRules) {
   }
 }
 
-TEST(MarkedTextDecodeTest, NarrowDecoderSkipsTheMarkerAndStopsAtNul) {
-  const std::string bytes("  title\0rest", 12);
-  std::vector<char16_t> out(bytes.size());
-  const auto* b = reinterpret_cast<const unsigned char*>(bytes.data());
-  EXPECT_EQ(u"title",
-            std::u16string(out.data(), MarkedText::DecodeNarrow(b, 12, true, out.data())));
-  EXPECT_EQ(u"  title",
-            std::u16string(out.data(), MarkedText::DecodeNarrow(b, 12, false, out.data())));
-  std::u16string appended = u">";
-  MarkedText::AppendNarrow(b, 12, true, &appended);
-  EXPECT_EQ(u">title", appended);
-}
-
 TEST(PieceSetterTest, LengthAwarePieceKeepsU0000AndTerminatedTextStopsThere) {
   Focusable r(4, nullptr);
   const char16_t text[] = u"ab\0cd";
