@@ -296,22 +296,21 @@ int SystemTalkCtrl::InterpretGUICommand(PANELVIEWMESSAGE* message, int*) {
       }
       return 0;
     case kCommandRemoveTalkRecord:
-      // Any record may come with the command; only one of this list's talks is taken for a talk.
-      LockResource();
-      if (Holds(message->focusable)) RemoveTalk(static_cast<TalkItem*>(message->focusable));
-      UnLockResource();
+      RemoveTalk(message->focusable);  // any record may come with the command
       return 1;
     default:
       return 0;
   }
 }
 
-int SystemTalkCtrl::RemoveTalk(TalkItem* talk) {
+int SystemTalkCtrl::RemoveTalk(Focusable* record) {
   LockResource();
-  if (!Holds(talk)) {
+  if (!Holds(record)) {
     UnLockResource();
     return 0;
   }
+  // Held here with the talk relation: one of this list's talks.
+  TalkItem* talk = static_cast<TalkItem*>(record);
   talk->Reserve();  // for the length of the removal
   UnLockResource();
   GlobalResourceCtrl::SendRC2PanelMessage(this, kPanelMessageRecordRemoved, kPanelKindRemoved,

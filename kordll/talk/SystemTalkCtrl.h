@@ -120,8 +120,9 @@ class SystemTalkCtrl : public ResourceController {
   // Takes talk out of the list: panels hear 1035 (kind 2), the list of its
   // notifications goes (the notifications stay registered until the
   // controller closes), and the controller lets the talk go (it is deleted
-  // once nobody else holds it). 1 when the talk was held here, else 0.
-  int RemoveTalk(TalkItem* talk);
+  // once nobody else holds it). 1 when the record is a talk held here, else
+  // 0: any other record (a notification, a file) is left alone.
+  int RemoveTalk(Focusable* record);
 
  private:
   TalkItem* Fire(_struct_RESCTRLNOTIFMSG* message, int silent);
