@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "fuzz/FuzzScratch.h"
@@ -52,6 +53,12 @@ FileManagerCtrl* List() {
     FileSystem::WriteWholeFile(Locations::Join(root, "keep"), "x");
     SettingsEntryPoints::Install(&settings);
     GlobalResourceCtrl::GetGlobalResourceCtrl();
+    // The notifications of removed talks hold their entries until the
+    // controllers close: close them as a log-off does before the run ends.
+    std::atexit([] {
+      GlobalResourceCtrl::SetGlobalResourceClosed(1);
+      GlobalResourceCtrl::GetGlobalResourceCtrl()->OnClear(nullptr);
+    });
     return FileManagerCtrl::Start();
   }();
   return list;
