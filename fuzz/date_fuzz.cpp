@@ -2,7 +2,9 @@
 // internal shape reader and to the plain local reader, then tells every
 // date read in the library's words. Nothing may crash, hang or read out of
 // bounds, whatever the length of a word; a valid date must lie in the
-// calendar and no rendering may exceed its buffer.
+// calendar and no rendering may exceed its buffer. The short way of reading
+// stored dates must give the full reader's date to the last bit when it
+// takes a text, and leave the date alone when it refuses one.
 //
 // Input: a first byte of 0 takes the rest as UTF-16LE units (so that lone
 // surrogates and U+0000 reach the readers); anything else is UTF-8 text.
@@ -11,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "kordll/core/DateText.h"
 #include "kordll/platform/COleDateTime.h"
 #include "kordll/platform/CString.h"
 #include "kordll/platform/Clock.h"
@@ -36,6 +39,10 @@ void CheckDate(const COleDateTime& d) {
   Check(d.GetHour() >= 0 && d.GetHour() <= 23);
 }
 
+bool Same(const COleDateTime& a, const COleDateTime& b) {
+  return a.GetStatus() == b.GetStatus() && a.GetDATE() == b.GetDATE();
+}
+
 void Tell(const COleDateTime& d) {
   CheckDate(d);
   Check(KorlanDateTime::DateTimeToFullString(d, 0).GetLength() <= 255);
@@ -50,7 +57,8 @@ void Tell(const COleDateTime& d) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // A fixed "now", so that a failing input fails the same way every time.
+  // A fixed "now", so that a failing input fails the same way every time;
+  // 2010 makes "10" the current year and "11" a year of the last century.
   static kordll::ManualClock clock(COleDateTime(2010, 6, 15, 15, 5, 0));
   static bool installed = (kordll::Env::SetForTesting(&clock), true);
   (void)installed;
@@ -66,7 +74,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     text = CString::FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
   }
 
-  Tell(KorlanDateTime::StringToDateTime(text, 0));
+  const COleDateTime full = KorlanDateTime::StringToDateTime(text, 0);
+  Tell(full);
+  const COleDateTime untouched(1234.5);
+  COleDateTime fast = untouched;
+  Check(Same(fast, kordll::DateText::ReadStoredShape(text, &fast) ? full : untouched));
+  Check(Same(kordll::DateText::StoredTextToDateTime(text), full));
   KorlanDateTime::ReadInfo info;
   Tell(KorlanDateTime::StringToDateTimeExplained(text, 1, &info));
   Check(info.form >= -1 && info.form <= 10);
