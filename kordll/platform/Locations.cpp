@@ -100,17 +100,13 @@ CString BelowHome(const char* relative) {
 }
 
 std::vector<CString> SplitParts(const CString& path, bool backslash_too) {
+  const CString separators(backslash_too ? u"/\\" : u"/");
   std::vector<CString> parts;
-  CString current;
-  for (char16_t c : path.str()) {
-    if (c == u'/' || (backslash_too && c == u'\\')) {
-      if (!current.IsEmpty()) parts.push_back(current);
-      current.Empty();
-    } else {
-      current += c;
-    }
+  int at = 0;
+  for (CString part = path.Tokenize(separators, at); at >= 0;
+       part = path.Tokenize(separators, at)) {
+    parts.push_back(part);
   }
-  if (!current.IsEmpty()) parts.push_back(current);
   return parts;
 }
 

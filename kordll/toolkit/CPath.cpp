@@ -38,16 +38,10 @@ int FirstUnquotedBlank(const CString& text, int start = 0) {
 
 std::vector<CString> SplitSeparated(const CString& text) {
   std::vector<CString> parts;
-  CString current;
-  for (char16_t c : text.str()) {
-    if (IsSeparator(c)) {
-      if (!current.IsEmpty()) parts.push_back(current);
-      current.Empty();
-    } else {
-      current += c;
-    }
+  int at = 0;
+  for (CString part = text.Tokenize(u"\\/", at); at >= 0; part = text.Tokenize(u"\\/", at)) {
+    parts.push_back(part);
   }
-  if (!current.IsEmpty()) parts.push_back(current);
   return parts;
 }
 
