@@ -36,11 +36,8 @@ bool HasUnsafeUnit(const CString& s) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool initialised = [] {
-    Locations::SetRootForTesting(kRoot);
-    return true;
-  }();
-  (void)initialised;
+  static const bool rooted = (Locations::SetRootForTesting(kRoot), true);
+  (void)rooted;
   if (size > 4096) return 0;
   std::string bytes(reinterpret_cast<const char*>(data), size);
   CString text = CString::FromUtf8(bytes);
