@@ -79,28 +79,14 @@ TEST_F(PreferencesTest, WhatOneProcessWritesTheNextReads) {
   EXPECT_EQ(prefs.GetUserPassword(), S("secret"));
 }
 
-TEST_F(PreferencesTest, ValuesLeftByOtherProgramsReadAsTheDefault) {
-  // Wrong-typed values in general are read by the record itself; here the
-  // settings' own readings.
-  Put("BloglinesPassword", RegValue::String(S("plain")));
-  Put("HighlightsPageSize", RegValue::String(S(u"\xDC00")));
-  Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
-  Preferences::SetGlobalPreferences(&prefs);
-  EXPECT_EQ(prefs.GetBloglinesPassword(), S());  // no marker: nothing
-  EXPECT_EQ(Preferences::GetCurrentPreferencesIntValue(109), 20);
-}
-
 TEST_F(PreferencesTest, TheCurrentRecordAnswersTheRecordCore) {
   Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
   prefs.SetUserRunningPath(root_.DataRoot() + S("/ann"));
-  int added = 0, removed = 0;
-  Focusable::GetRemovedStatus(0, Focusable::kStatusFlagged, added, removed);
-  EXPECT_EQ(added, Focusable::kStatusFlagged);  // no settings: no rank
   Preferences::SetGlobalPreferences(&prefs);
   SettingsEntryPoints* entry = SettingsEntryPoints::Get();
   for (int mode : {1, 2}) {
     ASSERT_EQ(entry->SetCurrentPreferencesIntValue(SettingsEntryPoints::kRankModeField, mode), 1);
-    added = removed = 0;
+    int added = 0, removed = 0;
     Focusable::GetRemovedStatus(0, Focusable::kStatusFlagged, added, removed);
     EXPECT_EQ(added, Focusable::kStatusFlagged |
                          (mode == 1 ? Focusable::kStatusRank1024 : Focusable::kStatusRank2048));
@@ -111,39 +97,6 @@ TEST_F(PreferencesTest, TheCurrentRecordAnswersTheRecordCore) {
   EXPECT_EQ(entry->GetCurrentPreferencesIntValue(Preferences::kLastDBID), 100);
   EXPECT_EQ(entry->SetCurrentPreferencesIntValue(Preferences::kLastDBID, 117), 1);
   EXPECT_EQ(app_->GetProfileInt(S("User-ann"), S("LastDBID"), 0), 117);
-  // No record current: the answers in place before come back.
-  Preferences::SetGlobalPreferences(nullptr);
-  EXPECT_EQ(SettingsEntryPoints::Get()->GetCurrentPreferencesSection(), S());
-  EXPECT_EQ(Preferences::GetCurrentUserRunningPath(), S());
-}
-
-TEST_F(PreferencesTest, AnOlderRecordIsCarriedOver) {
-  UserPreferences old;
-  old.SetUserLogin(S("ann"));
-  old.SetGeneralState(0x2 | 0x20 | 0x200, 0);
-  old.SetUpdateBehaviour(0x80, 0);
-  old.SetNotificationBehaviour(0x1 | 0x2000, 0);
-  old.SetValueInt(UserPreferences::kRankingBehaviour, 0x4 | 0x200 | 0x8000, 1);
-  old.SetInitializationState(0x4, 0);
-  old.SetProxyServer(S("proxy"), 3128, S(), S("pw"));
-  old.SelectSkin(S("1@Ocean"));
-  Preferences prefs(S("old"), S(), Preferences::kNewsRelation);
-  ASSERT_EQ(prefs.LoadUserPreferences(&old), 1);
-  EXPECT_EQ(prefs.GetSection(), S("User-ann"));
-  struct Expected {
-    int field, value;
-  } ints[] = {{10, 1},  {11, 2},      {8, 0},  {17, 2},  {21, 0},    {22, 1},
-              {29, 63}, {31, 0x8000}, {34, 1}, {37, 20}, {49, 3128}, {47, 1}};
-  for (const Expected& e : ints) {
-    EXPECT_EQ(
-        prefs.GetFieldType(e.field) == 3 ? prefs.GetFieldBool(e.field) : prefs.GetFieldInt(e.field),
-        e.value)
-        << "field " << e.field;
-  }
-  EXPECT_EQ(prefs.GetFieldString(48, 0) + "|" + prefs.GetFieldString(43, 0) + "|" +
-                prefs.GetFieldString(46, 0) + "|" + prefs.GetFieldString(42, 0),
-            S("proxy||Ocean|Notify.wav"));
-  EXPECT_EQ(prefs.LoadUserPreferences(nullptr), 0);
 }
 
 TEST_F(PreferencesTest, CarryOverReadsEveryBitOfTheOldWordsAndWritesEveryTarget) {
@@ -159,29 +112,9 @@ TEST_F(PreferencesTest, CarryOverReadsEveryBitOfTheOldWordsAndWritesEveryTarget)
 }
 
 TEST_F(PreferencesTest, SearchEnginesSurviveTheirStoredForm) {
-  {
-    Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
-    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("Find! it|now"), S("http://e/?q="), S(), S(),
-                                                 S("f"), 1),
-              1);
-    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("B"), S(""), S("p2"), S("p3"), S("b"), 0), 1);
-    EXPECT_EQ(prefs.AddWebSearchEngineDefinition(S("Again"), S(), S(), S(), S("f"), 0), 0);
-    EXPECT_EQ(prefs.SetDefaultWebSearchEngineDefinition(S("f")), 1);
-    EXPECT_EQ(prefs.SetDefaultWebSearchEngineDefinition(S("f")), 0);
-  }
   Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
   CString title, p1, p2, p3;
   int first = 0, isDefault = 0;
-  ASSERT_EQ(prefs.GetWebSearchEngineDefinition(S("f"), title, p1, p2, p3, first, isDefault), 1);
-  EXPECT_EQ(title + "/" + p2 + "/" + p3, S("Find! it|now//?"));  // an empty third part: "?"
-  EXPECT_EQ(first + isDefault, 2);
-  ASSERT_EQ(prefs.GetWebSearchEngine_wID(1, p1, p2, p3), 1);  // "f" was added first
-  EXPECT_EQ(p1, S("http://e/?q="));
-  ASSERT_EQ(prefs.GetWebSearchEngine_wID(2, p1, p2, p3), 1);
-  EXPECT_EQ(p1 + p2 + p3, S("p2p3"));
-  EXPECT_EQ(prefs.UpdateWebSearchEngineDefinition(S("b"), S("B2"), S(), S(), S(), S("f"), 0, 0), 0);
-  EXPECT_EQ(prefs.RemoveWebSearchEngineDefinition(S("f")), 1);
-  EXPECT_EQ(prefs.GetDefaultWebSearchEngineDefinition(p1, p2, p3, first), 0);
   // A stored definition without a term is dropped; a broken text is read
   // as far as it goes.
   prefs.SetValueStr(Preferences::kMySearchEngineDefinitions, S("a!b!c!_NOENTRY_!0!0!T!4|||x!!!k|!"),
