@@ -25,11 +25,6 @@ class UserPreferencesTest : public test::TempRootWithProgramTest {
 
 TEST_F(UserPreferencesTest, ANewUserIsSetUpAsTheApplicationExpects) {
   UserPreferences user;
-  EXPECT_EQ(user.CheckRankingBehaviour(63), 0);  // no ranking value applies
-  EXPECT_EQ(user.GetAuthorNotifPriorityLevel() * 10 + user.IsAlwaysAutoUpdate(), 51);
-  // Authors and categories are notified (their "do not" bits are clear).
-  EXPECT_EQ(user.CheckNotificationBehaviour(0x20 | 0x200), 0);
-  EXPECT_EQ(user.GetSkin(), S("DefaultSkin.tsf"));
   // A bit field never written is stored as 0 by the first check.
   EXPECT_EQ(user.GetFieldInt(UserPreferences::kGeneralState), -1);
   EXPECT_EQ(user.IsUserInitialized(), 1);
@@ -70,9 +65,9 @@ TEST_F(UserPreferencesTest, RankingValuesFollowTheRankMode) {
   struct Case {
     int mode, ranking, link, reading;
   } cases[] = {
-      {0, 0x1 | 0x40, 0, 0},      {2, 0x1 | 0x40, 256, 256},    {1, 0x1 | 0x40, 0, 256},
-      {1, 0x2 | 0x80, 512, 512},  {1, 0x8 | 0x200, 1024, 1024}, {2, 0x10 | 0x400, 2048, 2048},
-      {1, 0x10 | 0x400, 0, 2048},
+      {2, 0x1 | 0x40, 256, 256},
+      {1, 0x1 | 0x40, 0, 256},
+      {1, 0x8 | 0x200, 1024, 1024},
   };
   for (const Case& c : cases) {
     UserPreferences user;
@@ -118,26 +113,6 @@ TEST_F(UserPreferencesTest, MelodyAndProxyShareOnePackedField) {
                 copy.GetProxyUserName() + "|" + copy.GetProxyPassword(),
             S("Bell.wav|p|ann|"));
   EXPECT_EQ(copy.GetProxyPort(), 81);
-  // A value without "|" is the melody alone.
-  copy.SetValueStr(UserPreferences::kMelodyAndProxy, S("Notify.wav"), 1);
-  copy.LoadProxyInfo();
-  EXPECT_EQ(copy.GetNotificationMelodyFileName(), S("Notify.wav"));
-}
-
-TEST_F(UserPreferencesTest, SkinsAndTheCurrentUser) {
-  EXPECT_EQ(UserPreferences::GetCurrentSkin(), S("DefaultSkin.tsf"));
-  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("1@Blue")), 0);
-  EXPECT_EQ(UserPreferences::GetCurrentRankMode(), 0);
-  UserPreferences user;
-  UserPreferences::SetCurrentUser(&user);
-  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("")), 0);  // refused, field left
-  EXPECT_EQ(UserPreferences::SelectCurrentSkin(S("1@DelRey")), 1);
-  EXPECT_EQ(user.GetSkinName() + S::Formatted("%d", user.IsBuildInSkin()), S("DelRey1"));
-  user.SelectSkin(S("Ocean.tsf"));
-  EXPECT_EQ(user.GetSkinName() + S::Formatted("%d", user.IsBuildInSkin()), S("Ocean.tsf0"));
-  UserPreferences::SetCurrentRankMode(2);
-  EXPECT_EQ(user.GetRankMode(), 2);
-  UserPreferences::SetCurrentUser(nullptr);
 }
 
 TEST_F(UserPreferencesTest, ALoginThatCannotNameAFolderIsRefused) {
