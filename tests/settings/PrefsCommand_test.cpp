@@ -64,18 +64,5 @@ TEST_F(PrefsCommandTest, ABadValueWritesNothing) {
   EXPECT_TRUE(Has("RankMode\tint\t0\tdefault")) << out_;
 }
 
-TEST_F(PrefsCommandTest, TheFirstListedUserAndValuesOfTheWrongType) {
-  {
-    CWinApp app(CString("Tidrel"), CString("Tidrel"));
-    app.WriteProfileString(CString(), CString("Users"), CString("||bob|ann|"));
-    app.WriteProfileInt(CString("User-bob"), CString("SkinName"), 7);
-    app.WriteProfileString(CString("User-bob"), CString("ProxyUserName"),
-                           CString(std::u16string(u"a\0\xD800", 3)));
-  }
-  ASSERT_EQ(0, Run({})) << err_;
-  EXPECT_TRUE(Has("SkinName\tstring\tDelRey\tdefault")) << out_;
-  EXPECT_TRUE(Has("ProxyUserName\tstring\ta\\u0000\\uD800\tstored")) << out_;
-}
-
 }  // namespace
 }  // namespace kordll
