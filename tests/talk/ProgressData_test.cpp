@@ -58,12 +58,6 @@ TEST_F(ProgressWindowTest, ButtonsSendTheirCommandsThroughTheRegistry) {
   EXPECT_EQ(owner->seen,
             (decltype(owner->seen){{kCommandRedrawTalk, intptr_t(progress), "feed 9"}}));
 
-  ASSERT_EQ(progress->ShowProgressWnd(), 1);  // the same window again
-  host_.ClearCalls();
-  progress->UpdateProgressCaption("Scan");
-  progress->UpdateProgressCaption("Scan");
-  progress->EnableOpenButton(0);
-  EXPECT_EQ(host_.CountOf(TestHost::CallKind::kProgressInvalidate), 1);
   host_.ClickProgressButton(0, 1);
   EXPECT_EQ(progress->IsProgressAborted(), 1);
   EXPECT_EQ(progress->GetProgressCaption(), CString("Cancelling ..."));
