@@ -33,17 +33,6 @@ class INIFocusableTest : public test::TempRootTest {
   std::unique_ptr<CWinApp> app_;
 };
 
-TEST_F(INIFocusableTest, DefaultsComeFromTheRelationWhileAnApplicationIsThere) {
-  INIFocusable news(kSection, 12, S());
-  EXPECT_EQ(news.GetFieldString(4, 0), S("GlobalUser"));
-  // A hole of the relation, or an id past it, has neither key nor default.
-  EXPECT_EQ(news.GetFieldString(14, 0), S());
-  CWinApp* app = CWinApp::SetCurrent(nullptr);
-  EXPECT_EQ(news.GetFieldString(4, 0), S());
-  EXPECT_EQ(news.SetValueStr(4, S("x"), 1), 0);
-  CWinApp::SetCurrent(app);
-}
-
 TEST_F(INIFocusableTest, RegistryRootReadsAnotherApplicationsSettings) {
   CWinApp other(S("Korlan"), S("Marsek"), registry_.get());
   CWinApp::SetCurrent(app_.get());
