@@ -6,15 +6,10 @@
 #include <set>
 #include <vector>
 
-#include "kordll/control/_struct_RESCTRLNOTIFMSG.h"
 #include "kordll/platform/CWinApp.h"
 #include "kordll/platform/CWinThread.h"
-#include "kordll/record/AZeusDB.h"
-#include "kordll/record/DBTaskItem.h"
 #include "kordll/record/Focusable.h"
-#include "kordll/record/RGDBTemplate.h"
 #include "kordll/record/RegistryEntryPoints.h"
-#include "kordll/record/RelationsEntryPoints.h"
 #include "kordll/record/SettingsEntryPoints.h"
 #include "tests/support/TempRoot.h"
 
@@ -37,24 +32,11 @@ struct Panels : RegistryEntryPoints {
   std::vector<std::vector<int>> sent;
 };
 
-// Tells its test when it is deleted; loads its database on demand.
+// Tells its test when it is deleted.
 struct Ctrl : ResourceController {
   explicit Ctrl(int id, bool* deleted = nullptr) : gone(deleted) { SetResourceControllerID(id); }
   ~Ctrl() override { gone != nullptr && (*gone = true); }
-  void LateLoadResource(CString) override {
-    ++lateLoads;
-    DBTaskItem task;
-    task.allFields = 1;
-    while (db != nullptr) {
-      Focusable* r = new Focusable(-1, nullptr);
-      if (!db->readFocusableSlot(r, nullptr, &task)) return void(delete r);
-      RegisterFocusable(r, 0, 0);
-    }
-  }
-  void OnUpdateResourceCtrl(_struct_RESCTRLNOTIFMSG* m) override { heard = m->originatorID; }
   void DropState() { delete data_, data_ = nullptr; }
-  AZeusDB* db = nullptr;
-  int lateLoads = 0, heard = -2;
   bool* gone;
 };
 
@@ -131,33 +113,16 @@ TEST_F(ResourceControllerTest, RegistriesRefuseDuplicatesAndAnswerByArrayOrMap) 
 }
 
 TEST_F(ResourceControllerTest, PanelsHearOfRecordsAddedAndRemovedWhileTheRecordLives) {
-  Ctrl ctrl(3), child(60);
+  Ctrl ctrl(3);
   bool gone = false;
   Rec* r = new Rec("R3_G5", &gone);
   EXPECT_EQ(1, ctrl.AddFocusable(r));
   ctrl.DeleteFocusable(r, 1);  // the controller was its only holder
   EXPECT_TRUE(gone);
   EXPECT_EQ((std::vector<std::vector<int>>{{1037, 1, 5}, {1035, 2, 5}}), panels_.sent);
-  // News goes up to the parent only while the registry is valid.
-  _struct_RESCTRLNOTIFMSG m;
-  child.SetParentResourceCtrl(&ctrl);
-  panels_.valid = 0;
-  child.UpdateParentResourceCtrl(&m);
-  EXPECT_EQ(-2, ctrl.heard);
-  panels_.valid = 1;
-  child.UpdateParentResourceCtrl(&m);
-  EXPECT_EQ(60, ctrl.heard);
 }
 
-TEST_F(ResourceControllerTest, LastReleaseDeletesAndAControllerWithoutStateIsHarmless) {
-  bool deleted = false;
-  Ctrl* ctrl = new Ctrl(3, &deleted);
-  ctrl->Reserve();
-  int destroyed = -1;
-  EXPECT_EQ(0, ctrl->Release(&destroyed));
-  EXPECT_FALSE(deleted || destroyed);
-  EXPECT_EQ(1, ctrl->Release(&destroyed));
-  EXPECT_TRUE(deleted && destroyed);
+TEST_F(ResourceControllerTest, AControllerWithoutStateIsHarmless) {
   Ctrl bare(3);
   bare.DropState();
   Rec r("");
@@ -165,40 +130,6 @@ TEST_F(ResourceControllerTest, LastReleaseDeletesAndAControllerWithoutStateIsHar
   EXPECT_EQ(1, bare.IsResourceCtrlClosed());
   EXPECT_TRUE(bare.GetAvailableGUID().IsEmpty() && bare.GetFocusablesPtr() == nullptr);
   bare.DeleteFocusable(&r, 1), bare.GetFocusables_wFilter(nullptr, nullptr);
-}
-
-TEST_F(ResourceControllerTest, RecordsLoadOnFirstUseAndTheGettersReserveWhatTheyGive) {
-  RGDBTemplate tmpl(4);
-  tmpl.AddField(0, 20, 4, "", "guid", 0, 0);
-  tmpl.AddField(1, 10, 0, "", "status", 0, 0);
-  RelationsEntryPoints::SetTemplate(4, &tmpl);
-  {
-    AZeusDB writer(root_.root(), "posts", 10, 0);
-    for (const char* guid : {"R3_G1", "R3_G2"}) {
-      Focusable r(4, nullptr);
-      r.SetValueStr(0, guid, 1), r.SetValueInt(1, 2, 1);
-      ASSERT_EQ(1, writer.writeFocusableSlot(&r, nullptr, nullptr));
-    }
-  }
-  AZeusDB db(root_.root(), "posts", 10, 0);
-  Ctrl ctrl(3);
-  ctrl.db = &db;
-  ASSERT_EQ(2u, ctrl.GetFocusables().size());
-  EXPECT_EQ(2u, ctrl.GetFocusablesPtr()->size());
-  EXPECT_EQ(1, ctrl.lateLoads);
-  ctrl.GetFocusables()[1]->SetValueInt(1, 1, 1);  // read: no longer new
-  CArray<Focusable*, Focusable*> all, fresh;
-  ctrl.GetFocusables_wFilter(&all, nullptr), ctrl.GetNewFocusables_wFilter(&fresh, nullptr);
-  EXPECT_EQ(ctrl.GetFocusables(), all);
-  ASSERT_EQ(1u, fresh.size());
-  EXPECT_EQ(CString("R3_G1"), fresh[0]->GetGUID());
-  EXPECT_EQ(2, fresh[0]->GetReferenceCount());
-  EXPECT_EQ(1, all[1]->GetReferenceCount());
-  for (Focusable* r : all) r->Release();
-  fresh[0]->Release();
-  for (Focusable* r : CArray<Focusable*, Focusable*>(ctrl.GetFocusables()))
-    ctrl.DeRegisterFocusable(r, nullptr, 0);
-  RelationsEntryPoints::ClearTemplates();
 }
 
 // A controller's thread, which finishes the controller when its loop ends.
