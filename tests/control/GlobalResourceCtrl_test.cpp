@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "kordll/platform/Locations.h"
 #include "kordll/record/AZeusDB.h"
 #include "kordll/record/Focusable.h"
 #include "kordll/record/RegistryEntryPoints.h"
@@ -56,13 +55,6 @@ TEST_F(GlobalResourceCtrlTest, ReservedIdsKeepTheirSlotOthersTakeTheNextOne) {
   EXPECT_EQ(G::GetResourceController(7), replacing);
   G::DeRegisterResourceCtrl(replacing);
   EXPECT_EQ(G::GetResourceController(7), nullptr);
-  G::SetGlobalResourceClosed(1);
-  Ctrl* late = new Ctrl(9);  // refused once closed, when nothing is found
-  EXPECT_EQ(G::GetResourceController(49), nullptr);
-  EXPECT_EQ(RegistryEntryPoints::Get()->IsGlobalResourceValid(), 0);
-  G::SetGlobalResourceClosed(0);
-  EXPECT_EQ(late->GetResourceControllerType(), -1);
-  EXPECT_EQ(G::GetResourceController(9), nullptr);
 }
 
 TEST_F(GlobalResourceCtrlTest, DatabaseIdsComeFromTheMapTheHeaderOrTheNextFreeId) {
@@ -165,16 +157,6 @@ TEST_F(GlobalResourceCtrlTest, ClearingClosesReservedControllersButThreeAndStart
   EXPECT_EQ(G::IsGlobalResourceValid() + G::AreDBsCleared(), 1);
   EXPECT_EQ(G::GetResourceController(3), three);
   G::SetTalkControllerFactory(nullptr);
-}
-
-// The documents folder expands the environment's names it knows.
-TEST_F(GlobalResourceCtrlTest, TheDocumentsFolderExpandsKnownNames) {
-  CWinApp("Microsoft\\Windows\\CurrentVersion\\Explorer", "User Shell Folders")
-      .WriteProfileString("", "Personal", "%DOCS%/Docs %NONE%");
-  CWinApp::SetCurrent(&app_);
-  Locations::SetVariableForTesting("DOCS", CString("/home/ann"));
-  Locations::SetVariableForTesting("NONE", std::nullopt);  // unknown names stay as written
-  EXPECT_EQ(G::GetMyDocumentsFolder(), CString("/home/ann/Docs %NONE%"));
 }
 
 }  // namespace
