@@ -106,12 +106,6 @@ TEST_F(ActivityCtrlTest, ActivitiesSurviveReloadsAndADamagedSlotCostsItsRecordOn
   Add("R4_G4", "fourth");  // the list goes on working
   Reopen();
   EXPECT_EQ("- - third fourth ", Titles());
-  // While the application closes, a removal tells no panel.
-  panel_.heard.clear();
-  GlobalResourceCtrl::SetTidrelClosing(1);
-  EXPECT_EQ(11, Command(kCommandRemoveActivity, ctrl_->GetFocusables()[0]));
-  EXPECT_TRUE(panel_.heard.empty());
-  GlobalResourceCtrl::SetTidrelClosing(0);
   // Without a running path the list keeps activities in memory only.
   settings_.path = "";
   Reopen();
