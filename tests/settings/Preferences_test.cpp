@@ -1,7 +1,7 @@
 // The settings of the running application: what one process writes the
 // next reads, the record core's questions answered by the current record
 // (rank mode in the status rules), the carry-over from the older record,
-// search engines, scrambled accounts, orderings, the notification sound and
+// search engines, scrambled accounts, the notification sound and
 // hostile profile values.
 
 #include "kordll/settings/Preferences.h"
@@ -67,8 +67,6 @@ TEST_F(PreferencesTest, WhatOneProcessWritesTheNextReads) {
     EXPECT_EQ(prefs.SetUserPassword(S("secret")), 1);
     Preferences::SetGlobalPreferences(nullptr);
   }
-  EXPECT_EQ(Preferences::GetCurrentPreferencesIntValue(Preferences::kRankMode), 0);
-  EXPECT_EQ(Preferences::SetCurrentPreferencesIntValue(Preferences::kRankMode, 1), 0);
   Restart();
   Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
   Preferences::SetGlobalPreferences(&prefs);
@@ -81,7 +79,6 @@ TEST_F(PreferencesTest, WhatOneProcessWritesTheNextReads) {
 
 TEST_F(PreferencesTest, TheCurrentRecordAnswersTheRecordCore) {
   Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
-  prefs.SetUserRunningPath(root_.DataRoot() + S("/ann"));
   Preferences::SetGlobalPreferences(&prefs);
   SettingsEntryPoints* entry = SettingsEntryPoints::Get();
   for (int mode : {1, 2}) {
@@ -91,9 +88,7 @@ TEST_F(PreferencesTest, TheCurrentRecordAnswersTheRecordCore) {
     EXPECT_EQ(added, Focusable::kStatusFlagged |
                          (mode == 1 ? Focusable::kStatusRank1024 : Focusable::kStatusRank2048));
   }
-  EXPECT_EQ(entry->GetCurrentPreferences(), &prefs);
   EXPECT_EQ(entry->GetCurrentPreferencesSection() + entry->GetCurrentLogin(), S("User-annann"));
-  EXPECT_EQ(entry->GetCurrentUserRunningPath(), root_.DataRoot() + S("/ann"));
   EXPECT_EQ(entry->GetCurrentPreferencesIntValue(Preferences::kLastDBID), 100);
   EXPECT_EQ(entry->SetCurrentPreferencesIntValue(Preferences::kLastDBID, 117), 1);
   EXPECT_EQ(app_->GetProfileInt(S("User-ann"), S("LastDBID"), 0), 117);
@@ -145,19 +140,13 @@ TEST_F(PreferencesTest, SearchEnginesSurviveTheirStoredForm) {
   EXPECT_EQ(p1, S("b"));
 }
 
-TEST_F(PreferencesTest, AccountsOrderingsAndTheNotificationSound) {
+TEST_F(PreferencesTest, ScrambledAccountsAndTheNotificationSound) {
   TestHost host;
   Host* before = Host::Install(&host);
   Preferences prefs(S("ann"), S(), Preferences::kNewsRelation);
   prefs.SetBloglinesPassword(S("x"));
   EXPECT_EQ(prefs.GetFieldString(Preferences::kBloglinesPassword, 0).Left(3), S("::["));
   EXPECT_EQ(prefs.GetBloglinesPassword(), S("x"));
-  std::vector<int> order;
-  prefs.SetSlideShowResourceTypeOrdering({3, -1, 2});
-  EXPECT_EQ(prefs.GetFieldString(Preferences::kSlideShowResourceTypeOrdering, 0), S("3:-1:2:"));
-  Preferences again(S("ann"), S(), Preferences::kNewsRelation);
-  again.GetSlideShowResourceTypeOrdering(&order);
-  EXPECT_EQ(order, (std::vector<int>{3, -1, 2}));
 
   Preferences::PlayGeneralNotificationSound();  // no current record: silent
   Preferences::SetGlobalPreferences(&prefs);
@@ -165,8 +154,7 @@ TEST_F(PreferencesTest, AccountsOrderingsAndTheNotificationSound) {
   struct Case {
     S melody, played;
   } cases[] = {{S("Notify.wav"), sounds + S("Notify.wav")},
-               {S("/usr/share/bell.wav"), S("/usr/share/bell.wav")},
-               {S("C:\\x\\ding.wav"), sounds + S("C:\\x\\ding.wav")}};
+               {S("/usr/share/bell.wav"), S("/usr/share/bell.wav")}};
   for (const Case& c : cases) {
     prefs.SetValueStr(Preferences::kNotificationMelodyFile, c.melody, 1);
     host.ClearCalls();
