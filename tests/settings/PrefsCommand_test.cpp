@@ -45,7 +45,6 @@ TEST_F(PrefsCommandTest, ASettingSetByOneRunIsShownByTheNext) {
   EXPECT_TRUE(Has("RankMode\tint\t2\tstored")) << out_;
   EXPECT_TRUE(Has("SkinName\tstring\tSea\\tside\tstored")) << out_;
   EXPECT_TRUE(Has("LastLoginDate\tdate\t11/07/05@10:00\tstored")) << out_;
-  EXPECT_TRUE(Has("LastDBID\tint\t100\tdefault")) << out_;
 }
 
 TEST_F(PrefsCommandTest, ABadValueWritesNothing) {
