@@ -78,9 +78,7 @@ class FileManagerTest : public TempRootTest {
   // it: then the wait is not made).
   void Close(bool wait = true) {
     if (ctrl_ != nullptr) ctrl_->CloseResourceCtrl(), ctrl_ = nullptr;
-    if (wait) {
-      EXPECT_EQ(1, FileManagerCtrl::WaitUntilGone(10000));
-    }
+    EXPECT_TRUE(!wait || FileManagerCtrl::WaitUntilGone(10000) == 1);
   }
   // Waits until the panel has heard `message` count times in all.
   bool WaitHeard(unsigned message, size_t count) {
@@ -95,8 +93,7 @@ class FileManagerTest : public TempRootTest {
     // The file menu names its panel, the other menus a window.
     m.value = command == kCommandFileMenu ? reinterpret_cast<intptr_t>(&panel_)
                                           : reinterpret_cast<intptr_t>(&panel_.wnd);
-    int result = 0;
-    return GlobalResourceCtrl::InterpretGUICommand(&m, &result);
+    return GlobalResourceCtrl::InterpretGUICommand(&m, nullptr);
   }
   // A post whose enclosure field holds `enclosure`.
   static Focusable* Post(const CString& enclosure, const CString& title) {
