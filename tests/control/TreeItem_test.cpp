@@ -34,6 +34,41 @@ class TreeItemTest : public test::RegistryTest {
   test::Panel panel_;
 };
 
+TEST_F(TreeItemTest, IdComesFromTheGuidAndOnceKnownStaysFixed) {
+  TreeItem node(parent_, 2), copy(nullptr, 2);
+  node.SetGUID("R7-G5");
+  EXPECT_EQ(node.GetFocusableID(), -1);
+  node.SetGUID("R7_G5");  // tried again on each call
+  EXPECT_EQ(node.GetFocusableID(), 5);
+  node.SetGUID("R9_G8");
+  node.SetGUID("garbage|&898989;");
+  EXPECT_EQ(node.GetGUID(), S("R9_G5"));
+  node.SetFocusableID(12);
+  EXPECT_EQ(node.GetGUID(), S("R9_G12"));
+  copy.SetTreeItem(&node, 3, 0);
+  EXPECT_EQ(copy.GetFocusableID() + copy.GetTreePosition() + copy.GetParentResourceCtrlID(), 35);
+}
+
+TEST_F(TreeItemTest, FieldsFollowTheRelationAndStatusClearWins) {
+  TreeItem folder(parent_, 27), tag(parent_, 22), channel(parent_, 9), other(parent_, 30);
+  folder.SetTreeItemCaption("News");
+  folder.SetTreeItemType(14);
+  folder.SetParentFocusableID(3);
+  EXPECT_EQ(folder.GetFieldString(7, 0) + folder.GetFocusableTitle(), S("NewsNews"));
+  EXPECT_EQ(folder.GetParentFocusableID() * folder.IsFolder(), 3);
+  tag.SetTreeItemType(2);
+  EXPECT_EQ(tag.GetFieldInt(7) * 10 + channel.GetTreeItemType(), 26);
+  channel.SetTreeItemStatus(0x400 | 0x80, 0);
+  EXPECT_EQ(channel.GetTreeItemType() + channel.IsBoldFocusable(), 5);
+  channel.SetTreeItemStatus(0x80, 0x80);
+  EXPECT_EQ(channel.GetTreeItemStatus(), 0x400);
+  // Without a parent field the id is written to field 4 but reads as -1.
+  other.SetParentFocusableID(9);
+  other.SetTreeItemType(2);
+  EXPECT_EQ(other.GetFieldInt(4), 9);
+  EXPECT_EQ(other.GetParentFocusableID() + other.GetTreeItemType(), 20);
+}
+
 TEST_F(TreeItemTest, TreeUpdatesReachTheParentAndItsPanels) {
   TreeItem node(parent_, 2), orphan(nullptr, 2);
   _struct_RESCTRLNOTIFMSG m;

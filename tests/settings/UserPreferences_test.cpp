@@ -100,6 +100,21 @@ TEST_F(UserPreferencesTest, OnlyMinusOneMeansAWordNeverWritten) {
   EXPECT_EQ(user.GetChannelNotifPriorityLevel(), -3);
 }
 
+TEST_F(UserPreferencesTest, MelodyAndProxyShareOnePackedField) {
+  UserPreferences user;
+  user.SetProxyServer(S("proxy.example"), 3128, S(), S("pw|x"));
+  EXPECT_EQ(user.GetFieldString(UserPreferences::kMelodyAndProxy, 0),
+            S("Notify.wav|proxy.example|3128|#@#|pw|x"));
+  UserPreferences copy(&user);
+  copy.SetProxyServer(S(), 0, S(), S());  // the members only are emptied
+  copy.SetValueStr(UserPreferences::kMelodyAndProxy, S("Bell.wav|p|81|ann|#@#"), 1);
+  copy.LoadProxyInfo();
+  EXPECT_EQ(copy.GetNotificationMelodyFileName() + "|" + copy.GetProxyServer() + "|" +
+                copy.GetProxyUserName() + "|" + copy.GetProxyPassword(),
+            S("Bell.wav|p|ann|"));
+  EXPECT_EQ(copy.GetProxyPort(), 81);
+}
+
 TEST_F(UserPreferencesTest, ALoginThatCannotNameAFolderIsRefused) {
   // The rules themselves are the platform's; here that both calls apply them.
   const S refused[] = {S(".."), S("a/b"), S(u"a\nb"), S(std::u16string(u"a\0b", 3))};
