@@ -74,7 +74,8 @@ class NetworkSideTest : public test::TempRootTest {
     GlobalResourceCtrl::GetGlobalResourceCtrl();
     served_ = root_.Path("served");
     ASSERT_EQ(FileSystem::CreateDirectoryTree(served_), 1);
-    server_ = std::make_unique<test::LocalHttpServer>(served_.ToUtf8(), Log().ToUtf8());
+    server_ = std::make_unique<test::LocalHttpServer>(served_.ToUtf8(),
+                                                      root_.Path("requests.log").ToUtf8());
     ASSERT_TRUE(server_->ok());
     replies_ = new ReplyThread();
     replies_->m_bAutoDelete = 0;
@@ -94,7 +95,6 @@ class NetworkSideTest : public test::TempRootTest {
     delete replies_;
     server_.reset();
   }
-  CString Log() { return root_.Path("requests.log"); }
   std::string Serve(const char* name, size_t size) {
     std::string bytes(size, '\0');
     std::mt19937 random(static_cast<unsigned>(size));
@@ -130,7 +130,7 @@ class NetworkSideTest : public test::TempRootTest {
   }
   std::string Requests() {
     std::string log;
-    FileSystem::ReadWholeFile(Log(), &log);
+    FileSystem::ReadWholeFile(root_.Path("requests.log"), &log);
     return log;
   }
 

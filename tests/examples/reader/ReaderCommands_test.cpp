@@ -94,7 +94,6 @@ TEST_F(ReaderTest, WatchRefreshesEachChannelAtItsIntervalThroughTheFilters) {
 
   FeedWatch* watch = FeedWatch::Start(out_, err_);
   ASSERT_NE(nullptr, watch);
-  EXPECT_EQ(2, watch->GetChannelCount());
   Feed("slow", 10, {"a1", "a2", "Skip"});
   Feed("fast", 0, {"b1", "b2"});
   out_.str("");
@@ -104,7 +103,6 @@ TEST_F(ReaderTest, WatchRefreshesEachChannelAtItsIntervalThroughTheFilters) {
   Step(1);  // the fast channel only
   EXPECT_EQ(1, watch->GetRefreshCount());
   EXPECT_EQ(3, Posts());
-  EXPECT_NE(std::string::npos, out_.str().find("\"b2\"")) << out_.str();
   Step(5 * 60000);  // both: the slow one's new post passes, the other is rejected
   EXPECT_EQ(3, watch->GetRefreshCount());
   EXPECT_EQ(4, Posts());
