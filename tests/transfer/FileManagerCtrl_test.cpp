@@ -66,16 +66,6 @@ TEST_F(FileManagerTest, ReportsOfTheNetworkSideEndInStatusSizesAndPanels) {
   EXPECT_EQ(kFileNotFound | kFileUnseen, Status("http://h/gone.mp3"));
   EXPECT_NE(std::string::npos, Talks().find("Downloaded : Ok|")) << Talks();
 
-  // Resume, pause and abort of the partial one.
-  auto* again = new FileRequest(nullptr, 0);
-  again->url = "http://h/part.mp3", again->SetReplyThread(ctrl_), again->Reserve();
-  again->SendRequest(kMsgDownloadResumed, 0);
-  ASSERT_TRUE(WaitHeard(kPanelMessageFileChanged, 5));
-  EXPECT_EQ(kFileDownloading | kFileUnseen, Status("http://h/part.mp3"));
-  again->receivedSize = 30, again->SendRequest(kMsgDownloadPaused, 0);
-  ASSERT_TRUE(WaitHeard(kPanelMessageFileChanged, 6));
-  EXPECT_EQ(kFilePaused | kFileUnseen, Status("http://h/part.mp3"));
-  EXPECT_EQ(30, Item("http://h/part.mp3")->GetFieldInt(kFileFieldDownloaded));
   for (Focusable* p : news.focusables) p->Release();
 }
 
