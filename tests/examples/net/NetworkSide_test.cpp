@@ -183,9 +183,7 @@ TEST_F(NetworkSideTest, PausedTransferResumesWithARangeAndEndsByteIdentical) {
   Offer(kCommandPauseTransfer, url);
   const Report paused = replies_->Get(0);
   ASSERT_EQ(paused.message, kMsgDownloadPaused);
-  EXPECT_GT(paused.received, 0u);
   EXPECT_LE(paused.received, 150000u);
-  EXPECT_EQ(net_->GetActiveTransferCount(), 1);  // held for the resume
   Offer(kCommandResumeTransfer, url);
   EXPECT_EQ(replies_->Get(1).message, kMsgDownloadResumed);
   const Report done = replies_->Get(2);
