@@ -111,11 +111,14 @@ TEST_F(FileCommandsTest, StoredNamesNeverReachOutsideTheDownloadFolder) {
     Command(kCommandDeleteFileAndEntry, item);
   }
   EXPECT_TRUE(FileSystem::IsFile(root_.Path("keep")));
-  // Inside the folder the file opens.
+  // Inside the folder the file opens; a failure is told in words.
   FileSystem::WriteWholeFile(Download("in.txt"), "abc");
+  host_.QueueShellExecuteAnswer(SE_ERR_ASSOCINCOMPLETE);
   Command(kCommandOpenFile, Entry("http://h/in.txt", 128, "in.txt"));
   EXPECT_EQ(Download("in.txt").ToUtf8(),
             host_.LastOf(TestHost::CallKind::kShellExecute)->text.ToUtf8());
+  EXPECT_EQ("The file name association is incomplete or invalid.",
+            host_.LastOf(TestHost::CallKind::kDoModal)->text.ToUtf8());
 }
 
 }  // namespace
