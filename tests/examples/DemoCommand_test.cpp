@@ -47,6 +47,8 @@ class DemoCommandTest : public ::testing::Test {
 };
 
 TEST_F(DemoCommandTest, EveryStepPrintsWhatCameOutAndASecondRunGoesAlike) {
+  EXPECT_EQ(2, Run({"--fast"}));  // arguments are a usage error
+  EXPECT_EQ("usage: kordll demo\n", err_);
   ASSERT_EQ(0, Run()) << err_ << out_;
   EXPECT_EQ("", err_);
   // One line of each step's outcome: dates, HTML, the record saved and read
