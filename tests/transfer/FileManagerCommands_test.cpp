@@ -56,9 +56,8 @@ TEST_F(FileCommandsTest, MenusOfferWhatTheStatusAllows) {
 }
 
 TEST_F(FileCommandsTest, FilesAndEntriesAreDeletedCancelledAndExported) {
-  FileSystem::WriteWholeFile(Download("a.mp3"), "abc");
-  FileSystem::WriteWholeFile(Download("b.mp3"), "abc");
-  FileSystem::WriteWholeFile(Download("c.mp3"), "abc");
+  for (const char* name : {"a.mp3", "b.mp3", "c.mp3"})
+    FileSystem::WriteWholeFile(Download(name), "abc");
   Entry("http://h/a.mp3", 128 | 2, "a.mp3");
   Entry("http://h/b.mp3", 512, "b.mp3");
   Entry("http://h/c.mp3", 128, "c.mp3");
