@@ -33,7 +33,11 @@ class LocalHttpServer {
  public:
   LocalHttpServer(const std::string& folder, const std::string& log) {
     int in[2], out[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return;  // a leak only here
+    if (pipe2(in, O_CLOEXEC) != 0) return;
+    if (pipe2(out, O_CLOEXEC) != 0) {
+      close(in[0]), close(in[1]);
+      return;
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
@@ -46,7 +50,8 @@ class LocalHttpServer {
     if (posix_spawnp(&pid_, "python3", &actions, nullptr, argv, environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     close(in[0]), close(out[1]);
-    stdin_ = in[1], stdout_ = out[0];
+    stdin_ = in[1];
+    stdout_ = out[0];
     if (pid_ > 0 && WaitFor("PORT ")) port_ = std::stoi(seen_.substr(seen_.find("PORT ") + 5));
   }
   // Reads the server's output until it holds word (at most 60 seconds).
@@ -70,6 +75,7 @@ class LocalHttpServer {
   LocalHttpServer& operator=(const LocalHttpServer&) = delete;
 
   bool ok() const { return port_ > 0; }
+  int port() const { return port_; }
   std::string Url(const std::string& path) const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/" + path;
   }
