@@ -433,10 +433,10 @@ void BM_AZeusDB_Updates(benchmark::State& state) {
 // file written above, the guid, status and both dates of the newest 50 posts
 // made into the texts and dates an application holds. The newest posts are
 // the last written, whose slots are the highest heads of the file. The
-// store's side also counts the bytes that it reads from the file, next to
-// the bytes it needs: the database header, every sub-table header (which
-// the map needs) and the front of each head slot read (slot header, items
-// status and the four fields).
+// store's side also counts the bytes that it reads (the record file and the
+// map file beside it), next to the bytes that a mapping from the headers
+// alone needs: the database header, every sub-table header and the front of
+// each head slot read (slot header, items status and the four fields).
 
 constexpr int kNewest = 50;
 constexpr int kStarts = 5;
@@ -522,6 +522,8 @@ void BM_AZeusDB_StartUp(benchmark::State& state) {
     double seconds = 0;
     long sum = 0;
     int64_t needed = 0;
+    int64_t read = 0;
+    int64_t reads = 0;
     for (int run = 0; run < kStarts; ++run) {
       env.bytes = 0;
       env.reads = 0;
@@ -543,7 +545,10 @@ void BM_AZeusDB_StartUp(benchmark::State& state) {
       }
       db.closeDB();
       seconds += Since(t);
-      // What the work needs, from the map it made (not timed).
+      read = env.bytes;
+      reads = env.reads;
+      // What the work needs, from the map it made (not timed, once).
+      if (run + 1 < kStarts) continue;
       needed = 1000;
       for (kordll::_struct_SubTableInfo& info : db.GetSubTableInfos()) {
         needed += info.GetHeaderSize();
@@ -556,9 +561,9 @@ void BM_AZeusDB_StartUp(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(sum);
     state.counters["ms_per_start"] = 1000 * seconds / kStarts;
-    state.counters["bytes_read"] = static_cast<double>(env.bytes);
+    state.counters["bytes_read"] = static_cast<double>(read);
     state.counters["bytes_needed"] = static_cast<double>(needed);
-    state.counters["reads"] = static_cast<double>(env.reads);
+    state.counters["reads"] = static_cast<double>(reads);
     ReportStore(state, 4, kNewest * kStarts, seconds);
   }
 }

@@ -48,13 +48,19 @@ AZeusDB::AZeusDB(CString directory, CString name, int reserved, int optimizeLeng
   wide_buffer_.resize(1024);
   file_ = std::make_unique<SlotFile>();
   tables_ = std::make_unique<SubTableMap>();
+  tables_->SetLoader([this](const SubTableIndex::Entry& shape, _struct_SubTableInfo* info) {
+    return loadSubTable(shape, info);
+  });
 }
 
 AZeusDB::~AZeusDB() {
   if (deleted_) {
     resetTable();
     file_->Close();
-    if (!bad_name_) FileSystem::DeleteFile(path_);
+    if (!bad_name_) {
+      FileSystem::DeleteFile(path_);
+      SubTableIndex::Discard(path_);
+    }
     return;
   }
   if (header_dirty_) {
@@ -125,6 +131,9 @@ int AZeusDB::createDB() {
     return kErrWrite;
   }
   end_of_file_ = KdbFormat::kDBHeaderSize;
+  // A map left beside an earlier file of this name describes nothing here.
+  SubTableIndex::Discard(path_);
+  index_count_ = kIndexNone;
   CSingleLock hl(header_lock_);
   header_read_ = 1;
   const int result = writeDBHeader();
@@ -158,6 +167,8 @@ void AZeusDB::clearDB() {
     header_read_ = 1;
   }
   resetTable();
+  SubTableIndex::Discard(path_);
+  index_count_ = kIndexNone;
   mapped_ = 0;
   end_of_file_ = KdbFormat::kDBHeaderSize;
   next_sub_table_id_ = 0;
@@ -171,7 +182,10 @@ void AZeusDB::clearDB() {
 
 void AZeusDB::deleteDB() {
   CSingleLock ol(open_lock_);
-  if (open_count_ == 0 && !bad_name_) FileSystem::DeleteFile(path_);
+  if (open_count_ == 0 && !bad_name_) {
+    FileSystem::DeleteFile(path_);
+    SubTableIndex::Discard(path_);
+  }
   deleted_ = 1;
 }
 
@@ -195,7 +209,13 @@ void AZeusDB::renameDB(CString name, CString directory) {
   // A file under a refused name was never made, so there is nothing to move.
   // What a change cut off earlier left beside the file is undone first (or
   // goes along with it), so that it never applies to another file.
-  if (!bad_name_) file_->MoveTo(path_, target);
+  if (!bad_name_) {
+    if (file_->MoveTo(path_, target)) {
+      SubTableIndex::Move(path_, target);
+    } else {
+      SubTableIndex::Discard(target);
+    }
+  }
   path_ = target;
   bad_name_ = false;
 }
@@ -294,8 +314,16 @@ CString AZeusDB::GetDBPath() {
 }
 
 std::vector<_struct_SubTableInfo> AZeusDB::GetSubTableInfos() {
-  CSingleLock sl(slot_lock_);
-  return tables_->Copies();
+  // Sub-tables known from the map file are read now, with the file open.
+  const bool open = IsMapped() && !deleted_ && !bad_name_;
+  if (open) openDB(1);
+  std::vector<_struct_SubTableInfo> infos;
+  {
+    CSingleLock sl(slot_lock_);
+    infos = tables_->Copies();
+  }
+  if (open) closeDB();
+  return infos;
 }
 
 int AZeusDB::finishIO() {

@@ -39,6 +39,7 @@
 
 #include "kordll/platform/CCriticalSection.h"
 #include "kordll/platform/CString.h"
+#include "kordll/record/SubTableIndex.h"
 
 namespace kordll {
 
@@ -285,6 +286,33 @@ class AZeusDB {
   // count it probably has (that of the sub-table before it).
   int readSubTable(uint64_t position, _struct_SubTableInfo* info, int fieldsHint);
   int writeEmptySubTable(_struct_SubTableInfo* info, int64_t position);
+  // Where mapping stands while it walks the file.
+  struct MapWalk {
+    uint64_t position = 1000;  // behind the database header
+    int fieldsHint = 1;
+    int highestId = -1;
+    int lastId = -1;
+  };
+  // Reads the header of a sub-table that the map file placed: true when it
+  // says what the map says.
+  bool loadSubTable(const SubTableIndex::Entry& shape, _struct_SubTableInfo* info);
+  // Takes the sub-tables that the map file beside the file knows, once the
+  // header of the last of them has been found where the map says. Answers
+  // how many (0 without a usable map) and whether the map held exactly those.
+  size_t mapFromIndex(MapWalk* walk, bool* whole);
+  // Reads sub-table headers one behind the other from walk->position on
+  // until one does not read, and answers that one's error.
+  int walkSubTables(MapWalk* walk);
+  // After mapping: brings the map file in step with the sub-tables known.
+  void keepIndex(size_t fromIndex, bool whole);
+  // After a new sub-table at that file place: adds it to the map file, or
+  // makes the map file once the file has enough sub-tables to be worth one.
+  void indexNewSubTable(size_t index);
+  // Writes the map file anew from the sub-tables known.
+  void writeIndex();
+  // Maps the file when it is not mapped, or no longer trusts its map.
+  // REQUIRES: slot_lock_ held.
+  void ensureMapped();
   int expandTable(RGDBTemplate* tmpl);
   void resetTable();
   int findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,
@@ -404,6 +432,12 @@ class AZeusDB {
   uint64_t position_ = 0;  // the one file position that item reads and writes use
   // The sub-tables by id and by relation, with their free places.
   std::unique_ptr<SubTableMap> tables_;
+  // Entries of the map file that are in step with tables_; kIndexNone while
+  // there is no map file, kIndexOff when none is kept until the next mapping
+  // (damage was found, or the map file could not be written).
+  static constexpr int64_t kIndexNone = -1;
+  static constexpr int64_t kIndexOff = -2;
+  std::atomic<int64_t> index_count_{kIndexNone};
   std::vector<unsigned char> byte_buffer_;
   // Set while writeFocusablesSlot writes its records: their bytes are
   // flushed together at its end, and the records saved meanwhile (with the

@@ -17,6 +17,10 @@ namespace {
 
 constexpr int Digits(int n) { return n < 10 ? 1 : 1 + Digits(n / 10); }
 
+// A file of fewer sub-tables maps quickly enough from their headers: it gets
+// no map file beside it.
+constexpr size_t kIndexFrom = 64;
+
 // The line "[id:40:size:fields:relation]" of the largest sub-table id still
 // leaves room in its record for a slot size, a field count and a relation of
 // eight digits each (a sign included). writeEmptySubTable refuses a line that
@@ -49,9 +53,7 @@ int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info, int fie
   if (KdbFormat::ScanInts(line, kLine, v, 5) != 5) return kErrRead;
   const int id = v[0], slots = v[1], fields = v[3], relation = v[4];
   if (slots != kSlotsPer || fields < 1) return kErrCorrupted;
-  if (id < 0 || id > KdbFormat::kMaxSubTableID || tables_->ById(id) != nullptr) {
-    return kErrCorrupted;
-  }
+  if (id < 0 || id > KdbFormat::kMaxSubTableID) return kErrCorrupted;
   // Nothing is allocated for a header that the file cannot hold.
   const int64_t header_size = KdbFormat::SubTableHeaderSize(slots, fields);
   if (file_size < 0 || static_cast<int64_t>(position) + header_size > file_size) return kErrRead;
@@ -109,47 +111,153 @@ int AZeusDB::readSubTable(uint64_t position, _struct_SubTableInfo* info, int fie
   return 0;
 }
 
+bool AZeusDB::loadSubTable(const SubTableIndex::Entry& shape, _struct_SubTableInfo* info) {
+  const uint64_t header =
+      static_cast<uint64_t>(KdbFormat::SubTableHeaderSize(kSlotsPer, shape.fieldCount));
+  if (shape.firstSlotPosition < header) return false;
+  return readSubTable(shape.firstSlotPosition - header, info, shape.fieldCount) == 0 &&
+         info->id == shape.id && info->relation == shape.relation &&
+         info->fieldCount == shape.fieldCount &&
+         info->firstSlotPosition == shape.firstSlotPosition &&
+         info->GetSlotSize() == shape.slotSize;
+}
+
+size_t AZeusDB::mapFromIndex(MapWalk* walk, bool* whole) {
+  size_t count = 0;
+  SubTableIndex::Entry last;
+  if (!SubTableIndex::Inspect(path_, file_->Size(), &count, &last, whole)) return 0;
+  // Only the count is taken now: the shapes are read a page at a time when
+  // a sub-table is first asked for.
+  const CString path = path_;
+  tables_->AdoptNumbered(count, [path](size_t first, size_t n, SubTableIndex::Entry* out) {
+    return SubTableIndex::ReadEntries(path, first, n, out);
+  });
+  // Where the file goes on is known only if the last sub-table of the map is
+  // really there; otherwise the map is of some other file.
+  if (tables_->ById(last.id) == nullptr) {
+    tables_->Clear();
+    return 0;
+  }
+  walk->position = last.firstSlotPosition +
+                   static_cast<uint64_t>(kSlotsPer) * static_cast<uint64_t>(last.slotSize);
+  walk->fieldsHint = last.fieldCount;
+  walk->highestId = last.id;
+  walk->lastId = last.id;
+  return count;
+}
+
+void AZeusDB::ensureMapped() {
+  // A sub-table that did not read as the map file said: the map goes, and
+  // the file is mapped again from its headers.
+  if (mapped_ && tables_->Distrusted()) forgetMapping();
+  if (!mapped_) mapDB();
+}
+
+int AZeusDB::walkSubTables(MapWalk* walk) {
+  for (;;) {
+    auto info = std::make_unique<_struct_SubTableInfo>();
+    int r = readSubTable(walk->position, info.get(), walk->fieldsHint);
+    if (r == 0 && tables_->Has(info->id)) r = kErrCorrupted;
+    if (r != 0) return r;
+    walk->position = info->firstSlotPosition + static_cast<uint64_t>(info->slotCount) *
+                                                   static_cast<uint64_t>(info->GetSlotSize());
+    walk->fieldsHint = info->fieldCount;
+    walk->highestId = std::max(walk->highestId, info->id);
+    walk->lastId = info->id;
+    registerNewSubTableInfo(std::move(info));
+  }
+}
+
 int AZeusDB::mapDB() {
   CSingleLock sl(slot_lock_);
   if (mapped_) {
     setError(kErrNone);
     return 0;
   }
-  uint64_t position = KdbFormat::kDBHeaderSize;
-  int fields_hint = 1;
-  int highest_id = -1;
-  int last_id = -1;
-  for (;;) {
-    auto info = std::make_unique<_struct_SubTableInfo>();
-    const int r = readSubTable(position, info.get(), fields_hint);
-    if (r != 0) {
-      // Bytes behind the last sub-table that reads are a damaged sub-table:
-      // a new one written there would go over them, so the file is not
-      // written to.
-      const int64_t size = file_->Size();
-      if (size > static_cast<int64_t>(position)) damaged_ = r;
-      break;
-    }
-    position = info->firstSlotPosition +
-               static_cast<uint64_t>(info->slotCount) * static_cast<uint64_t>(info->GetSlotSize());
-    fields_hint = info->fieldCount;
-    highest_id = std::max(highest_id, info->id);
-    last_id = info->id;
-    registerNewSubTableInfo(std::move(info));
+  MapWalk walk;
+  bool whole = false;
+  size_t from_index = mapFromIndex(&walk, &whole);
+  int stop = walkSubTables(&walk);
+  int64_t size = file_->Size();
+  if (from_index > 0 && stop != 0 && size > static_cast<int64_t>(walk.position)) {
+    // Behind the map lies something that does not read as a sub-table: the
+    // map is not trusted, and the file is mapped from its start.
+    tables_->Clear();
+    walk = MapWalk();
+    from_index = 0;
+    stop = walkSubTables(&walk);
+    size = file_->Size();
   }
+  // Bytes behind the last sub-table that reads are a damaged sub-table: a
+  // new one written there would go over them, so the file is not written to.
+  if (stop != 0 && size > static_cast<int64_t>(walk.position)) damaged_ = stop;
   // A file that ends inside its last sub-table holds what a write of that
   // sub-table that stopped half way left: the next save completes it.
-  const int64_t size = file_->Size();
-  cut_table_ = size >= 0 && static_cast<uint64_t>(size) < position ? last_id : -1;
+  cut_table_ = size >= 0 && static_cast<uint64_t>(size) < walk.position ? walk.lastId : -1;
   last_lengths_text_.clear();
   {
     CSingleLock ol(open_lock_);
-    next_sub_table_id_ = std::max(next_sub_table_id_, highest_id + 1);
+    next_sub_table_id_ = std::max(next_sub_table_id_, walk.highestId + 1);
   }
-  end_of_file_ = position;
+  end_of_file_ = walk.position;
   mapped_ = 1;
+  keepIndex(from_index, whole);
   setError(kErrNone);
   return 0;
+}
+
+namespace {
+
+// Whether the sub-tables are numbered 0, 1, 2... in file order: only such a
+// file gets a map.
+bool Numbered(const std::vector<SubTableIndex::Entry>& shapes) {
+  for (size_t i = 0; i < shapes.size(); ++i) {
+    if (shapes[i].id != static_cast<int>(i)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void AZeusDB::writeIndex() {
+  const std::vector<SubTableIndex::Entry> shapes = tables_->Shapes();
+  index_count_ = Numbered(shapes) && SubTableIndex::Write(path_, shapes)
+                     ? static_cast<int64_t>(shapes.size())
+                     : kIndexOff;
+}
+
+void AZeusDB::keepIndex(size_t fromIndex, bool whole) {
+  index_count_ = kIndexNone;
+  // A damaged or cut file is not described: the map would have to be made
+  // again once it is whole.
+  if (damaged_ != 0 || cut_table_ >= 0) {
+    index_count_ = kIndexOff;
+    return;
+  }
+  const size_t count = tables_->Count();
+  if (fromIndex > 0 && whole) {
+    // Sub-tables that another writer added behind the map go onto its end.
+    index_count_ = static_cast<int64_t>(fromIndex);
+    for (size_t i = fromIndex; i < count && index_count_ >= 0; ++i) indexNewSubTable(i);
+    return;
+  }
+  if (fromIndex > 0 || count >= kIndexFrom) writeIndex();
+}
+
+void AZeusDB::indexNewSubTable(size_t index) {
+  const int64_t held = index_count_;
+  if (held >= 0) {
+    const SubTableIndex::Entry& shape = tables_->ShapeAt(index);
+    const bool in_step = static_cast<size_t>(held) == index && shape.id == static_cast<int>(index);
+    if (in_step && SubTableIndex::Append(path_, shape, index)) {
+      index_count_ = static_cast<int64_t>(index) + 1;
+    } else {
+      index_count_ = kIndexOff;
+      SubTableIndex::Discard(path_);
+    }
+  } else if (held == kIndexNone && index + 1 >= kIndexFrom) {
+    writeIndex();
+  }
 }
 
 int AZeusDB::completeCutSubTable() {
@@ -320,6 +428,7 @@ int AZeusDB::expandTable(RGDBTemplate* tmpl) {
     return -1;
   }
   registerNewSubTableInfo(std::move(info));
+  indexNewSubTable(tables_->Count() - 1);
   // The header goes with every new sub-table. When it does not reach the
   // file, the sub-table stays (it is in the file) and the save that needed
   // it fails; the statistics are written again later.

@@ -223,8 +223,14 @@ int AZeusDB::readFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem
   int result;
   {
     CSingleLock sl(slot_lock_);
-    if (!mapped_) mapDB();
+    ensureMapped();
     result = readSlot(record, tmpl, task);
+    // A sub-table that did not read as the map file said looked missing to
+    // this read: the file is mapped from its headers and the read made again.
+    if (result == 0 && tables_->Distrusted()) {
+      ensureMapped();
+      result = readSlot(record, tmpl, task);
+    }
   }
   closeDB();
   if (result != 0) record->SetDB(this);

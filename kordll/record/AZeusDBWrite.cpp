@@ -332,6 +332,8 @@ void AZeusDB::forgetMapping() {
   // sub-table that never reached it): the next operation maps the file
   // again from what it really holds.
   tables_->Clear();
+  SubTableIndex::Discard(path_);
+  index_count_ = kIndexNone;
   mapped_ = 0;
   cut_table_ = -1;
   end_of_file_ = KdbFormat::kDBHeaderSize;
@@ -369,7 +371,7 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
   openDB(0);
   {
     CSingleLock sl(slot_lock_);
-    if (!mapped_) mapDB();
+    ensureMapped();
   }
   if (refusedWrite()) {
     closeDB();
@@ -416,7 +418,7 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
   bool empty_file;
   {
     CSingleLock sl(slot_lock_);
-    if (!mapped_) mapDB();
+    ensureMapped();
     empty_file = tables_->Empty();
   }
   if (refusedWrite()) {
@@ -541,7 +543,7 @@ int AZeusDB::deleteFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIt
   int result = 0;
   {
     CSingleLock sl(slot_lock_);
-    if (!mapped_) mapDB();
+    ensureMapped();
     if (!refusedWrite()) {
       file_->Begin();
       result = deleteSlot(record, tmpl, task);
