@@ -32,6 +32,7 @@
 #define KORDLL_FILTER_CONTENTFILTER_H_
 
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "kordll/platform/COleDateTime.h"
@@ -291,6 +292,13 @@ class ContentFilter {
   int IsInInterval(const COleDateTime& date) const;
   // The text test of one field's text against one item.
   int TextMatches(const CString& fieldText, Item* item);
+  // The task that loads the fields of a record of this filter with a test
+  // of their stored bytes, when the filter accepts only a record in whose
+  // fields its one word is found: a record whose stored fields certainly do
+  // not hold that word is then refused without being decoded. Null when the
+  // filter's rules need more than that (several words, a cascade, word
+  // dependence, exact matches, fields that are not own string fields).
+  DBTaskItem* PreTestTask(Focusable* record, const FieldMap& fields, DBTaskItem* task);
   // SearchWord without copying its arguments.
   int SearchIn(const CString& text, const CString& word) const;
   // Adds a made item to field of relation, with the task item (steps shared
@@ -345,6 +353,10 @@ class ContentFilter {
   // calls; they hold nothing of the filter's state.
   CString textBuffer_;
   CString wordBuffer_;
+  // What PreTestTask made last, kept while the word, the case rule, the
+  // fields and the task stay the same; never copied with the filter.
+  struct PreTest;
+  std::unique_ptr<PreTest> preTest_;
 };
 
 }  // namespace kordll

@@ -5,7 +5,14 @@
 #ifndef KORDLL_FILTER_CONTENTFILTERINTERNAL_H_
 #define KORDLL_FILTER_CONTENTFILTERINTERNAL_H_
 
+#include <memory>
+#include <vector>
+
+#include "kordll/filter/ContentFilter.h"
 #include "kordll/platform/COleDateTime.h"
+#include "kordll/platform/CString.h"
+#include "kordll/record/DBTaskItem.h"
+#include "kordll/record/StoredWordTest.h"
 
 namespace kordll {
 namespace content_filter_internal {
@@ -19,6 +26,18 @@ inline COleDateTime AtTimeOfDay(const COleDateTime& date, int hour, int minute, 
 }
 
 }  // namespace content_filter_internal
+
+// The stored-bytes test of ContentFilter::PreTestTask and the copy of the
+// filter's task that carries it, with what they were made for.
+struct ContentFilter::PreTest {
+  CString word;
+  int caseSensitive = 0;
+  std::vector<int> fieldIds;
+  std::vector<int> tasks;  // those of the task it was made for
+  std::unique_ptr<StoredWordTest> test;
+  DBTaskItem task{nullptr};
+};
+
 }  // namespace kordll
 
 #endif  // KORDLL_FILTER_CONTENTFILTERINTERNAL_H_

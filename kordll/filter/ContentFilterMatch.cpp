@@ -8,6 +8,7 @@
 #include "kordll/record/FocusableReservation.h"
 #include "kordll/record/Item.h"
 #include "kordll/record/RecordIds.h"
+#include "kordll/record/StoredWordTest.h"
 #include "kordll/schema/GlobalRelationsCtrl.h"
 
 namespace kordll {
@@ -123,6 +124,50 @@ int ContentFilter::TextMatches(const CString& fieldText, Item* item) {
   return SearchIn(textBuffer_, wordBuffer_);
 }
 
+DBTaskItem* ContentFilter::PreTestTask(Focusable* record, const FieldMap& fields,
+                                       DBTaskItem* task) {
+  if (task == nullptr || task->allFields != 0 || cascade_ != nullptr || IsWordDependent() ||
+      (status_ & kExactMatch)) {
+    return nullptr;
+  }
+  // Without word dependence and a cascade the record is accepted exactly
+  // when an item matches its field; with one word, only a field that holds
+  // it can match (whole words and case folding find a subset of what a
+  // folded search of the stored bytes finds).
+  CString word;
+  bool haveWord = false;
+  std::vector<int> fieldIds;
+  for (const auto& [field, items] : fields) {
+    if (field < kFirstOwnField || record->GetFieldType(field) != Item::kTypeString) return nullptr;
+    for (Item* item : items) {
+      if (item == nullptr) continue;
+      if (!item->IsString()) return nullptr;
+      const CString text = item->GetItemString();
+      if (haveWord && text != word) return nullptr;
+      word = text;
+      haveWord = true;
+    }
+    fieldIds.push_back(field);
+  }
+  if (!haveWord) return nullptr;
+  const int caseSensitive = (status_ & kCaseSensitive) ? 1 : 0;
+  PreTest* pre = preTest_.get();
+  if (pre == nullptr || pre->word != word || pre->caseSensitive != caseSensitive ||
+      pre->fieldIds != fieldIds || pre->tasks != task->tasks) {
+    preTest_ = std::make_unique<PreTest>();
+    pre = preTest_.get();
+    pre->word = word;
+    pre->caseSensitive = caseSensitive;
+    pre->fieldIds = fieldIds;
+    pre->tasks = task->tasks;
+    pre->test = std::make_unique<StoredWordTest>(word, caseSensitive, fieldIds);
+    pre->task = *task;
+    pre->task.wordTest = pre->test.get();
+    pre->task.passOverBySlot = 1;
+  }
+  return pre->test->Usable() ? &pre->task : nullptr;
+}
+
 int ContentFilter::CheckFocusable(Focusable* record, int loadOnAccept) {
   return CheckFocusableAt(record, loadOnAccept, 0);
 }
@@ -204,7 +249,12 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
         auto it = taskItems_.find(relation);
         if (it != taskItems_.end()) task = it->second;
       }
+      DBTaskItem* tested = PreTestTask(record, *fields, task);
+      if (tested != nullptr) task = tested;
       if (record->LoadFocusable(task) != 0) held.Adopt(record);
+      // The stored fields certainly hold none of the word: the test of the
+      // words below would refuse the record.
+      if (tested != nullptr && tested->passedOver != 0) return 0;
     }
   }
 

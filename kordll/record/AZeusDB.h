@@ -430,6 +430,10 @@ class AZeusDB {
   // after it (the lock order is slot, then open); atomic for that one write.
   std::atomic<uint64_t> end_of_file_{1000};
   uint64_t position_ = 0;  // the one file position that item reads and writes use
+  // Where the last read by slot ended, and how many such reads in a row went
+  // forward from there.
+  uint64_t exact_next_ = 0;
+  int exact_streak_ = 0;
   // The sub-tables by id and by relation, with their free places.
   std::unique_ptr<SubTableMap> tables_;
   // Entries of the map file that are in step with tables_; kIndexNone while

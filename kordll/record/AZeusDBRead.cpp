@@ -60,11 +60,15 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
   // A record read by its slot takes exactly the bytes it wants; a scan goes
   // forward through the file and reads it in larger pieces.
   const bool exact = record->GetDBSlotIndex() >= 0;
-  // A scan with a word test passes over the heads that certainly do not
-  // hold the word; the record is then as it came, and the scan goes on.
+  // A word test passes over the heads that certainly do not hold the word
+  // (in a read by slot only when the task asks for it); the record is then
+  // as it came, and a scan goes on.
   StoredWordTest* test = nullptr;
-  if (!exact && task != nullptr && task->wordTest != nullptr && task->wordTest->Usable()) {
-    test = task->wordTest;
+  if (task != nullptr) {
+    task->passedOver = 0;
+    if (task->wordTest != nullptr && task->wordTest->Usable() && (!exact || task->passOverBySlot)) {
+      test = task->wordTest;
+    }
   }
   const int relation = record->GetFocusableRelation();
   for (;;) {
@@ -87,6 +91,10 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
     } while (r == 0 && walk.more);
     if (r == kPassedOver) {
       record->SetFocusableRelation(relation);
+      if (exact) {
+        task->passedOver = 1;
+        break;
+      }
       record->SetDBSlotIndex(-1);
       continue;
     }

@@ -112,6 +112,17 @@ int AZeusDB::readSlotFront(uint64_t position, uint64_t count, bool exact) {
       size > static_cast<int64_t>(position) ? static_cast<uint64_t>(size) - position : 0;
   if (count > available) count = available;
   if (slot_buffer_.size() < count) slot_buffer_.resize(count);
+  if (exact) {
+    // Reads by slot that go forward through the file one close behind the
+    // other (a filter over the headers a controller holds, in file order)
+    // are served as a scan is, from larger pieces read ahead; scattered
+    // reads stay exact.
+    constexpr uint64_t kForwardGap = 64 * 1024;
+    const bool forward = position >= exact_next_ && position - exact_next_ <= kForwardGap;
+    exact_streak_ = forward ? exact_streak_ + 1 : 0;
+    exact_next_ = position + count;
+    if (exact_streak_ >= 3) exact = false;
+  }
   uint32_t got = 0;
   if (count < static_cast<uint64_t>(kSlotHeader) ||
       !(exact ? file_->ReadExact(position, slot_buffer_.data(), static_cast<uint32_t>(count), &got)

@@ -64,6 +64,14 @@ class DBTaskItem {
   // decoding them: the record it gives is the next one that may. The task
   // must load the searched fields.
   StoredWordTest* wordTest = nullptr;
+  // When not 0, a read by slot asks the word test too: of a record whose
+  // searched fields certainly do not hold the word it decodes nothing, as a
+  // read that found none of its fields, and sets passedOver (the read
+  // answers 1). Otherwise a read by slot reads the record whatever the test
+  // would say.
+  int passOverBySlot = 0;
+  // Set by such a read that passed the record over; cleared by every read.
+  int passedOver = 0;
 };
 
 }  // namespace kordll

@@ -240,6 +240,39 @@ TEST_F(ContentFilterMatchTest, AGivenFieldIsReadThroughTheFiltersTaskItem) {
   titled->Release(nullptr);
 }
 
+// A filter of one word over given fields refuses the records whose stored
+// bytes cannot hold it without decoding them; its answers and what it does
+// to each record stay those of the full test.
+TEST_F(ContentFilterMatchTest, AOneWordFilterAnswersAsTheFullTestWhateverTheStoredBytes) {
+  const std::vector<Post> posts = {
+      {.title = u"Harbour lights"},
+      {.body = u"at the HARBOUR tonight"},
+      {.title = u"harbor"},
+      {.body = u"harbours of the north"},
+      {.title = u"a title long enough to go on into the next slot: harbour"},
+      {.title = u"caf\u00e9 by the harbour"},
+      {.title = u"caf\u00e9 by the harbor"},
+      {}};
+  std::vector<CountingRecord*> records;
+  for (const Post& post : posts) records.push_back(Stored(post));
+  ContentFilter filter;
+  filter.AddFilteredStringItem(CString(u"harbour"), 4, 4, 0);
+  filter.AddFilteredStringItem(CString(u"harbour"), 4, 7, 0);
+  std::string answers;
+  for (CountingRecord* record : records) answers += Check(filter, record, 1).substr(0, 1);
+  EXPECT_EQ("11001100", answers);
+  EXPECT_EQ("0 L2 R2 O0 F0", Check(filter, records[2], 1));
+  filter.SetCaseSensivity(1);
+  filter.SetMatchWholeWordOnly(0);
+  answers.clear();
+  for (CountingRecord* record : records) answers += Check(filter, record, 0).substr(0, 1);
+  EXPECT_EQ("00011100", answers);
+  // The accepted records were loaded for the caller (the quirk of 0).
+  for (CountingRecord* record : records) {
+    while (record->Outstanding() > 0) record->Release(nullptr);
+  }
+}
+
 TEST_F(ContentFilterMatchTest, AFullyLoadedRecordIsReservedForTheTestAndGivenBack) {
   ContentFilter filter;
   filter.AddFilteredStringItem(CString(u"absent"), -1, -1, 0);
