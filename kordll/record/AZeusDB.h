@@ -310,9 +310,12 @@ class AZeusDB {
   void indexNewSubTable(size_t index);
   // Writes the map file anew from the sub-tables known.
   void writeIndex();
-  // Maps the file when it is not mapped, or no longer trusts its map.
+  // Maps the file when it is not mapped, or no longer trusts its map. A
+  // change (a save or a delete) needs the relation and id of every
+  // sub-table, which the map file only claims: forChange reads every header
+  // first, so that a change is placed as the headers say.
   // REQUIRES: slot_lock_ held.
-  void ensureMapped();
+  void ensureMapped(bool forChange = false);
   int expandTable(RGDBTemplate* tmpl);
   void resetTable();
   int findEmptySlot(RGDBTemplate* tmpl, _struct_SubTableInfo** info,

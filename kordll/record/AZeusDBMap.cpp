@@ -146,11 +146,17 @@ size_t AZeusDB::mapFromIndex(MapWalk* walk, bool* whole) {
   return count;
 }
 
-void AZeusDB::ensureMapped() {
+void AZeusDB::ensureMapped(bool forChange) {
   // A sub-table that did not read as the map file said: the map goes, and
   // the file is mapped again from its headers.
   if (mapped_ && tables_->Distrusted()) forgetMapping();
   if (!mapped_) mapDB();
+  // Which sub-table has the first free place of a relation, and which holds
+  // a slot, depends on headers the map file only claims to know.
+  if (forChange && mapped_ && !tables_->LoadAll()) {
+    forgetMapping();
+    mapDB();
+  }
 }
 
 int AZeusDB::walkSubTables(MapWalk* walk) {

@@ -371,7 +371,7 @@ int AZeusDB::writeFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIte
   openDB(0);
   {
     CSingleLock sl(slot_lock_);
-    ensureMapped();
+    ensureMapped(true);
   }
   if (refusedWrite()) {
     closeDB();
@@ -418,7 +418,7 @@ int AZeusDB::writeFocusablesSlot(CArray<Focusable*, Focusable*>* records, RGDBTe
   bool empty_file;
   {
     CSingleLock sl(slot_lock_);
-    ensureMapped();
+    ensureMapped(true);
     empty_file = tables_->Empty();
   }
   if (refusedWrite()) {
@@ -543,7 +543,7 @@ int AZeusDB::deleteFocusableSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskIt
   int result = 0;
   {
     CSingleLock sl(slot_lock_);
-    ensureMapped();
+    ensureMapped(true);
     if (!refusedWrite()) {
       file_->Begin();
       result = deleteSlot(record, tmpl, task);

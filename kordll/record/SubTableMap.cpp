@@ -78,6 +78,11 @@ std::vector<SubTableMap::Shape> SubTableMap::Shapes() {
   return out;
 }
 
+bool SubTableMap::LoadAll() {
+  for (size_t i = 0; i < count_ && !distrusted_; ++i) Load(i);
+  return !distrusted_;
+}
+
 void SubTableMap::Clear() {
   pages_.clear();
   count_ = 0;

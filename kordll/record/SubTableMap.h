@@ -67,6 +67,9 @@ class SubTableMap {
   const Shape& ShapeAt(size_t index) { return PageOf(index).shapes[index % kPage]; }
   // The shapes of all sub-tables, in file order.
   std::vector<Shape> Shapes();
+  // Reads the info of every sub-table not read yet; false when one of them
+  // did not read as its shape said (the map is then distrusted).
+  bool LoadAll();
   // Drops every info.
   void Clear();
   // Copies of the infos in id order (every header is read).

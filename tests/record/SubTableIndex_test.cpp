@@ -168,5 +168,37 @@ TEST_F(SubTableIndexTest, AMapThatDoesNotFitTheFileLeadsNothingAstray) {
   ExpectCheckerAgrees();
 }
 
+// A map whose entry in the middle says another relation must not hide that
+// sub-table's free place from a new record, nor its records from a delete.
+TEST_F(SubTableIndexTest, AnEntryOfAnotherRelationNeitherHidesAFreePlaceNorARecord) {
+  Save(0, kPosts);
+  {
+    AZeusDB db(root_.root(), "posts", 10, 0);
+    Focusable gone(4, nullptr);
+    gone.SetDBSlotIndex(10 * 40 + 3);
+    ASSERT_EQ(1, db.deleteFocusableSlot(&gone, nullptr, nullptr));
+  }
+  std::string bad = Read(Map());
+  bad[8 + 10 * 24 + 12] = 9;
+  FileSystem::WriteWholeFile(Map(), bad);
+  AZeusDB db(root_.root(), "posts", 10, 0);
+  Focusable post(4, nullptr);
+  post.SetValueInt(1, 7777, 1);
+  ASSERT_EQ(1, db.writeFocusableSlot(&post, nullptr, nullptr));
+  EXPECT_EQ(10 * 40 + 3, post.GetDBSlotIndex());
+
+  bad = Read(Map());
+  bad[8 + 11 * 24 + 12] = 9;
+  FileSystem::WriteWholeFile(Map(), bad);
+  AZeusDB other(root_.root(), "posts", 10, 0);
+  Focusable gone(4, nullptr);
+  gone.SetDBSlotIndex(11 * 40 + 1);
+  EXPECT_EQ(1, other.deleteFocusableSlot(&gone, nullptr, nullptr));
+  std::vector<int> expected = Expected(kPosts);
+  expected[10 * 40 + 3] = 7777;
+  expected.erase(expected.begin() + 11 * 40 + 1);
+  EXPECT_EQ(expected, Scan());
+}
+
 }  // namespace
 }  // namespace kordll
