@@ -130,6 +130,10 @@ DBTaskItem* ContentFilter::PreTestTask(Focusable* record, const FieldMap& fields
       (status_ & kExactMatch)) {
     return nullptr;
   }
+  // Only a record read by its own slot is passed over: one without a slot
+  // would read the first record of the file that holds the word instead of
+  // the first record of the file.
+  if (record->GetDB() == nullptr || record->GetDBSlotIndex() < 0) return nullptr;
   // Without word dependence and a cascade the record is accepted exactly
   // when an item matches its field; with one word, only a field that holds
   // it can match (whole words and case folding find a subset of what a
@@ -250,7 +254,12 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
         if (it != taskItems_.end()) task = it->second;
       }
       DBTaskItem* tested = PreTestTask(record, *fields, task);
-      if (tested != nullptr) task = tested;
+      if (tested != nullptr) {
+        // A load that never reaches the file must not find the answer of
+        // the record before.
+        tested->passedOver = 0;
+        task = tested;
+      }
       if (record->LoadFocusable(task) != 0) held.Adopt(record);
       // The stored fields certainly hold none of the word: the test of the
       // words below would refuse the record.

@@ -53,6 +53,7 @@ int AZeusDB::locateReadHead(Focusable* record, DBTaskItem* task, _struct_SubTabl
 }
 
 int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
+  if (task != nullptr) task->passedOver = 0;
   if (deleted_) {
     setError(kErrDeleted);
     return 0;
@@ -64,11 +65,9 @@ int AZeusDB::readSlot(Focusable* record, RGDBTemplate* tmpl, DBTaskItem* task) {
   // (in a read by slot only when the task asks for it); the record is then
   // as it came, and a scan goes on.
   StoredWordTest* test = nullptr;
-  if (task != nullptr) {
-    task->passedOver = 0;
-    if (task->wordTest != nullptr && task->wordTest->Usable() && (!exact || task->passOverBySlot)) {
-      test = task->wordTest;
-    }
+  if (task != nullptr && task->wordTest != nullptr && task->wordTest->Usable() &&
+      (!exact || task->passOverBySlot)) {
+    test = task->wordTest;
   }
   const int relation = record->GetFocusableRelation();
   for (;;) {

@@ -273,6 +273,29 @@ TEST_F(ContentFilterMatchTest, AOneWordFilterAnswersAsTheFullTestWhateverTheStor
   }
 }
 
+// Records that are not read by their slot (no store behind them, or not
+// stored yet) are answered as the full test answers them, whatever the
+// record tested before them.
+TEST_F(ContentFilterMatchTest, ARecordNotReadBySlotIsAnsweredAsByTheFullTest) {
+  CountingRecord* harbor = Stored({.title = u"harbor"});
+  Stored({.title = u"Harbour lights"});
+  auto held = [&](AZeusDB* db) {
+    auto* record = new CountingRecord(4, db, &deaths_);
+    record->ReserveHeader(kController);
+    headers_.push_back(record);
+    return record;
+  };
+  CountingRecord* unstored = held(nullptr);
+  unstored->SetValueStr(4, CString(u"the harbour"), 1);
+  CountingRecord* unplaced = held(db_.get());
+  ContentFilter filter;
+  filter.AddFilteredStringItem(CString(u"harbour"), 4, 4, 0);
+  EXPECT_EQ("0 L1 R1 O0 F0", Check(filter, harbor, 1));
+  EXPECT_EQ("1 L0 R0 O0 F0", Check(filter, unstored, 1));
+  // A record without a slot reads the file's first record, "harbor".
+  EXPECT_EQ("0 L1 R1 O0 F0", Check(filter, unplaced, 1));
+}
+
 TEST_F(ContentFilterMatchTest, AFullyLoadedRecordIsReservedForTheTestAndGivenBack) {
   ContentFilter filter;
   filter.AddFilteredStringItem(CString(u"absent"), -1, -1, 0);
