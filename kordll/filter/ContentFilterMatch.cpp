@@ -143,6 +143,9 @@ DBTaskItem* ContentFilter::PreTestTask(Focusable* record, const FieldMap& fields
   std::vector<int> fieldIds;
   for (const auto& [field, items] : fields) {
     if (field < kFirstOwnField || record->GetFieldType(field) != Item::kTypeString) return nullptr;
+    // A load keeps what the record holds of a field that the store holds
+    // empty: that text is tested too, and the stored bytes cannot tell.
+    if (!record->GetFieldString(field, 0).IsEmpty()) return nullptr;
     for (Item* item : items) {
       if (item == nullptr) continue;
       if (!item->IsString()) return nullptr;

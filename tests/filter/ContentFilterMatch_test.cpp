@@ -273,10 +273,10 @@ TEST_F(ContentFilterMatchTest, AOneWordFilterAnswersAsTheFullTestWhateverTheStor
   }
 }
 
-// Records that are not read by their slot (no store behind them, or not
-// stored yet) are answered as the full test answers them, whatever the
-// record tested before them.
-TEST_F(ContentFilterMatchTest, ARecordNotReadBySlotIsAnsweredAsByTheFullTest) {
+// Records whose answer the stored bytes cannot give (no store behind them,
+// not stored yet, or a searched field held in memory) are answered as the
+// full test answers them, whatever the record tested before them.
+TEST_F(ContentFilterMatchTest, ARecordTheStoredBytesCannotAnswerForIsTestedInFull) {
   CountingRecord* harbor = Stored({.title = u"harbor"});
   Stored({.title = u"Harbour lights"});
   auto held = [&](AZeusDB* db) {
@@ -294,6 +294,12 @@ TEST_F(ContentFilterMatchTest, ARecordNotReadBySlotIsAnsweredAsByTheFullTest) {
   EXPECT_EQ("1 L0 R0 O0 F0", Check(filter, unstored, 1));
   // A record without a slot reads the file's first record, "harbor".
   EXPECT_EQ("0 L1 R1 O0 F0", Check(filter, unplaced, 1));
+  // A load leaves alone a field that the store holds empty: the word is
+  // then found in what the record held before.
+  CountingRecord* untitled = Stored({.body = u"nothing"});
+  untitled->SetValueStr(4, CString(u"the harbour"), 1);
+  EXPECT_EQ("1 L2 R2 O1 F1", Check(filter, untitled, 1));
+  untitled->Release(nullptr);
 }
 
 TEST_F(ContentFilterMatchTest, AFullyLoadedRecordIsReservedForTheTestAndGivenBack) {
