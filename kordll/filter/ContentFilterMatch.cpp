@@ -261,9 +261,14 @@ int ContentFilter::CheckFocusableAt(Focusable* record, int loadOnAccept, int dep
         // A load that never reaches the file must not find the answer of
         // the record before.
         tested->passedOver = 0;
-        task = tested;
+        tested->slotPosition = task->slotPosition;
+        if (record->LoadFocusable(tested) != 0) held.Adopt(record);
+        // The filter's own task tells the slot read, as after a load
+        // through it.
+        task->slotPosition = tested->slotPosition;
+      } else if (record->LoadFocusable(task) != 0) {
+        held.Adopt(record);
       }
-      if (record->LoadFocusable(task) != 0) held.Adopt(record);
       // The stored fields certainly hold none of the word: the test of the
       // words below would refuse the record.
       if (tested != nullptr && tested->passedOver != 0) return 0;

@@ -278,6 +278,7 @@ TEST_F(ContentFilterMatchTest, AOneWordFilterAnswersAsTheFullTestWhateverTheStor
 // full test answers them, whatever the record tested before them.
 TEST_F(ContentFilterMatchTest, ARecordTheStoredBytesCannotAnswerForIsTestedInFull) {
   CountingRecord* harbor = Stored({.title = u"harbor"});
+  Stored({.title = u"calm sea"});
   Stored({.title = u"Harbour lights"});
   auto held = [&](AZeusDB* db) {
     auto* record = new CountingRecord(4, db, &deaths_);
@@ -291,8 +292,11 @@ TEST_F(ContentFilterMatchTest, ARecordTheStoredBytesCannotAnswerForIsTestedInFul
   ContentFilter filter;
   filter.AddFilteredStringItem(CString(u"harbour"), 4, 4, 0);
   EXPECT_EQ("0 L1 R1 O0 F0", Check(filter, harbor, 1));
+  // The filter's task tells the slot it read, as after a full test.
+  EXPECT_EQ(harbor->GetDBSlotIndex(), filter.GetTaskItem(4)->slotPosition);
   EXPECT_EQ("1 L0 R0 O0 F0", Check(filter, unstored, 1));
-  // A record without a slot reads the file's first record, "harbor".
+  // A record without a slot reads the record behind the one the task read
+  // last, "calm sea", not the next one that may hold the word.
   EXPECT_EQ("0 L1 R1 O0 F0", Check(filter, unplaced, 1));
   // A load leaves alone a field that the store holds empty: the word is
   // then found in what the record held before.
