@@ -79,7 +79,9 @@ std::vector<SubTableMap::Shape> SubTableMap::Shapes() {
 }
 
 bool SubTableMap::LoadAll() {
-  for (size_t i = 0; i < count_ && !distrusted_; ++i) Load(i);
+  // Places below read_through_ were all read: only the rest are asked, so
+  // that asking before every save costs nothing once the file is read.
+  for (; read_through_ < count_ && !distrusted_; ++read_through_) Load(read_through_);
   return !distrusted_;
 }
 
@@ -87,6 +89,7 @@ void SubTableMap::Clear() {
   pages_.clear();
   count_ = 0;
   numbered_ = 0;
+  read_through_ = 0;
   reader_ = nullptr;
   distrusted_ = false;
   moved_.clear();

@@ -121,6 +121,8 @@ class SubTableMap {
   size_t numbered_ = 0;
   ShapeReader reader_;
   bool distrusted_ = false;
+  // Every place below this one has been read by LoadAll.
+  size_t read_through_ = 0;
   // Sub-tables whose id is not their place in file order, by id.
   std::unordered_map<int, size_t> moved_;
   bool lists_built_ = false;
