@@ -857,6 +857,20 @@ int main(int argc, char** argv) {
   for (std::string line; std::getline(status, line);) {
     if (line.rfind("VmHWM:", 0) == 0) std::printf("peak memory:%s\n", line.c_str() + 6);
   }
+  // The record file as a reader finds it at its next start: a new engine
+  // opens it (through its map) and scans every post.
+  if (g_db != nullptr) {
+    kordll::AZeusDB reopened(Folder(), "posts", 10, 0);
+    kordll::DBTaskItem task;
+    task.DefineFieldTaskType(1, kordll::DBTaskItem::kTaskLoad);
+    int n = 0;
+    for (;;) {
+      kordll::Focusable r(-1, nullptr);
+      if (!reopened.readFocusableSlot(&r, nullptr, &task)) break;
+      ++n;
+    }
+    std::printf("reopened: %d of %d posts found by a scan\n", n, g_posts);
+  }
   // The files of the run are large: they go with it.
   g_db.reset();
   for (sqlite3* db : g_sql) {
