@@ -93,7 +93,10 @@ std::string ExecLine(const CString& command) {
   CString system_program = CPath::ToSystemPath(program);
   if (system_program.IsEmpty()) return std::string();
   std::string exec = ExecArgument(system_program);
-  for (size_t i = program_words; i < words.size(); ++i) exec += " " + ExecArgument(words[i]);
+  for (size_t i = program_words; i < words.size(); ++i) {
+    exec += ' ';
+    exec += ExecArgument(words[i]);
+  }
   // The value itself escapes its backslashes.
   std::string value;
   for (char c : exec) value += c == '\\' ? std::string("\\\\") : std::string(1, c);
