@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kordll/platform/FileSystem.h"
+#include "kordll/record/LittleEndian.h"
 
 namespace kordll {
 
@@ -11,16 +12,6 @@ namespace {
 constexpr char kMagic[8] = {'K', 'O', 'R', 'J', 'R', 'N', 'L', '1'};
 constexpr size_t kHeaderSize = 20;  // magic, size, checksum
 constexpr size_t kRecordHead = 16;  // offset, length, checksum
-
-void Put(std::vector<unsigned char>* out, uint64_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out->push_back(static_cast<unsigned char>(value >> (8 * i)));
-}
-
-uint64_t Get(const unsigned char* in, int bytes) {
-  uint64_t value = 0;
-  for (int i = bytes - 1; i >= 0; --i) value = (value << 8) | in[i];
-  return value;
-}
 
 }  // namespace
 
@@ -44,17 +35,17 @@ int StoreJournal::Append(uint64_t originalSize, const std::vector<Image>& images
   if (!file_.IsOpen()) {
     if (!file_.Open(path_, GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS)) return 0;
     buffer_.insert(buffer_.end(), kMagic, kMagic + sizeof(kMagic));
-    Put(&buffer_, originalSize, 8);
-    Put(&buffer_, Checksum(buffer_.data(), buffer_.size(), 2166136261u), 4);
+    LittleEndian::Append(&buffer_, originalSize, 8);
+    LittleEndian::Append(&buffer_, Checksum(buffer_.data(), buffer_.size(), 2166136261u), 4);
     end_ = 0;
   }
   for (const Image& image : images) {
     const size_t at = buffer_.size();
-    Put(&buffer_, image.offset, 8);
-    Put(&buffer_, image.bytes.size(), 4);
+    LittleEndian::Append(&buffer_, image.offset, 8);
+    LittleEndian::Append(&buffer_, image.bytes.size(), 4);
     uint32_t sum = Checksum(buffer_.data() + at, 12, 2166136261u);
     sum = Checksum(image.bytes.data(), image.bytes.size(), sum);
-    Put(&buffer_, sum, 4);
+    LittleEndian::Append(&buffer_, sum, 4);
     buffer_.insert(buffer_.end(), image.bytes.begin(), image.bytes.end());
   }
   uint32_t written = 0;
@@ -100,16 +91,16 @@ int StoreJournal::Recover(const CString& storePath, WinFile* store, bool toDisk,
   const bool valid = size >= static_cast<int64_t>(kHeaderSize) &&
                      journal.ReadFileAt(0, head, kHeaderSize, &got) && got == kHeaderSize &&
                      std::memcmp(head, kMagic, sizeof(kMagic)) == 0 &&
-                     Get(head + 16, 4) == Checksum(head, 16, 2166136261u);
+                     LittleEndian::Get(head + 16, 4) == Checksum(head, 16, 2166136261u);
   if (valid) {
-    const uint64_t original = Get(head + 8, 8);
+    const uint64_t original = LittleEndian::Get(head + 8, 8);
     std::vector<unsigned char> bytes;
     int64_t at = kHeaderSize;
     unsigned char rec[kRecordHead];
     while (at + static_cast<int64_t>(kRecordHead) <= size &&
            journal.ReadFileAt(at, rec, kRecordHead, &got) && got == kRecordHead) {
-      const uint64_t offset = Get(rec, 8);
-      const uint64_t length = Get(rec + 8, 4);
+      const uint64_t offset = LittleEndian::Get(rec, 8);
+      const uint64_t length = LittleEndian::Get(rec + 8, 4);
       if (static_cast<int64_t>(length) > size - at - static_cast<int64_t>(kRecordHead)) break;
       bytes.resize(length);
       if (!journal.ReadFileAt(at + kRecordHead, bytes.data(), static_cast<uint32_t>(length),
@@ -118,7 +109,7 @@ int StoreJournal::Recover(const CString& storePath, WinFile* store, bool toDisk,
         break;
       }
       const uint32_t sum = Checksum(bytes.data(), length, Checksum(rec, 12, 2166136261u));
-      if (sum != Get(rec + 12, 4)) break;  // the record was being written
+      if (sum != LittleEndian::Get(rec + 12, 4)) break;  // the record was being written
       uint32_t written = 0;
       if (!store->WriteFileAt(static_cast<int64_t>(offset), bytes.data(),
                               static_cast<uint32_t>(length), &written) ||

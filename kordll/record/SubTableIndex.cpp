@@ -1,14 +1,12 @@
 #include "kordll/record/SubTableIndex.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstddef>
 #include <cstring>
-#include <type_traits>
 
 #include "kordll/platform/FileSystem.h"
 #include "kordll/platform/WinFile.h"
 #include "kordll/record/KdbFormat.h"
+#include "kordll/record/LittleEndian.h"
 
 namespace kordll {
 
@@ -23,42 +21,12 @@ constexpr int64_t kSmallestSubTable = 42 + 42 + 7 + 40 * 29;
 // Field counts beyond this would give a header no sub-table line can carry.
 constexpr int kMostFields = 1 << 20;
 
-template <typename T>
-void Put(unsigned char* out, T value) {
-  using U = std::make_unsigned_t<T>;
-  U bits = static_cast<U>(value);
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(out, &bits, sizeof(U));
-  } else {
-    for (size_t i = 0; i < sizeof(U); ++i) out[i] = static_cast<unsigned char>(bits >> (8 * i));
-  }
-}
-
-template <typename T>
-T Get(const unsigned char* in) {
-  using U = std::make_unsigned_t<T>;
-  U bits = 0;
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(&bits, in, sizeof(U));
-  } else {
-    for (size_t i = sizeof(U); i-- > 0;) bits = static_cast<U>((bits << 8) | in[i]);
-  }
-  return static_cast<T>(bits);
-}
-
-// Whether an entry in memory has the bytes of one in the file.
-constexpr bool kSameLayout =
-    std::endian::native == std::endian::little && sizeof(SubTableIndex::Entry) == kEntrySize &&
-    offsetof(SubTableIndex::Entry, id) == 8 && offsetof(SubTableIndex::Entry, relation) == 12 &&
-    offsetof(SubTableIndex::Entry, fieldCount) == 16 &&
-    offsetof(SubTableIndex::Entry, slotSize) == 20;
-
 void PutEntry(unsigned char* out, const SubTableIndex::Entry& entry) {
-  Put<uint64_t>(out, entry.firstSlotPosition);
-  Put<int32_t>(out + 8, entry.id);
-  Put<int32_t>(out + 12, entry.relation);
-  Put<int32_t>(out + 16, entry.fieldCount);
-  Put<int32_t>(out + 20, entry.slotSize);
+  LittleEndian::Put(out, entry.firstSlotPosition, 8);
+  LittleEndian::Put(out + 8, static_cast<uint32_t>(entry.id), 4);
+  LittleEndian::Put(out + 12, static_cast<uint32_t>(entry.relation), 4);
+  LittleEndian::Put(out + 16, static_cast<uint32_t>(entry.fieldCount), 4);
+  LittleEndian::Put(out + 20, static_cast<uint32_t>(entry.slotSize), 4);
 }
 
 }  // namespace
@@ -108,23 +76,17 @@ bool SubTableIndex::ReadRange(WinFile* file, size_t first, size_t n, Entry* out)
   const int64_t at = static_cast<int64_t>(kHeaderSize + first * kEntrySize);
   const uint32_t span = static_cast<uint32_t>(n * kEntrySize);
   uint32_t got = 0;
-  // The entries come straight into memory where their bytes are laid out as
-  // the struct is; otherwise they are taken apart byte by byte.
-  if constexpr (kSameLayout) {
-    return file->ReadFileAt(at, out, span, &got) && got == span;
-  } else {
-    std::vector<unsigned char> bytes(span);
-    if (!file->ReadFileAt(at, bytes.data(), span, &got) || got != span) return false;
-    for (size_t i = 0; i < n; ++i) {
-      const unsigned char* in = bytes.data() + i * kEntrySize;
-      out[i].firstSlotPosition = Get<uint64_t>(in);
-      out[i].id = Get<int32_t>(in + 8);
-      out[i].relation = Get<int32_t>(in + 12);
-      out[i].fieldCount = Get<int32_t>(in + 16);
-      out[i].slotSize = Get<int32_t>(in + 20);
-    }
-    return true;
+  std::vector<unsigned char> bytes(span);
+  if (!file->ReadFileAt(at, bytes.data(), span, &got) || got != span) return false;
+  for (size_t i = 0; i < n; ++i) {
+    const unsigned char* in = bytes.data() + i * kEntrySize;
+    out[i].firstSlotPosition = LittleEndian::Get(in, 8);
+    out[i].id = LittleEndian::GetInt32(in + 8);
+    out[i].relation = LittleEndian::GetInt32(in + 12);
+    out[i].fieldCount = LittleEndian::GetInt32(in + 16);
+    out[i].slotSize = LittleEndian::GetInt32(in + 20);
   }
+  return true;
 }
 
 bool SubTableIndex::Plausible(const Entry& entry) {
