@@ -280,9 +280,7 @@ int AZeusDB::completeCutSubTable() {
   }
   // The missing bytes are those of free slots; a slot that the cut went
   // through keeps its front as the file holds it.
-  std::string slot(slot_size, '\0');
-  std::memcpy(slot.data(), "[-1:-1:-1:-1]", 13);
-  slot[slot_size - 1] = '\n';
+  const std::string slot = KdbFormat::FreeSlot(static_cast<int>(slot_size));
   for (uint64_t at = static_cast<uint64_t>(size); at < end;) {
     const uint64_t in_slot = (at - first) % slot_size;
     const uint64_t n = slot_size - in_slot;
@@ -340,9 +338,7 @@ int AZeusDB::writeEmptySubTable(_struct_SubTableInfo* info, int64_t position) {
   lengths.resize(6 * f, '\0');
   lengths += '\n';
   bytes += lengths;
-  std::string slot(slot_size, '\0');
-  std::memcpy(slot.data(), "[-1:-1:-1:-1]", 13);
-  slot[slot_size - 1] = '\n';
+  const std::string slot = KdbFormat::FreeSlot(slot_size);
   for (int i = 0; i < n; ++i) bytes += slot;
 
   // The sub-table goes where the mapped part of the file ends, so that the

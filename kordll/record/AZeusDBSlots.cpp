@@ -250,12 +250,9 @@ int AZeusDB::writeEmptySlot(int slot, int updateState) {
     const int r = updateSubTableSlotStatus(info, place, 0);
     if (r != 0) return r;
   }
-  const int size = info->GetSlotSize();
-  if (static_cast<int>(byte_buffer_.size()) < size) byte_buffer_.resize(size);
-  std::memset(byte_buffer_.data(), 0, size);
-  std::memcpy(byte_buffer_.data(), "[-1:-1:-1:-1]", 13);
-  byte_buffer_[size - 1] = '\n';
-  if (!file_->WriteAt(getSlotBytePosition(info, place, 0, 0), byte_buffer_.data(), size)) {
+  const std::string free_slot = KdbFormat::FreeSlot(info->GetSlotSize());
+  if (!file_->WriteAt(getSlotBytePosition(info, place, 0, 0), free_slot.data(),
+                      static_cast<uint32_t>(free_slot.size()))) {
     setError(kErrWrite);
     return kErrWrite;
   }

@@ -1,6 +1,7 @@
 #include "kordll/record/KdbFormat.h"
 
 #include <climits>
+#include <cstring>
 #include <string_view>
 
 #include "kordll/platform/CRuntime.h"
@@ -43,6 +44,13 @@ int KdbFormat::ScanInts(const char* text, size_t size, int* values, int count) {
     values[n] = static_cast<int>(v);
   }
   return count;
+}
+
+std::string KdbFormat::FreeSlot(int size) {
+  std::string slot(size, '\0');
+  std::memcpy(slot.data(), "[-1:-1:-1:-1]", 13);
+  slot[size - 1] = '\n';
+  return slot;
 }
 
 std::string KdbFormat::FormatInts(const int* values, int count) {

@@ -45,6 +45,9 @@ class KdbFormat {
 
   // "[a:b:c...]" of the values.
   static std::string FormatInts(const int* values, int count);
+  // The bytes of a free slot of that size: the header "[-1:-1:-1:-1]",
+  // NUL bytes, and the newline that ends every slot.
+  static std::string FreeSlot(int size);
 
   // The sub-table's slot size for these lengths: sum + fieldCount + 28.
   static int64_t SlotSize(const std::vector<int>& lengths);
